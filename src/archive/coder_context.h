@@ -1,0 +1,36 @@
+// The one record of a run: memory, the block on its way, timers and settings.
+#pragma once
+
+#include "cli/settings.h"
+
+#include <cstdint>
+
+// A plain record that may be filled with zeros. `alloc_compress` or
+// `alloc_decompress` (archive/memory.h) sets the memory members, whose layout is
+// told there.
+//
+// The buffer pair `buf_in`, `buf_out`: two buffers of `capacity` bytes that the
+// stages of a block read and write in turn, and exchange by exchanging pointers.
+// The 100 bytes of `capacity` above the block size are the room for what the stages
+// and the pipeline append to a block.
+//
+// The work arrays are lent to the stages one after the other; no stage relies on
+// what another one left there.
+struct CoderContext {
+    std::uint32_t capacity;  // bytes of one buffer: the block size + 100
+    std::uint32_t file_size; // bytes of the input + 1 on compression, of the archive on
+                             // decompression; 2^32 - 1 stands for anything larger
+    std::uint32_t bit_words; // 32-bit words of the bit array
+    std::uint32_t *work1;    // compression: pair region
+    std::uint32_t *work2;    // compression: index array; decompression: decompression region
+    std::uint32_t *work3;    // compression: bit array; decompression: model area
+    std::uint32_t *work4;    // compression: model area
+    std::uint8_t *buf_in;    // the next block's input
+    std::uint8_t *buf_out;   // the last block's result
+    std::uint32_t in_len;    // bytes in `buf_in`
+    std::uint32_t out_len;   // bytes in `buf_out`
+    std::uint32_t ms_sort;   // milliseconds in the sorting transforms or their inverses
+    std::uint32_t ms_dce;    // milliseconds in the DCE stage or its inverse
+    std::uint32_t ms_other;  // milliseconds in all other stages
+    Settings settings;
+};

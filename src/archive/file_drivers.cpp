@@ -1,0 +1,207 @@
+#include "archive/file_drivers.h"
+
+#include "archive/format.h"
+#include "archive/memory.h"
+#include "cli/error.h"
+#include "pipeline/block.h"
+#include "pipeline/crc32.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <system_error>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kProgressMark = 254;
+
+struct Files {
+    std::FILE *input;
+    std::FILE *output;
+    std::uint64_t input_size; // bytes
+};
+
+// The checks come before anything is opened: opening a pipe would wait for its other
+// end, and opening the output empties it, which must not happen to the input.
+Files open_files(const Settings &settings) {
+    Files files{};
+    std::error_code error;
+    const fs::path input_path = settings.input_name;
+    const fs::path output_path = settings.output_name;
+    if (!fs::is_regular_file(input_path, error)) error_exit(ERR_READ, settings.input_name);
+    files.input = std::fopen(settings.input_name, "rb");
+    if (files.input == nullptr) error_exit(ERR_READ, settings.input_name);
+    files.input_size = fs::file_size(input_path, error);
+    if (error) error_exit(ERR_READ, settings.input_name);
+
+    if (fs::exists(output_path, error)) {
+        const bool same = fs::equivalent(input_path, output_path, error);
+        if (same || error) error_exit(ERR_WRITE, settings.output_name);
+    }
+    files.output = std::fopen(settings.output_name, "wb");
+    if (files.output == nullptr) error_exit(ERR_WRITE, settings.output_name);
+    return files;
+}
+
+void write_bytes(const Files &files, const Settings &settings, const void *bytes,
+                 std::uint32_t count) {
+    if (std::fwrite(bytes, 1, count, files.output) != count) {
+        error_exit(ERR_WRITE, settings.output_name);
+    }
+}
+
+std::uint32_t read_bytes(const Files &files, void *bytes, std::uint32_t count) {
+    return static_cast<std::uint32_t>(std::fread(bytes, 1, count, files.input));
+}
+
+// A medium that fails half-way must not pass for a short input.
+void check_input(const Files &files, const Settings &settings) {
+    if (std::ferror(files.input) != 0) error_exit(ERR_READ, settings.input_name);
+}
+
+// A full disk may only show when the buffers are written out.
+void flush_output(const Files &files, const Settings &settings) {
+    if (std::fflush(files.output) != 0) error_exit(ERR_WRITE, settings.output_name);
+}
+
+void close_files(const Files &files) {
+    std::fclose(files.input);
+    std::fclose(files.output);
+}
+
+void print_start(std::uint32_t memory_bytes, const char *action, const Settings &settings) {
+    std::printf("\nAbout %ld kbytes of memory used\n", static_cast<long>(memory_bytes / 1024));
+    std::printf("%s %s to %s ", action, settings.input_name, settings.output_name);
+    std::fflush(stdout);
+}
+
+void print_progress_mark() {
+    std::putchar(kProgressMark);
+    std::fflush(stdout);
+}
+
+void print_stats(const char *const labels[4], const CoderContext &context) {
+    const std::uint32_t ms_total = context.ms_sort + context.ms_dce + context.ms_other;
+    const std::uint32_t ms[4] = {context.ms_sort, context.ms_dce, context.ms_other, ms_total};
+    std::printf("\n");
+    for (int i = 0; i < 4; ++i)
+        std::printf("%s%.2f s\n", labels[i], ms[i] * 0.001);
+}
+
+std::uint32_t saturate(std::uint64_t size) {
+    constexpr std::uint64_t kLimit = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::min(size, kLimit));
+}
+
+std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size) {
+    if (settings.no_auto_block_size != 0 || input_size > settings.max_block_size) {
+        return settings.max_block_size;
+    }
+    return std::max(static_cast<std::uint32_t>(input_size), kMinBlockSize);
+}
+
+// Sizes are printed as long long, which is what holds them on every system.
+long long printable(std::uint64_t size) {
+    return static_cast<long long>(size);
+}
+
+} // namespace
+
+void compress_file(CoderContext &context) {
+    const Settings &settings = context.settings;
+    const Files files = open_files(settings);
+    context.file_size = saturate(files.input_size + 1);
+    const std::uint32_t block_size = choose_block_size(settings, files.input_size);
+    crc32_init();
+    const std::uint32_t memory_bytes = alloc_compress(context, block_size);
+    if (memory_bytes == 0) error_exit(ERR_MEMORY, "");
+    print_start(memory_bytes, "Compressing", settings);
+
+    std::uint8_t header[kHeaderBytes];
+    put_header(header, flags_of(settings), block_size);
+    write_bytes(files, settings, kMagic, kMagicBytes);
+    write_bytes(files, settings, header, kHeaderBytes);
+    std::uint64_t archive_size = kMagicBytes + kHeaderBytes;
+
+    while ((context.in_len = read_bytes(files, context.buf_in, block_size)) != 0) {
+        compress_block(context);
+        std::uint8_t head[kRecordHeadBytes];
+        put_record_head(head, context.out_len);
+        write_bytes(files, settings, head, kRecordHeadBytes);
+        write_bytes(files, settings, context.buf_out, context.out_len);
+        archive_size += kRecordHeadBytes + context.out_len;
+        print_progress_mark();
+    }
+    free_compress(context);
+    flush_output(files, settings);
+    check_input(files, settings);
+
+    const double size_plus_1 = static_cast<double>(files.input_size) + 1;
+    const double archive_bytes = static_cast<double>(archive_size);
+    std::printf(" Done, %lld -> %lld, %.2f%%, %.2f bpb\n", printable(files.input_size),
+                printable(archive_size), 100 * archive_bytes / size_plus_1,
+                8 * archive_bytes / size_plus_1);
+    if (settings.show_stats != 0) {
+        static constexpr const char *kLabels[4] = {"BWT or ST time:    ", "DCE time:          ",
+                                                   "Other stages time: ", "Total time:        "};
+        print_stats(kLabels, context);
+    }
+    close_files(files);
+}
+
+void decompress_file(CoderContext &context) {
+    Settings &settings = context.settings;
+    const Files files = open_files(settings);
+    context.file_size = saturate(files.input_size);
+    crc32_init();
+
+    char magic[kMagicBytes];
+    if (read_bytes(files, magic, kMagicBytes) != kMagicBytes ||
+        std::memcmp(magic, kMagic, kMagicBytes) != 0) {
+        error_exit(ERR_HEADER, kMagic);
+    }
+    std::uint8_t header[kHeaderBytes];
+    if (read_bytes(files, header, kHeaderBytes) != kHeaderBytes) {
+        error_exit(ERR_READ, settings.input_name);
+    }
+    std::uint8_t flags;
+    std::uint32_t block_size;
+    if (!get_header(header, flags, block_size)) error_exit(ERR_CRC, "");
+    set_flags(settings, flags);
+    const std::uint32_t memory_bytes = alloc_decompress(context, block_size);
+    if (memory_bytes == 0) error_exit(ERR_MEMORY, "");
+    print_start(memory_bytes, "Decompressing", settings);
+
+    std::uint64_t output_size = 0;
+    std::uint8_t head[kRecordHeadBytes];
+    while (const std::uint32_t head_len = read_bytes(files, head, kRecordHeadBytes)) {
+        if (head_len != kRecordHeadBytes) error_exit(ERR_READ, settings.input_name);
+        std::uint32_t length;
+        if (!get_record_head(head, length)) error_exit(ERR_CRC, "");
+        if (length == 0) break;
+        if (length > context.capacity) error_exit(ERR_CRC, "");
+        // A block cut short has lost its CRC, which must not be made up from what an
+        // earlier block left in the buffer.
+        if (read_bytes(files, context.buf_in, length) != length) error_exit(ERR_CRC, "");
+        context.in_len = length;
+        if (!decompress_block(context)) error_exit(ERR_CRC, "");
+        write_bytes(files, settings, context.buf_out, context.out_len);
+        output_size += context.out_len;
+        print_progress_mark();
+    }
+    free_decompress(context);
+    flush_output(files, settings);
+    check_input(files, settings);
+
+    std::printf(" Done, %lld -> %lld\n", printable(files.input_size), printable(output_size));
+    if (settings.show_stats != 0) {
+        static constexpr const char *kLabels[4] = {"UnBWT or UnST time: ", "UnDCE time:         ",
+                                                   "Other stages time:  ", "Total time:         "};
+        print_stats(kLabels, context);
+    }
+    close_files(files);
+}

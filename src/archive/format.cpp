@@ -1,0 +1,52 @@
+#include "archive/format.h"
+
+#include "pipeline/byte_order.h"
+#include "pipeline/crc32.h"
+
+namespace {
+
+constexpr std::uint8_t Settings::*kStageFlags[8] = {
+    &Settings::eol_off, &Settings::flt32_off, &Settings::delta_off, &Settings::lzp_off,
+    &Settings::bwt_off, &Settings::st_off,    &Settings::rle_off,   &Settings::dce_off,
+};
+
+std::uint8_t check_byte(const std::uint8_t *bytes, std::uint32_t count) {
+    return static_cast<std::uint8_t>(crc32_block(bytes, count));
+}
+
+} // namespace
+
+std::uint8_t flags_of(const Settings &settings) {
+    unsigned flags = 0;
+    for (unsigned i = 0; i < 8; ++i) {
+        if (settings.*kStageFlags[i] != 0) flags |= 1u << i;
+    }
+    return static_cast<std::uint8_t>(flags);
+}
+
+void set_flags(Settings &settings, std::uint8_t flags) {
+    for (unsigned i = 0; i < 8; ++i)
+        settings.*kStageFlags[i] = (flags >> i) & 1;
+}
+
+void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_size) {
+    header[1] = flags;
+    put_u32(header + 2, block_size);
+    header[0] = check_byte(header + 1, kHeaderBytes - 1);
+}
+
+bool get_header(const std::uint8_t *header, std::uint8_t &flags, std::uint32_t &block_size) {
+    flags = header[1];
+    block_size = get_u32(header + 2);
+    return header[0] == check_byte(header + 1, kHeaderBytes - 1);
+}
+
+void put_record_head(std::uint8_t *head, std::uint32_t length) {
+    put_u32(head + 1, length);
+    head[0] = check_byte(head + 1, kRecordHeadBytes - 1);
+}
+
+bool get_record_head(const std::uint8_t *head, std::uint32_t &length) {
+    length = get_u32(head + 1);
+    return head[0] == check_byte(head + 1, kRecordHeadBytes - 1);
+}

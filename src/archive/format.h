@@ -1,0 +1,32 @@
+// What an archive is made of, outside the blocks' data:
+//
+//   | magic (12) | check, flags, N (1 + 1 + 4) | record | record | ...
+//   record:  | check, L (1 + 4) | L bytes of block data |
+//
+// Numbers are unsigned, 32 bits, little-endian. A check byte is the low byte of
+// `crc32_block` over the bytes that follow it in its header or head.
+#pragma once
+
+#include "cli/settings.h"
+
+#include <cstdint>
+
+constexpr char kMagic[] = "VELK_V0.95a>";
+constexpr std::uint32_t kMagicBytes = sizeof kMagic - 1;
+constexpr std::uint32_t kHeaderBytes = 6;
+constexpr std::uint32_t kRecordHeadBytes = 5;
+
+// The flags byte that says which stages `settings` has off, and back.
+[[nodiscard]] std::uint8_t flags_of(const Settings &settings);
+void set_flags(Settings &settings, std::uint8_t flags);
+
+// Writes the kHeaderBytes bytes of a header record.
+void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_size);
+// Reads them; false when the check byte does not fit the rest.
+[[nodiscard]] bool get_header(const std::uint8_t *header, std::uint8_t &flags,
+                              std::uint32_t &block_size);
+
+// Writes the kRecordHeadBytes bytes of a record head for `length` bytes of data.
+void put_record_head(std::uint8_t *head, std::uint32_t length);
+// Reads them; false when the check byte does not fit the rest.
+[[nodiscard]] bool get_record_head(const std::uint8_t *head, std::uint32_t &length);

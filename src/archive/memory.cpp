@@ -1,0 +1,92 @@
+#include "archive/memory.h"
+
+#include "dce/frequency_models.h"
+#include "filters/lzp.h"
+#include "pipeline/crc32.h"
+#include "sorting/bwt.h"
+#include "sorting/st.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+static_assert(kModelAreaBytes <= kSortScratchBytes);
+
+bool valid(const CoderContext &context, std::uint32_t block_size) {
+    const bool both_sorts = context.settings.bwt_off == 0 && context.settings.st_off == 0;
+    return block_size >= kMinBlockSize && block_size <= kMaxBlockSize && !both_sorts;
+}
+
+std::uint32_t *allocate_zeroed(std::uint32_t bytes) {
+    return static_cast<std::uint32_t *>(std::calloc(bytes, 1));
+}
+
+std::uint32_t *allocate(std::uint32_t bytes) {
+    return static_cast<std::uint32_t *>(std::malloc(bytes));
+}
+
+void release(std::uint32_t *&array) {
+    std::free(array);
+    array = nullptr;
+}
+
+} // namespace
+
+// All sums below stay under 2^28: capacity is below 2^24.
+
+std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size) {
+    if (!valid(context, block_size)) return 0;
+    context.capacity = block_size + kBlockSlack;
+    context.bit_words = context.capacity / 8;
+    const std::uint32_t index_entries =
+        context.settings.st_off != 0 ? context.capacity : std::max(context.capacity, kStContexts);
+    const std::uint32_t pair_bytes = 4 * context.capacity;
+    context.work1 = allocate_zeroed(pair_bytes);
+    context.work2 = allocate_zeroed(4 * index_entries);
+    context.work3 = allocate_zeroed(4 * context.bit_words);
+    context.work4 = allocate_zeroed(kSortScratchBytes);
+    if (context.work1 == nullptr || context.work2 == nullptr || context.work3 == nullptr ||
+        context.work4 == nullptr) {
+        free_compress(context);
+        return 0;
+    }
+    context.buf_in = reinterpret_cast<std::uint8_t *>(context.work1);
+    context.buf_out = context.buf_in + context.capacity;
+    crc32_init();
+    return pair_bytes + 4 * index_entries + 4 * context.bit_words + kSortScratchBytes;
+}
+
+std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size) {
+    if (!valid(context, block_size)) return 0;
+    context.capacity = block_size + kBlockSlack;
+    const std::uint32_t region_bytes = context.settings.bwt_off == 0
+                                           ? 5 * context.capacity
+                                           : 2 * context.capacity + kLzpTableBytes;
+    const std::uint32_t model_bytes =
+        context.settings.st_off == 0 ? 4 * kStContexts : kModelAreaBytes;
+    context.work2 = allocate(region_bytes);
+    context.work3 =
+        context.settings.st_off == 0 ? allocate_zeroed(model_bytes) : allocate(model_bytes);
+    if (context.work2 == nullptr || context.work3 == nullptr) {
+        free_decompress(context);
+        return 0;
+    }
+    std::uint8_t *region = reinterpret_cast<std::uint8_t *>(context.work2);
+    context.buf_in = region + (region_bytes - 2 * context.capacity);
+    context.buf_out = context.buf_in + context.capacity;
+    crc32_init();
+    return region_bytes + model_bytes;
+}
+
+void free_compress(CoderContext &context) {
+    release(context.work1);
+    release(context.work2);
+    release(context.work3);
+    release(context.work4);
+}
+
+void free_decompress(CoderContext &context) {
+    release(context.work2);
+    release(context.work3);
+}

@@ -1,0 +1,36 @@
+// The memory of a run, taken once, for the run's block size N.
+//
+//   compression
+//     work1  pair region     4 * capacity bytes:  | buf_in | buf_out | ............. |
+//     work2  index array     `capacity` entries of 32 bits (with the ST at least 2^21)
+//     work3  bit array       `bit_words` words of 32 bits
+//     work4  model area      65536 * 12 bytes
+//
+//   decompression
+//     work2  region          5 * capacity bytes:  | ............. | buf_in | buf_out |
+//                            without the BWT stage: | 65536 bytes | buf_in | buf_out |
+//     work3  model area      the model sets of the DCE stage; with the ST 2^21 entries
+#pragma once
+
+#include "archive/coder_context.h"
+
+#include <cstdint>
+
+constexpr std::uint32_t kMinBlockSize = 131072;
+// With all stage trailers a position in the largest block still fits in 24 bits.
+constexpr std::uint32_t kMaxBlockSize = 16776192;
+// What a buffer holds above N: all stage trailers, the fallback marker, the CRC.
+constexpr std::uint32_t kBlockSlack = 100;
+static_assert(kMaxBlockSize + kBlockSlack < (1u << 24));
+
+// Sets `capacity`, the work arrays and the buffer pair for block size `block_size` bytes;
+// on compression all memory is zero-filled. `settings.st_off` and
+// `settings.bwt_off` must be set before. Returns the bytes taken, or 0, with nothing
+// taken, when `block_size` lies outside kMinBlockSize..kMaxBlockSize, both sorting
+// transforms are on, or the memory is not to be had.
+[[nodiscard]] std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size);
+[[nodiscard]] std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size);
+
+// Gives back what the function above took.
+void free_compress(CoderContext &context);
+void free_decompress(CoderContext &context);

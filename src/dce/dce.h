@@ -1,0 +1,33 @@
+// DCE (Distance+Entropy Coding) stage: codes, for every run of equal bytes, how far
+// away the next run of the same byte starts, counted over the positions that the
+// decoder can't yet fill by itself. (Distance coding after E. Binder, 2000.)
+//
+//   a block      a b a a a b            97 98 97 97 97 98
+//   header list  number of byte values, n + 1, the values with their first positions
+//   run a (0)    1: the next a is at 2; position 1 is pending (b) and does not count
+//   run b (1)    3: the next b is at 5; positions 3, 4 and 5 count, 2 is pending (a)
+//   run aaa (2)  0: no more a
+//   run b (5)    0
+//
+//   | range coder's bytes | raw-bit words | value count (4) | 1 |
+//   | block | 0 |                                               declined
+//
+// A position that nothing points to continues the run before it. A value below 8 is a
+// symbol; a larger one a symbol for its bit length, its next two bits, both range
+// coded, and raw bits.
+#pragma once
+
+#include "dce/frequency_models.h"
+
+#include <cstdint>
+
+// Codes the block; declines when the result would be longer than n + 1 bytes.
+// next_pos: n entries. models: kModelSets sets, any contents.
+// The buffers must have room for n + 16 bytes.
+void dce_encode(std::uint32_t *next_pos, ModelSet *models, std::uint8_t *&in, std::uint32_t n,
+                std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t dce_off);
+
+// Undoes `dce_encode`. Returns false when the block does not describe at most
+// `capacity` bytes consistently, or when decoding it would read outside of it.
+[[nodiscard]] bool dce_decode(ModelSet *models, std::uint8_t *&in, std::uint32_t len,
+                              std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);

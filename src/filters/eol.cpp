@@ -1,0 +1,15 @@
+#include "filters/eol.h"
+
+#include "pipeline/stage.h"
+
+void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
+                std::uint8_t /*off*/) {
+    pass_on(in, n, out, out_len);
+}
+
+bool eol_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
+                std::uint32_t /*capacity*/) {
+    if (n == 0 || in[n - 1] != 0) return false;
+    drop_trailer(in, n, out, out_len);
+    return true;
+}

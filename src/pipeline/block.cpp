@@ -1,0 +1,172 @@
+#include "pipeline/block.h"
+
+#include "archive/memory.h"
+#include "dce/dce.h"
+#include "dce/frequency_models.h"
+#include "filters/delta.h"
+#include "filters/eol.h"
+#include "filters/flt32.h"
+#include "filters/lzp.h"
+#include "pipeline/byte_order.h"
+#include "pipeline/crc32.h"
+#include "sorting/bwt.h"
+#include "sorting/rle.h"
+#include "sorting/st.h"
+
+#include <cassert>
+#include <chrono>
+#include <utility>
+
+namespace {
+
+constexpr std::uint8_t kFallbackMarker = 2;
+constexpr std::uint32_t kCrcBytes = 4;
+// The shortest data of a block record: one byte before the CRC.
+constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
+
+// Adds the milliseconds from its making to its end to a timer of the context.
+class StageTimer {
+public:
+    explicit StageTimer(std::uint32_t &total_ms) : total_ms_(total_ms), start_ms_(now_ms()) {}
+    ~StageTimer() { total_ms_ += now_ms() - start_ms_; }
+    StageTimer(const StageTimer &) = delete;
+    StageTimer &operator=(const StageTimer &) = delete;
+
+private:
+    static std::uint32_t now_ms() {
+        const auto now = std::chrono::steady_clock::now().time_since_epoch();
+        return static_cast<std::uint32_t>(
+            std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+    }
+
+    std::uint32_t &total_ms_;
+    std::uint32_t start_ms_;
+};
+
+// Hands the result of the stage that just ran to the next one as its input.
+void advance(CoderContext &context) {
+    std::swap(context.buf_in, context.buf_out);
+    context.in_len = context.out_len;
+}
+
+ModelSet *models_in(std::uint32_t *model_area) {
+    return reinterpret_cast<ModelSet *>(model_area);
+}
+
+// Undoes the sorting and coding stages of a block that the DCE stage did not code.
+// The result is in `buf_in`.
+void undo_sorting(CoderContext &c) {
+    [[maybe_unused]] bool restored =
+        dce_decode(models_in(c.work4), c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+    assert(restored);
+    advance(c);
+    restored = rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+    assert(restored);
+    advance(c);
+    restored = st_inverse(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+    assert(restored);
+    advance(c);
+    restored = bwt_inverse(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+    assert(restored);
+    advance(c);
+}
+
+} // namespace
+
+bool compress_block(CoderContext &c) {
+    if (c.in_len > c.capacity - kBlockSlack) return false;
+    c.out_len = 0;
+    if (c.in_len == 0) return true;
+    const Settings &s = c.settings;
+    {
+        const StageTimer timer(c.ms_other);
+        eol_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, s.eol_off);
+        advance(c);
+        flt32_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.file_size, s.flt32_off);
+        advance(c);
+        delta_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, s.delta_off);
+        advance(c);
+        lzp_encode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.lzp_off);
+        advance(c);
+    }
+    const std::uint32_t unsorted_len = c.in_len;
+    {
+        const StageTimer timer(c.ms_sort);
+        bwt_forward(c.work1, c.work2, c.work3, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len,
+                    s.bwt_off);
+        advance(c);
+        st_forward(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.st_off);
+        advance(c);
+    }
+    {
+        const StageTimer timer(c.ms_other);
+        rle_forward(c.buf_in, c.in_len, c.buf_out, c.out_len, s.rle_off);
+        advance(c);
+    }
+    {
+        const StageTimer timer(c.ms_dce);
+        dce_encode(c.work2, models_in(c.work4), c.buf_in, c.in_len, c.buf_out, c.out_len,
+                   s.dce_off);
+        advance(c);
+    }
+    {
+        const StageTimer timer(c.ms_other);
+        const bool coded = c.buf_in[c.in_len - 1] != 0;
+        if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
+            undo_sorting(c);
+            assert(c.in_len == unsorted_len);
+            c.buf_in[c.in_len++] = kFallbackMarker;
+        }
+    }
+    put_u32(c.buf_in + c.in_len, crc32_block(c.buf_in, c.in_len));
+    c.out_len = c.in_len + kCrcBytes;
+    std::swap(c.buf_in, c.buf_out);
+    return true;
+}
+
+bool decompress_block(CoderContext &c) {
+    if (c.in_len > c.capacity || c.in_len < kMinRecordData) return false;
+    c.in_len -= kCrcBytes;
+    if (get_u32(c.buf_in + c.in_len) != crc32_block(c.buf_in, c.in_len)) return false;
+
+    if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
+        --c.in_len;
+    } else {
+        // A header that says that a sorting transform was off sets up no memory for
+        // its inverse; a block that claims to need it is not restored.
+        std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? c.work2 : nullptr;
+        std::uint32_t *const st_contexts = c.settings.st_off == 0 ? c.work3 : nullptr;
+        {
+            const StageTimer timer(c.ms_dce);
+            if (!dce_decode(models_in(c.work3), c.buf_in, c.in_len, c.buf_out, c.out_len,
+                            c.capacity)) {
+                return false;
+            }
+            advance(c);
+        }
+        {
+            const StageTimer timer(c.ms_other);
+            if (!rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
+            advance(c);
+        }
+        {
+            const StageTimer timer(c.ms_sort);
+            if (!st_inverse(st_contexts, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
+                return false;
+            }
+            advance(c);
+            if (!bwt_inverse(lf_vector, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
+                return false;
+            }
+            advance(c);
+        }
+    }
+    const StageTimer timer(c.ms_other);
+    if (!lzp_decode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
+    advance(c);
+    if (!delta_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
+    advance(c);
+    if (!flt32_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
+    advance(c);
+    return eol_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+}

@@ -1,0 +1,26 @@
+// The chain of stages, from a block of the file to the data of a block record.
+//
+//   forward   EOL - FLT32 - DELTA - LZP - BWT - ST - RLE - DCE
+//   inverse   the same from right to left
+//
+// The data of a block record has one of two forms:
+//
+//   normal    | output of the DCE stage (its last byte is 0 or 1) | block CRC (4) |
+//   fallback  | output of the LZP stage                       | 2 | block CRC (4) |
+//
+// The block CRC is `crc32_block` over all bytes before it.
+#pragma once
+
+#include "archive/coder_context.h"
+
+// Turns the `in_len` bytes of `buf_in` into the data of a block record: `out_len`
+// bytes of `buf_out`. Returns false, having done nothing, when `in_len` is above the
+// block size.
+bool compress_block(CoderContext &context);
+
+// Restores the block from the data of a block record, `in_len` bytes of `buf_in`;
+// the result is the `out_len` bytes of `buf_out`. The stage flags of the settings
+// must be those that the memory was set up for; they only tell which work arrays
+// there are. Returns false when the length can't be right, the block CRC does not
+// match, or a stage can't undo its part.
+[[nodiscard]] bool decompress_block(CoderContext &context);

@@ -1,0 +1,35 @@
+// BWT stage: the Burrows-Wheeler transform over a block's cyclic rotations
+// (M. Burrows, D. J. Wheeler, "A Block-sorting Lossless Data Compression Algorithm",
+// SRC Research Report 124, 1994).
+//
+//   | last column (n) | primary index (4) | 1 |       applied: n + 5 bytes
+//   | block (n) | 0 |                                 off: n + 1 bytes
+//
+// The last column holds, for every rotation in sorted order, the byte that precedes
+// it. The primary index is the 1-based row of the rotation that begins at the
+// block's second byte (1 for n = 1).
+#pragma once
+
+#include <cstdint>
+
+// Bytes of the model area that the sort needs: a table of two numbers for each of
+// the 65,536 two-byte strings, later up to 65,535 triples.
+constexpr std::uint32_t kSortScratchBytes = 65536 * 12;
+
+// Sorts the block. n: 1 to 2^24 - 1 bytes.
+// pair_region: 4 * n + 2 bytes at least, with both buffers inside it.
+// index_array: n entries. bit_array: n / 32 + 1 words. model_area: kSortScratchBytes.
+// Every buffer must have room for n + 5 bytes. The block in `in` is destroyed.
+// Takes time O(n log n) on usual data; equal rotations (a periodic block) come in an
+// order that the algorithm fixes, and the primary index with them.
+void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
+                 std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+                 std::uint32_t &out_len, std::uint8_t bwt_off);
+
+// Undoes `bwt_forward`. work_area: 4 * n bytes, n the length of the block restored;
+// the buffers may lie in it from byte 3 * capacity on. Or nullptr; then no sorted
+// block is restored.
+// Returns false for a trailer without its block and for a primary index outside 1..n.
+// Any other last column is some permutation's and decodes to some block.
+[[nodiscard]] bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len,
+                               std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);

@@ -1,0 +1,121 @@
+// Checksums, headers, switches and memory.
+#include "archive/format.h"
+#include "archive/memory.h"
+#include "cli/switches.h"
+#include "data.h"
+#include "pipeline/crc32.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Crc, BytesFromLastToFirst) {
+    crc32_init();
+    const std::pair<Bytes, std::uint32_t> cases[] = {{{}, 0},
+                                                     {to_bytes("a"), 0xE8B7BE43},
+                                                     {{0}, 0xD202EF8D},
+                                                     {to_bytes("abc"), 0xD8AEF480},
+                                                     {to_bytes("123456789"), 0x015F0201},
+                                                     {to_bytes("987654321"), 0xCBF43926}};
+    for (const auto &[bytes, crc] : cases) {
+        EXPECT_EQ(crc32_block(bytes.data(), static_cast<std::uint32_t>(bytes.size())), crc)
+            << hex(bytes);
+    }
+}
+
+TEST(Format, CheckBytesOfHeaderAndRecordHead) {
+    crc32_init();
+    Bytes header(kHeaderBytes), head(kRecordHeadBytes);
+    put_header(header.data(), 0x20, 2097152);
+    EXPECT_EQ(header, (Bytes{0xEB, 0x20, 0, 0, 0x20, 0}));
+    put_record_head(head.data(), 1000);
+    EXPECT_EQ(head, (Bytes{0x95, 0xE8, 3, 0, 0}));
+    std::uint32_t length;
+    EXPECT_TRUE(get_record_head(head.data(), length));
+    EXPECT_EQ(length, 1000u);
+    head[0] ^= 1;
+    EXPECT_FALSE(get_record_head(head.data(), length));
+}
+
+TEST(Format, FlagsGoToTheSettingsAndBack) {
+    for (unsigned flags = 0; flags < 256; ++flags) {
+        Settings settings{};
+        set_flags(settings, static_cast<std::uint8_t>(flags));
+        EXPECT_EQ(flags_of(settings), flags);
+    }
+}
+
+// Parses one argument, or two, and returns the flags; -1 for a refusal of the first,
+// -2 of the second.
+int flags_for(std::initializer_list<const char *> switches, Settings &settings) {
+    std::vector<const char *> arguments = {"VELK", "e", "in", "out"};
+    arguments.insert(arguments.end(), switches);
+    const int wrong =
+        parse_switches(static_cast<int>(arguments.size()), arguments.data(), settings);
+    return wrong == 0 ? flags_of(settings) : 3 - wrong;
+}
+
+TEST(Switches, SetFlagsAndBlockSize) {
+    const struct {
+        std::initializer_list<const char *> switches;
+        int flags;
+        std::uint32_t block_size;
+    } cases[] = {
+        {{}, 0x20, 2097152},
+        {{"-b128"}, 0x20, 131072},
+        {{"-b16383"}, 0x20, 16776192},
+        {{"-b0128"}, 0x20, 131072},
+        {{"-b1024", "-b512"}, 0x20, 524288},
+        {{"-b1024aeflzr"}, 0x6F, 1048576},
+        {{"-b1024s", "-aeo"}, 0x21, 1048576},
+        {{"-t"}, 0x10, 2097152},
+        {{"-w"}, 0x30, 2097152},
+        {{"-w", "-t"}, 0x10, 2097152},
+        {{"-tw"}, 0x10, 2097152},
+        {{"-efl", "-zwrd"}, 0xFF, 2097152},
+        {{"-dfb200l"}, 0xA6, 204800},
+    };
+    for (const auto &c : cases) {
+        Settings settings;
+        EXPECT_EQ(flags_for(c.switches, settings), c.flags);
+        EXPECT_EQ(settings.max_block_size, c.block_size);
+    }
+    Settings settings;
+    flags_for({"-aos"}, settings);
+    EXPECT_EQ(settings.no_auto_block_size + settings.no_fallback + settings.show_stats, 3);
+}
+
+TEST(Switches, RefuseTheFirstWrongArgument) {
+    Settings settings;
+    for (const char *wrong : {"-b127", "-b16384", "-b", "-bk", "-b1024x", "-", "s", "-S", "", "--",
+                              "-b99999999999999999999", "-e-", "-\xE9", "-b-128", "-b 128"}) {
+        EXPECT_EQ(flags_for({wrong}, settings), -1) << wrong;
+        EXPECT_EQ(flags_for({"-e", wrong}, settings), -2) << wrong;
+    }
+}
+
+TEST(Memory, FiguresOfBothDirections) {
+    const struct {
+        std::uint32_t block_size;
+        std::uint8_t bwt_off, st_off;
+        std::uint32_t compress_kbytes, decompress_kbytes;
+    } cases[] = {{2097152, 0, 1, 18176, 10569},
+                 {131072, 1, 0, 9536, 8512},
+                 {131072, 1, 1, 1856, 648},
+                 {kMinBlockSize - 1, 0, 1, 0, 0},
+                 {kMaxBlockSize + 1, 0, 1, 0, 0},
+                 {0xFFFFFFFF, 0, 1, 0, 0},
+                 {131072, 0, 0, 0, 0}};
+    for (const auto &c : cases) {
+        CoderContext context{};
+        context.settings.bwt_off = c.bwt_off;
+        context.settings.st_off = c.st_off;
+        EXPECT_EQ(alloc_compress(context, c.block_size) / 1024, c.compress_kbytes) << c.block_size;
+        free_compress(context);
+        EXPECT_EQ(alloc_decompress(context, c.block_size) / 1024, c.decompress_kbytes)
+            << c.block_size;
+        free_decompress(context);
+    }
+}
+
+} // namespace

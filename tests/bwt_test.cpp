@@ -1,0 +1,124 @@
+// The sort against a judge that doubles ranks with the library's sort.
+#include "pipeline/byte_order.h"
+#include "stage_call.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <numeric>
+
+namespace {
+
+struct Sorted {
+    Bytes last_column;
+    std::uint32_t primary_low, primary_high; // rows, from 1, that rotation 1 may take
+};
+
+Sorted sort_naively(const Bytes &block) {
+    const std::uint32_t n = static_cast<std::uint32_t>(block.size());
+    std::vector<std::uint32_t> rows(n), rank(block.begin(), block.end()), next(n);
+    std::iota(rows.begin(), rows.end(), 0);
+    for (std::uint32_t h = 1;; h *= 2) {
+        const auto key = [&](std::uint32_t p) { return std::pair(rank[p], rank[(p + h) % n]); };
+        std::sort(rows.begin(), rows.end(),
+                  [&](std::uint32_t a, std::uint32_t b) { return key(a) < key(b); });
+        std::uint32_t groups = 0;
+        for (std::uint32_t r = 0; r < n; ++r) {
+            const bool begins = r == 0 || key(rows[r]) != key(rows[r - 1]);
+            groups += begins;
+            next[rows[r]] = begins ? r + 1 : next[rows[r - 1]]; // the group's first row
+        }
+        rank.swap(next);
+        if (groups == n || h >= n) break;
+    }
+    Sorted sorted{{}, rank[1 % n], rank[1 % n]};
+    for (const std::uint32_t p : rows)
+        sorted.last_column.push_back(block[(p + n - 1) % n]);
+    while (sorted.primary_high < n && rank[rows[sorted.primary_high]] == sorted.primary_low) {
+        ++sorted.primary_high;
+    }
+    return sorted;
+}
+
+void expect_sorted(const Bytes &block, const std::string &name) {
+    const Bytes output = kBwt.forward(block);
+    const Sorted sorted = sort_naively(block);
+    const std::size_t n = block.size();
+    ASSERT_EQ(output.size(), n + 5);
+    ASSERT_TRUE(std::equal(output.begin(), output.end() - 5, sorted.last_column.begin()))
+        << name << ", " << hex(block);
+    const std::uint32_t primary_index = get_u32(output.data() + n);
+    ASSERT_GE(primary_index, sorted.primary_low) << name << ", " << hex(block);
+    ASSERT_LE(primary_index, sorted.primary_high) << name << ", " << hex(block);
+    ASSERT_EQ(output[n + 4], 1);
+}
+
+TEST(Bwt, SmallBlocksInFull) {
+    const struct {
+        const char *block, *last_column;
+        std::uint8_t primary_index;
+    } cases[] = {{"x", "x", 1}, {"ab", "ba", 2}, {"aaaa", "aaaa", 3}, {"abab", "bbaa", 3}};
+    for (const auto &[block, last_column, primary_index] : cases) {
+        Bytes expected = to_bytes(last_column);
+        for (const int b : {+primary_index, 0, 0, 0, 1}) {
+            expected.push_back(static_cast<std::uint8_t>(b));
+        }
+        EXPECT_EQ(kBwt.forward(to_bytes(block)), expected) << block;
+    }
+}
+
+TEST(Bwt, EveryBinaryBlockOfUpToTenBytes) {
+    for (unsigned n = 1; n <= 10; ++n) {
+        for (unsigned bits = 0; bits < 1u << n; ++bits) {
+            Bytes block(n);
+            for (unsigned i = 0; i < n; ++i)
+                block[i] = bits >> i & 1 ? 'b' : 'a';
+            expect_sorted(block, "binary");
+        }
+    }
+}
+
+TEST(Bwt, BlocksOverSmallAlphabets) {
+    Random random(2);
+    for (int i = 0; i < 1500; ++i) {
+        const std::uint32_t alphabet = 1 + random.below(4);
+        Bytes block = random_bytes(1 + random.below(200), alphabet, random.below(1u << 30));
+        if (i % 3 == 0) { // periodic, or nearly so
+            const Bytes word = block;
+            for (std::uint32_t k = random.below(6); k > 0; --k)
+                block = join({block, word});
+            if (i % 2 == 0) block.back() ^= 1;
+        }
+        expect_sorted(block, "small alphabet");
+    }
+}
+
+// Groups of more rows than the triples hold are partitioned first.
+TEST(Bwt, GroupsAbove65535Rows) {
+    const std::size_t n = 200000;
+    expect_sorted(join({Bytes(n, 'a'), to_bytes("b")}), "one long run");
+    expect_sorted(join({Bytes(90000, 'a'), to_bytes("b"), Bytes(80000, 'a'), to_bytes("c")}),
+                  "two long runs");
+    expect_sorted(join({periodic("ab", n), to_bytes("a")}), "nearly periodic");
+    expect_sorted(Bytes(70000, 0), "equal bytes");
+    expect_sorted(periodic("abcabcabd", 9 * 30000), "period 9");
+    Bytes rare = random_bytes(n, 2000, 3);
+    for (auto &b : rare)
+        b = b == 7 ? 'x' : 'a';
+    expect_sorted(rare, "one byte value with rare others");
+    for (const auto &[name, bytes] : all_kinds(70000))
+        expect_sorted(bytes, name);
+}
+
+TEST(InverseBwt, RefusesPrimaryIndexesOutsideTheBlock) {
+    const Bytes sorted = kBwt.forward(to_bytes("abracadabra"));
+    for (const std::uint32_t primary_index : {0u, 12u, 0x01000000u, 0xFFFFFFFFu}) {
+        Bytes damaged = sorted;
+        put_u32(damaged.data() + 11, primary_index);
+        EXPECT_FALSE(kBwt.inverse(damaged, 40).has_value()) << primary_index;
+    }
+    for (std::uint8_t n = 0; n < 5; ++n)
+        EXPECT_FALSE(kBwt.inverse(Bytes(n, 1), 40).has_value());
+    EXPECT_FALSE(kBwt.inverse({1, 0, 0, 0, 1}, 40).has_value()) << "no bytes, primary index 1";
+}
+
+} // namespace

@@ -1,0 +1,154 @@
+#include "data.h"
+
+#include <algorithm>
+#include <utility>
+
+std::uint32_t Random::below(std::uint32_t bound) {
+    state_ ^= state_ >> 12;
+    state_ ^= state_ << 25;
+    state_ ^= state_ >> 27;
+    return static_cast<std::uint32_t>((state_ * 0x2545F4914F6CDD1Du) >> 33) % bound;
+}
+
+Bytes to_bytes(const std::string &text) {
+    return Bytes(text.begin(), text.end());
+}
+
+Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed) {
+    Random random(seed);
+    Bytes bytes(n);
+    for (auto &b : bytes)
+        b = static_cast<std::uint8_t>(random.below(alphabet));
+    return bytes;
+}
+
+Bytes periodic(const std::string &word, std::size_t n) {
+    Bytes bytes(n);
+    for (std::size_t i = 0; i < n; ++i)
+        bytes[i] = static_cast<std::uint8_t>(word[i % word.size()]);
+    return bytes;
+}
+
+Bytes fibonacci(std::size_t n) {
+    std::string a = "a", b = "ab";
+    while (b.size() < n)
+        a = std::exchange(b, b + a);
+    return to_bytes(b.substr(0, n));
+}
+
+Bytes runs(std::size_t n, std::uint64_t seed) {
+    Random random(seed);
+    Bytes bytes;
+    while (bytes.size() < n) {
+        const std::size_t length = 1 + random.below(1u << random.below(12));
+        bytes.insert(bytes.end(), length, static_cast<std::uint8_t>(random.below(5) * 40));
+    }
+    bytes.resize(n);
+    return bytes;
+}
+
+Bytes prose(std::size_t n, std::uint32_t width, const std::string &line_end, std::uint64_t seed) {
+    Random random(seed);
+    std::vector<std::string> words;
+    for (int i = 0; i < 400; ++i) {
+        std::string word;
+        for (std::uint32_t k = 1 + random.below(4) + random.below(5); k > 0; --k) {
+            word += "etaoinshrdlucmfwyp"[std::min(random.below(18), random.below(18))];
+        }
+        words.push_back(word);
+    }
+    std::string text, line;
+    while (text.size() < n) {
+        const std::uint32_t i = random.below(400);
+        const std::string &word = words[std::min(i, random.below(400))];
+        if (!line.empty() && line.size() + 1 + word.size() > width) {
+            text += line + line_end;
+            line = random.below(12) == 0 ? line_end + "    " : "";
+        }
+        line += (line.empty() ? "" : " ") + word + (random.below(9) == 0 ? "," : "");
+    }
+    return to_bytes(text.substr(0, n));
+}
+
+Bytes code(std::size_t n, std::uint64_t seed) {
+    Random random(seed);
+    Bytes bytes;
+    while (bytes.size() < n) {
+        if (random.below(6) == 0) {
+            const std::uint32_t target = random.below(12) * 977;
+            const std::uint32_t operand = target - static_cast<std::uint32_t>(bytes.size()) - 5;
+            bytes.push_back(0xE8);
+            for (int i = 0; i < 4; ++i)
+                bytes.push_back(static_cast<std::uint8_t>(operand >> (8 * i)));
+        } else {
+            static constexpr std::uint8_t kCommon[] = {0, 0, 0x48, 0x89, 0x8B, 0xFF, 0x0F, 0xE8};
+            bytes.push_back(kCommon[random.below(8)]);
+            bytes.push_back(static_cast<std::uint8_t>(random.below(64) * random.below(5)));
+        }
+    }
+    bytes.resize(n);
+    return bytes;
+}
+
+Bytes records(std::size_t n, std::uint32_t size, std::uint64_t seed) {
+    Random random(seed);
+    Bytes fields(size), bytes(n);
+    for (auto &f : fields)
+        f = static_cast<std::uint8_t>(random.below(256));
+    for (std::size_t i = 0; i < n; ++i) {
+        std::uint8_t &field = fields[i % size];
+        if (random.below(8) == 0) field = static_cast<std::uint8_t>(field + random.below(7) - 3);
+        bytes[i] = field;
+    }
+    return bytes;
+}
+
+Bytes join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes &part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+std::vector<NamedBytes> all_kinds(std::size_t largest) {
+    const std::size_t n = largest;
+    Bytes counting(std::min<std::size_t>(n, 4096));
+    for (std::size_t i = 0; i < counting.size(); ++i)
+        counting[i] = static_cast<std::uint8_t>(i);
+    const Bytes paragraph = prose(n / 6, 70, "\n", 3);
+    return {
+        {"one byte", to_bytes("x")},
+        {"two bytes", to_bytes("ba")},
+        {"zero byte", Bytes(1, 0)},
+        {"equal bytes", Bytes(n, 'a')},
+        {"zeros", Bytes(n / 2 + 1, 0)},
+        {"period 2", periodic("ab", n)},
+        {"period 3 and a rest", periodic("abc", n / 3 * 3 + 1)},
+        {"period of prose", join({paragraph, paragraph, paragraph, paragraph})},
+        {"fibonacci", fibonacci(n)},
+        {"runs", runs(n, 5)},
+        {"random", random_bytes(n / 2, 256, 6)},
+        {"random bits", random_bytes(n / 2, 2, 7)},
+        {"all byte values", counting},
+        {"prose", prose(n, 72, "\n", 8)},
+        {"prose, CR LF, 60 columns", prose(n, 60, "\r\n", 9)},
+        {"prose, CR LF, 200 columns", prose(n / 2, 200, "\r\n", 10)},
+        {"prose, CR LF, very long lines", prose(n / 2, 700, "\r\n", 11)},
+        {"code", code(n, 12)},
+        {"records of 2", records(n, 2, 13)},
+        {"records of 3", records(n, 3, 14)},
+        {"records of 4", records(n - 1, 4, 15)},
+        {"mixed", join({paragraph, random_bytes(n / 8, 256, 16), paragraph, Bytes(n / 8, 0)})},
+    };
+}
+
+std::string hex(const Bytes &bytes) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text = std::to_string(bytes.size()) + " bytes:";
+    for (std::size_t i = 0; i < bytes.size() && i < 64; ++i) {
+        text += ' ';
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 15];
+    }
+    return text;
+}

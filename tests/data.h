@@ -1,0 +1,47 @@
+// Blocks and files that look like what people store, and some that nobody would.
+// All are the same on every machine and in every run.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<std::uint8_t>;
+
+struct NamedBytes {
+    std::string name;
+    Bytes bytes;
+};
+
+// Numbers from a fixed seed (xorshift64*); the standard library's distributions
+// differ between libraries.
+class Random {
+public:
+    explicit Random(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15u + 1) {}
+    // 0 to bound - 1.
+    std::uint32_t below(std::uint32_t bound);
+
+private:
+    std::uint64_t state_;
+};
+
+Bytes to_bytes(const std::string &text);
+Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed);
+Bytes periodic(const std::string &word, std::size_t n);
+// Two words that grow as the Fibonacci numbers do: many near-equal rotations.
+Bytes fibonacci(std::size_t n);
+// Runs of geometric lengths over a few byte values.
+Bytes runs(std::size_t n, std::uint64_t seed);
+// English-like words in lines of at most `width` columns with `line_end`.
+Bytes prose(std::size_t n, std::uint32_t width, const std::string &line_end, std::uint64_t seed);
+// Machine-code-like bytes: zeros, small numbers, calls (E8) of a few routines.
+Bytes code(std::size_t n, std::uint64_t seed);
+// Records of `size` bytes, each field changing slowly by itself.
+Bytes records(std::size_t n, std::uint32_t size, std::uint64_t seed);
+Bytes join(std::initializer_list<Bytes> parts);
+
+// One of each of the above, and empty, single and equal bytes, up to `largest` bytes.
+std::vector<NamedBytes> all_kinds(std::size_t largest);
+
+// The bytes in hexadecimal, cut after 64: what a failing test prints.
+std::string hex(const Bytes &bytes);

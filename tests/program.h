@@ -1,0 +1,31 @@
+// Runs the real program as a process of its own.
+#pragma once
+
+#include "data.h"
+
+#include <filesystem>
+
+struct Finished {
+    int status;      // exit status; 128 + the signal for a program that was killed
+    std::string out; // standard output stream
+    std::string err; // standard error stream
+};
+
+// Runs VELK with these arguments, given to a shell behind `prefix`, with `suffix`
+// (redirections) after them. Both streams are kept.
+Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix = "",
+             const std::string &suffix = "");
+
+// A folder for one test's files, removed with all that is in it at the end.
+class ScratchFolder {
+public:
+    ScratchFolder();
+    ~ScratchFolder();
+    std::string path(const std::string &name) const { return (folder_ / name).string(); }
+
+private:
+    std::filesystem::path folder_;
+};
+
+void write_file(const std::string &path, const Bytes &bytes);
+Bytes read_file(const std::string &path);

@@ -1,0 +1,146 @@
+// Whatever goes through a stage, or through a whole block's chain, comes back.
+#include "archive/memory.h"
+#include "pipeline/block.h"
+#include "stage_call.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace {
+
+void expect_round_trip(const Stage &stage, const Bytes &block, const std::string &name) {
+    const Bytes coded = stage.forward(block);
+    const std::uint32_t capacity =
+        static_cast<std::uint32_t>(std::max(block.size(), coded.size())) + kForwardSlack;
+    const auto restored = stage.inverse(coded, capacity);
+    ASSERT_TRUE(restored.has_value()) << stage.name << ", " << name << ", " << hex(block);
+    ASSERT_EQ(*restored, block) << stage.name << ", " << name << ", " << hex(block);
+}
+
+TEST(RoundTrip, EveryStageOnEveryKindOfData) {
+    for (const Stage *stage : kStages) {
+        for (const auto &[name, bytes] : all_kinds(20000))
+            expect_round_trip(*stage, bytes, name);
+    }
+}
+
+TEST(RoundTrip, EveryStageOnManySmallBlocks) {
+    Random random(1);
+    for (const Stage *stage : kStages) {
+        const int blocks = stage == &kSt ? 100 : 1000; // its table takes a while to clear
+        for (int i = 0; i < blocks; ++i) {
+            const std::uint32_t alphabet = 1 + random.below(1u << random.below(9));
+            const Bytes block =
+                random_bytes(1 + random.below(300), alphabet, random.below(1u << 30));
+            expect_round_trip(*stage, block, "small block");
+        }
+    }
+}
+
+// A run's memory for one set of switches, with all that is in it kept from block to
+// block.
+class Chain {
+public:
+    explicit Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size) {
+        for (CoderContext *context : {&forward_, &inverse_}) {
+            Settings &s = context->settings;
+            std::uint8_t *const stage_flags[] = {&s.eol_off, &s.flt32_off, &s.delta_off,
+                                                 &s.lzp_off, &s.bwt_off,   &s.st_off,
+                                                 &s.rle_off, &s.dce_off};
+            for (unsigned i = 0; i < 8; ++i)
+                *stage_flags[i] = flags >> i & 1;
+        }
+        forward_.settings.no_fallback = no_fallback;
+        forward_.file_size = file_size;
+        usable_ = alloc_compress(forward_, kMinBlockSize) != 0 &&
+                  alloc_decompress(inverse_, kMinBlockSize) != 0;
+    }
+    ~Chain() {
+        free_compress(forward_);
+        free_decompress(inverse_);
+    }
+    bool usable() const { return usable_; }
+
+    Bytes compress(const Bytes &block) {
+        std::copy(block.begin(), block.end(), forward_.buf_in);
+        forward_.in_len = static_cast<std::uint32_t>(block.size());
+        compress_block(forward_);
+        return Bytes(forward_.buf_out, forward_.buf_out + forward_.out_len);
+    }
+    Bytes decompress(const Bytes &data) {
+        std::copy(data.begin(), data.end(), inverse_.buf_in);
+        inverse_.in_len = static_cast<std::uint32_t>(data.size());
+        if (!decompress_block(inverse_)) return to_bytes("refused");
+        return Bytes(inverse_.buf_out, inverse_.buf_out + inverse_.out_len);
+    }
+
+private:
+    CoderContext forward_{}, inverse_{};
+    bool usable_;
+};
+
+TEST(RoundTrip, EverySwitchOnEveryKindOfData) {
+    const auto inputs = all_kinds(6000);
+    for (unsigned flags = 0; flags < 256; ++flags) {
+        for (const bool no_fallback : {false, true}) {
+            Chain chain(static_cast<std::uint8_t>(flags), no_fallback, 6001);
+            ASSERT_EQ(chain.usable(), (flags & 0x30) != 0) << "both sorting transforms on";
+            if (!chain.usable()) continue;
+            // Every kind with every fourth set of switches; the sets differ by kind.
+            for (std::size_t i = flags % 4; i < inputs.size(); i += 4) {
+                const Bytes data = chain.compress(inputs[i].bytes);
+                ASSERT_LE(data.size(), inputs[i].bytes.size() + kBlockSlack);
+                ASSERT_EQ(chain.decompress(data), inputs[i].bytes)
+                    << "flags " << flags << ", no fallback " << no_fallback << ", "
+                    << inputs[i].name;
+            }
+        }
+    }
+}
+
+// A whole block of the block size, then tiny ones in the same memory: what a block
+// leaves behind must not matter, and the largest block must fit with all trailers.
+TEST(RoundTrip, FullBlocksAndTheTinyOnesAfterThem) {
+    for (const unsigned set : {0x20u, 0x10u, 0x30u}) {
+        const std::uint8_t flags = static_cast<std::uint8_t>(set);
+        Chain chain(flags, true, 1u << 20);
+        for (const auto &[name, bytes] : all_kinds(kMinBlockSize)) {
+            ASSERT_EQ(chain.decompress(chain.compress(bytes)), bytes) << name;
+            for (std::size_t n = 1; n < 8; ++n) {
+                const Bytes tiny = random_bytes(n, 3, n);
+                Chain fresh(flags, true, 1u << 20);
+                const Bytes data = chain.compress(tiny);
+                ASSERT_EQ(data, fresh.compress(tiny)) << n << " bytes after " << name;
+                ASSERT_EQ(chain.decompress(data), tiny) << n << " bytes after " << name;
+            }
+        }
+    }
+}
+
+TEST(Chain, BlocksThatNothingShrinksAreStored) {
+    const Bytes abc = to_bytes("abc");
+    const Bytes stored = {'a', 'b', 'c', 0, 0, 0, 0, 0, 0, 0, 0, 0x7E, 0x9C, 0x68, 0x4C};
+    EXPECT_EQ(Chain(0xFF, true, 4).compress(abc), stored);
+    const Bytes fallback = {'a', 'b', 'c', 0, 0, 0, 0, 2, 0x86, 0xF5, 0xE8, 0};
+    EXPECT_EQ(Chain(0xFF, false, 4).compress(abc), fallback);
+    // With the stages on as well: 20,000 random bytes grow by the trailers only.
+    const Bytes random = random_bytes(20000, 256, 1);
+    EXPECT_EQ(Chain(0x2F, false, 20001).compress(random).size(), 20000u + 4 + 1 + 4);
+}
+
+TEST(Chain, RecordDataTooShortOrTooLongIsRefused) {
+    Chain chain(0x20, false, 6);
+    for (std::size_t n = 0; n < 5; ++n)
+        EXPECT_EQ(chain.decompress(Bytes(n)), to_bytes("refused"));
+}
+
+// A block that needs a sorting transform's memory in an archive whose header says
+// that it was off.
+TEST(Chain, BlocksThatContradictTheHeaderAreRefused) {
+    const Bytes text = prose(kMinBlockSize, 70, "\n", 1);
+    const Bytes refused = to_bytes("refused");
+    EXPECT_EQ(Chain(0x30, false, 1).decompress(Chain(0x20, false, 1).compress(text)), refused);
+    EXPECT_EQ(Chain(0x10, false, 1).decompress(Chain(0x20, false, 1).compress(text)), refused);
+}
+
+} // namespace
