@@ -4,9 +4,8 @@
 #include "pipeline/byte_order.h"
 #include "stage_call.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -18,7 +18,7 @@ std::string quoted(const std::string &text) {
 } // namespace
 
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix,
-             const std::string &suffix) {
+                  const std::string &suffix) {
     const ScratchFolder folder;
     const std::string out = folder.path("out"), err = folder.path("err");
     std::string command = prefix + " " + quoted(VELK_PROGRAM);

@@ -1,10 +1,21 @@
-// DELTA filter: splits a block of records of 2, 3 or 4 bytes into byte channels.
+// DELTA filter: splits a block of records of k = 2, 3 or 4 bytes into byte channels.
+//
+//   a0 b0 c0 a1 b1 c1 a2 ...   ->   a0 a1 a2 ... b0 b1 ... c0 c1 ...
+//
+//   | channels | k - 1 |     applied
+//   | block | 0 |     off, shorter than 4 bytes, or no clear record structure
+//
+// The record size is the distance at which bytes repeat most often, if that distance
+// stands out and the others repeat mostly by chance, one byte at a time.
 #pragma once
 
 #include <cstdint>
 
+// The buffers must have room for n + 1 bytes; the block in `in` is not altered.
 void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
-                  std::uint8_t off);
+                  std::uint8_t delta_off);
 
+// Undoes `delta_encode`. The output is 1 byte shorter than the input. Returns false for
+// a trailer above 3.
 [[nodiscard]] bool delta_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                                 std::uint32_t &out_len, std::uint32_t capacity);

@@ -1,15 +1,209 @@
+// The column of a byte is its distance from the last CR before it; the block's first
+// byte has column 2, as if a CR stood two places before it. The column of a CR is the
+// length of its line.
 #include "filters/eol.h"
 
 #include "pipeline/stage.h"
 
+#include <algorithm>
+
+namespace {
+
+constexpr std::uint8_t kCr = 13;
+constexpr std::uint8_t kLf = 10;
+constexpr std::uint8_t kSpace = 32;
+
+constexpr std::uint8_t kDeclined = 1;
+constexpr std::uint8_t kApplied = 2;
+
+// The position of the last CR before the block starts. Columns are differences modulo
+// 2^32, so that it needs no sign.
+constexpr std::uint32_t kCrBeforeBlock = 0u - 2;
+// How far back from column W a place for a line break is looked for.
+constexpr std::uint32_t kMaxBack = 16;
+// The longest word that is looked at to drop a CR, less one.
+constexpr std::uint32_t kMaxLookahead = 14;
+constexpr std::uint32_t kRecentLines = 16;
+
+// The width that recent lines show: the largest of the last 16 recorded lengths. A
+// longer line raises it by a limited step, which doubles while lines go on growing.
+struct LineModel {
+    std::uint32_t width = 0;
+    std::uint32_t growth = 1;
+    std::uint8_t recent[kRecentLines] = {};
+    std::uint32_t oldest = 0;                 // index in `recent`
+    std::uint8_t count[256] = {kRecentLines}; // entries of `recent` by value
+};
+
+void add_line(LineModel &model, std::uint32_t length) {
+    if (length >= 256) return;
+    std::uint32_t recorded = length;
+    if (length <= model.width) {
+        model.growth = model.growth / 2 + 1;
+    } else if (length <= model.width + model.growth) {
+        model.growth = 2 * (length - model.width) + 1;
+    } else {
+        recorded = model.width + model.growth;
+        model.growth = 2 * model.growth + 1;
+    }
+    recorded = std::max(recorded, 2u);
+
+    std::uint8_t &entry = model.recent[model.oldest];
+    --model.count[entry];
+    ++model.count[recorded];
+    entry = static_cast<std::uint8_t>(recorded);
+    model.oldest = (model.oldest + 1) % kRecentLines;
+    model.width = std::max(model.width, recorded);
+    while (model.width > 0 && model.count[model.width] == 0)
+        --model.width;
+}
+
+// The lowest column in which a break or an escape may stand.
+std::uint32_t lowest_column(std::uint32_t width) {
+    return width > kMaxBack + 2 ? width - kMaxBack : 2;
+}
+
+// Exchanges LF and space after a CR; its own inverse, as no CR changes.
+void swap_after_cr(std::uint8_t *text, std::uint32_t n) {
+    std::uint8_t previous = 0;
+    for (std::uint32_t p = 0; p < n; ++p) {
+        const std::uint8_t byte = text[p];
+        if (previous == kCr && (byte == kLf || byte == kSpace)) text[p] = kLf + kSpace - byte;
+        previous = byte;
+    }
+}
+
+// Whether the text is worth reflowing. `text` is the block as it came.
+bool mostly_unindented(const std::uint8_t *text, std::uint32_t n) {
+    std::uint32_t spaces = 0;
+    std::uint32_t others = 0;
+    for (std::uint32_t p = 1; p < n; ++p) {
+        if (text[p - 1] == kLf) ++(text[p] == kSpace ? spaces : others);
+    }
+    return spaces < others;
+}
+
+// The smallest byte value that the text does not hold, 256 if there is none.
+std::uint32_t free_byte(const std::uint8_t *text, std::uint32_t n) {
+    bool used[256] = {};
+    for (std::uint32_t p = 0; p < n; ++p)
+        used[text[p]] = true;
+    return static_cast<std::uint32_t>(std::find(used, used + 256, false) - used);
+}
+
+// Whether the decoder will find by itself the line break of a CR at p, column
+// `length`: the next word would reach beyond column `width`.
+bool is_predictable(const std::uint8_t *text, std::uint32_t n, std::uint32_t p,
+                    std::uint32_t length, std::uint32_t width) {
+    if (p + 1 >= n || text[p + 1] != kSpace || length < 2 || length > width) return false;
+    if (length == width) return true;
+    const std::uint32_t missing = width - length;
+    if (missing > kMaxLookahead || p + 1 + missing > n - 2) return false;
+    const std::uint8_t *const word = text + p + 2;
+    return std::none_of(word, word + missing,
+                        [](std::uint8_t byte) { return byte == kSpace || byte == kCr; });
+}
+
+// The place, counted back from the byte before `end`, of the first byte for which
+// `wanted` holds, of those in `column` down to the lowest column; `end` if there is none.
+template<typename Wanted>
+std::uint32_t find_back(const std::uint8_t *text, std::uint32_t end, std::uint32_t column,
+                        std::uint32_t width, Wanted wanted) {
+    const std::uint32_t lowest = lowest_column(width);
+    for (std::uint32_t p = end; column >= lowest; --column) {
+        if (wanted(text[--p])) return p;
+    }
+    return end;
+}
+
+} // namespace
+
 void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
-                std::uint8_t /*off*/) {
-    pass_on(in, n, out, out_len);
+                std::uint8_t eol_off) {
+    if (eol_off != 0) {
+        pass_on(in, n, out, out_len);
+        return;
+    }
+    const bool worth_it = mostly_unindented(in, n);
+    swap_after_cr(in, n);
+    const std::uint32_t escape = free_byte(in, n);
+    if (!worth_it || escape == 256) {
+        pass_on(in, n, out, out_len, kDeclined);
+        return;
+    }
+
+    LineModel model;
+    std::uint32_t last_cr = kCrBeforeBlock;
+    std::uint32_t end = 0; // of the output
+    for (std::uint32_t p = 0; p < n; ++p) {
+        const std::uint32_t column = p - last_cr;
+        if (in[p] == kCr) {
+            if (!is_predictable(in, n, p, column, model.width)) out[end++] = kCr;
+            add_line(model, column);
+            last_cr = p;
+            continue;
+        }
+        out[end++] = in[p];
+        if (column == model.width) {
+            const std::uint32_t space = find_back(out, end, column, model.width,
+                                                  [](std::uint8_t b) { return b == kSpace; });
+            if (space != end) out[space] = static_cast<std::uint8_t>(escape);
+        }
+    }
+    out[end] = static_cast<std::uint8_t>(escape);
+    out[end + 1] = kApplied;
+    out_len = end + 2;
 }
 
 bool eol_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
-                std::uint32_t /*capacity*/) {
-    if (n == 0 || in[n - 1] != 0) return false;
-    drop_trailer(in, n, out, out_len);
+                std::uint32_t capacity) {
+    if (n == 0) return false;
+    const std::uint8_t trailer = in[n - 1];
+    if (trailer != kApplied) {
+        drop_trailer(in, n, out, out_len);
+        if (trailer != 0) swap_after_cr(out, out_len);
+        return true;
+    }
+    if (n < 2) return false;
+    const std::uint8_t escape = in[n - 2];
+
+    LineModel model;
+    std::uint32_t last_cr = kCrBeforeBlock;
+    std::uint32_t end = 0;
+    for (std::uint32_t i = 0; i < n - 2; ++i) {
+        if (capacity - end < 2) return false; // a byte, and a CR before it
+        const std::uint8_t byte = in[i];
+        const std::uint32_t column = end - last_cr;
+        if (byte == kCr) {
+            add_line(model, column);
+            last_cr = end;
+        } else if (column == model.width) {
+            if (byte == kSpace) {
+                out[end] = kCr;
+                add_line(model, column);
+                last_cr = end++;
+            } else if (byte == escape) {
+                out[end++] = kSpace;
+                continue;
+            } else {
+                const std::uint32_t width = model.width;
+                const std::uint32_t place =
+                    find_back(out, end, column - 1, width,
+                              [=](std::uint8_t b) { return b == kSpace || b == escape; });
+                if (place != end && out[place] == escape) {
+                    out[place] = kSpace;
+                } else if (place != end) {
+                    std::copy_backward(out + place, out + end, out + end + 1);
+                    out[place] = kCr;
+                    add_line(model, place - last_cr);
+                    last_cr = place;
+                    ++end;
+                }
+            }
+        }
+        out[end++] = byte;
+    }
+    swap_after_cr(out, end);
+    out_len = end;
     return true;
 }

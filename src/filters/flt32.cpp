@@ -1,15 +1,84 @@
 #include "filters/flt32.h"
 
+#include "pipeline/byte_order.h"
 #include "pipeline/stage.h"
 
+namespace {
+
+constexpr std::uint8_t kCall = 0xE8;
+constexpr std::uint32_t kOperandBytes = 4;
+constexpr std::uint32_t kTrailerBytes = 9;
+
+// Copies n bytes, with convert(operand, position in the file) in place of every call's
+// operand. other(byte) sees every byte outside an operand.
+template<typename Convert, typename Other>
+void copy_converted(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std::uint32_t base,
+                    Convert convert, Other other) {
+    for (std::uint32_t p = 0; p < n; ++p) {
+        const std::uint8_t byte = in[p];
+        out[p] = byte;
+        other(byte);
+        if (byte == kCall && n - p > kOperandBytes) {
+            put_u32(out + p + 1, convert(get_u32(in + p + 1), base + p));
+            p += kOperandBytes;
+        }
+    }
+}
+
+} // namespace
+
 void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
-                  std::uint32_t /*file_size*/, std::uint8_t /*off*/) {
-    pass_on(in, n, out, out_len);
+                  std::uint32_t file_size, std::uint8_t flt32_off) {
+    const bool part_of_file = file_size > n;
+    const std::uint32_t base = part_of_file ? file_size : 0;
+    const std::uint64_t wide_range = part_of_file ? 2 * std::uint64_t{file_size} : n;
+    if (flt32_off != 0 || base + wide_range + n > 0xFFFFFFFFu) {
+        pass_on(in, n, out, out_len);
+        return;
+    }
+    const std::uint32_t range = static_cast<std::uint32_t>(wide_range);
+    std::uint32_t zeros = 0;
+    std::uint32_t spaces = 0;
+    copy_converted(
+        in, n, out, base,
+        [=](std::uint32_t operand, std::uint32_t position) {
+            const std::uint32_t target = operand + position;
+            if (target < range) return target;
+            return target < range + position ? operand - range : operand;
+        },
+        [&](std::uint8_t byte) {
+            zeros += byte == 0;
+            spaces += byte == ' ';
+        });
+    if (spaces > zeros) {
+        pass_on(in, n, out, out_len);
+        return;
+    }
+    put_u32(out + n, base);
+    put_u32(out + n + 4, range);
+    out[n + 8] = 1;
+    out_len = n + kTrailerBytes;
 }
 
 bool flt32_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
-                  std::uint32_t /*capacity*/) {
-    if (n == 0 || in[n - 1] != 0) return false;
-    drop_trailer(in, n, out, out_len);
+                  std::uint32_t capacity) {
+    if (n == 0 || n > capacity) return false;
+    if (in[n - 1] == 0) {
+        drop_trailer(in, n, out, out_len);
+        return true;
+    }
+    if (n <= kTrailerBytes) return false;
+    const std::uint32_t block_len = n - kTrailerBytes;
+    const std::uint32_t base = get_u32(in + block_len);
+    const std::uint32_t range = get_u32(in + block_len + 4);
+    copy_converted(
+        in, block_len, out, base,
+        [=](std::uint32_t stored, std::uint32_t position) {
+            if (stored < range) return stored - position;
+            const bool wraps = stored + position < position;
+            return wraps ? stored + range : stored;
+        },
+        [](std::uint8_t) {});
+    out_len = block_len;
     return true;
 }

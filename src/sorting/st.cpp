@@ -1,15 +1,111 @@
+// A context is the first two bytes and the top five bits of the third:
+//
+//   | first byte (8) | second (8) | third (5) |
+//
+// The table first holds how many rotations have each context, then the next free row
+// of each context's bucket.
 #include "sorting/st.h"
 
 #include "pipeline/stage.h"
 
-void st_forward(std::uint32_t * /*contexts*/, std::uint8_t *&in, std::uint32_t n,
-                std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t /*off*/) {
-    pass_on(in, n, out, out_len);
+#include <algorithm>
+
+namespace {
+
+constexpr std::uint32_t kMinBlock = 3;
+constexpr std::uint32_t kTrailerBytes = 4;
+constexpr std::uint32_t kFirstByteShift = 13;
+
+std::uint32_t context_of(std::uint32_t first, std::uint32_t second, std::uint32_t third) {
+    return first << kFirstByteShift | second << 5 | third >> 3;
 }
 
-bool st_inverse(std::uint32_t * /*contexts*/, std::uint8_t *&in, std::uint32_t n,
-                std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t /*capacity*/) {
-    if (n == 0 || in[n - 1] != 0) return false;
-    drop_trailer(in, n, out, out_len);
+// The context of the rotation that begins one byte earlier, with `byte`.
+std::uint32_t context_before(std::uint32_t context, std::uint32_t byte) {
+    return context >> 8 | byte << kFirstByteShift;
+}
+
+void counts_to_rows(std::uint32_t *contexts) {
+    std::uint32_t row = 0;
+    for (std::uint32_t k = 0; k < kStContexts; ++k) {
+        const std::uint32_t count = contexts[k];
+        if (count == 0) continue;
+        contexts[k] = row;
+        row += count;
+    }
+}
+
+// Lengthens the prefixes of all rotations by the byte before: contexts[0..prefixes - 1]
+// count the rows by a prefix; afterwards the entries byte * prefixes + prefix do, with
+// `byte` the row's byte in the last column. An entry is read before anything is added to
+// it: byte 0 leads to the entry just read, the others above all those to be read. The
+// counts add up to the number of rows, so every row read exists.
+void lengthen_prefixes(std::uint32_t *contexts, std::uint32_t prefixes,
+                       const std::uint8_t *last_column) {
+    std::uint32_t row = 0;
+    for (std::uint32_t prefix = 0; prefix < prefixes; ++prefix) {
+        const std::uint32_t size = contexts[prefix];
+        contexts[prefix] = 0;
+        for (const std::uint32_t end = row + size; row < end; ++row) {
+            ++contexts[last_column[row] * prefixes + prefix];
+        }
+    }
+}
+
+} // namespace
+
+void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+                std::uint32_t &out_len, std::uint8_t st_off) {
+    if (st_off != 0 || n < kMinBlock) {
+        pass_on(in, n, out, out_len);
+        return;
+    }
+    std::fill(contexts, contexts + kStContexts, 0);
+    const std::uint32_t first_context = context_of(in[0], in[1], in[2]);
+    std::uint32_t context = first_context;
+    for (std::uint32_t p = n; p-- > 0;) {
+        context = context_before(context, in[p]);
+        ++contexts[context];
+    }
+    counts_to_rows(contexts);
+
+    context = first_context;
+    for (std::uint32_t p = n; p-- > 0;) { // the byte before rotation p + 1, or 0
+        out[contexts[context]++] = in[p];
+        context = context_before(context, in[p]);
+    }
+    out[n] = in[0];
+    out[n + 1] = in[1];
+    out[n + 2] = in[2];
+    out[n + 3] = 1;
+    out_len = n + kTrailerBytes;
+}
+
+bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
+                std::uint32_t &out_len, std::uint32_t capacity) {
+    if (len == 0 || len > capacity) return false;
+    if (in[len - 1] == 0) {
+        drop_trailer(in, len, out, out_len);
+        return true;
+    }
+    if (len < kMinBlock + kTrailerBytes || contexts == nullptr) return false;
+    const std::uint32_t n = len - kTrailerBytes;
+
+    // How many rotations begin with each five bits; then by 13 bits, then by 21.
+    std::fill(contexts, contexts + kStContexts, 0);
+    for (std::uint32_t row = 0; row < n; ++row)
+        ++contexts[in[row] >> 3];
+    lengthen_prefixes(contexts, 1u << 5, in);
+    lengthen_prefixes(contexts, 1u << kFirstByteShift, in);
+    counts_to_rows(contexts);
+
+    std::uint32_t context = context_of(in[n], in[n + 1], in[n + 2]);
+    for (std::uint32_t p = n; p-- > 0;) {
+        const std::uint32_t row = contexts[context]++;
+        if (row >= n) return false;
+        out[p] = in[row];
+        context = context_before(context, in[row]);
+    }
+    out_len = n;
     return true;
 }
