@@ -1,5 +1,5 @@
 #include "dce/dce.h"
-#include "dce/pending_list.h"
+#include "dce/distance_values.h"
 #include "dce/range_coder.h"
 #include "dce/raw_bits.h"
 #include "dce/symbol_stats.h"
@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 // Free bytes that must remain between coded bytes and raw words.
 constexpr std::uint32_t kMinRoom = 4;
 
@@ -54,75 +53,6 @@ bool has_room(const Encoder &encoder) {
     return coded + kMinRoom <= encoder.raw.back_cursor;
 }
 
-// Links each position to the next one with the same byte and lists the byte values by
-// first occurrence: `first` gets their first positions and n behind them.
-void scan(const std::uint8_t *block, std::uint32_t n, std::uint32_t *next_pos, PendingList &first) {
-    std::uint32_t last[256];
-    for (std::uint32_t &position : last)
-        position = kNone;
-    first.count = 0;
-    for (std::uint32_t p = 0; p < n; ++p) {
-        std::uint32_t &previous = last[block[p]];
-        if (previous == kNone) {
-            first.position[first.count++] = p;
-        } else {
-            next_pos[previous] = p;
-        }
-        previous = p;
-    }
-    for (const std::uint32_t position : last) {
-        if (position != kNone) next_pos[position] = kNone;
-    }
-    first.position[first.count] = n;
-}
-
-bool encode_header(Encoder &encoder, const std::uint8_t *block, std::uint32_t n,
-                   const PendingList &first) {
-    SymbolStats &bytes = encoder.stats[0];
-    SymbolStats &gaps = encoder.stats[1];
-    encode_value(encoder, first.count, bytes, kNoRun);
-    encode_value(encoder, n + 1, bytes, kNoRun);
-    encode_value(encoder, block[0], bytes, kNoRun);
-    encode_value(encoder, 0, bytes, kNoRun);
-    for (std::uint32_t k = 1; k < first.count && has_room(encoder); ++k) {
-        encode_value(encoder, block[first.position[k]], bytes, kNoRun);
-        encode_value(encoder, first.position[k] - first.position[k - 1], gaps, kNoRun);
-    }
-    return has_room(encoder);
-}
-
-// The value of a run that ends at q when the next run of its byte starts at t: the
-// positions from q + 1 to t that are not pending.
-std::uint32_t distance(const PendingList &pending, std::uint32_t q, std::uint32_t t) {
-    std::uint32_t known = 0; // pending positions below t, the head left out
-    while (pending.position[known + 1] < t)
-        ++known;
-    return t - q - known;
-}
-
-bool encode_runs(Encoder &encoder, const std::uint8_t *block, std::uint32_t n,
-                 const std::uint32_t *next_pos, PendingList &pending) {
-    for (std::uint32_t p = 0; p < n;) {
-        const std::uint8_t s = block[p];
-        std::uint32_t q = p;
-        while (q + 1 < n && block[q + 1] == s)
-            ++q;
-        const RunContext run = run_context(q - p + 1);
-        const std::uint32_t t = next_pos[q];
-        if (t == kNone) {
-            remove_head(pending);
-            encode_value(encoder, 0, encoder.stats[s], run);
-        } else {
-            const std::uint32_t v = distance(pending, q, t);
-            replace_head(pending, t);
-            encode_value(encoder, v, encoder.stats[s], run);
-        }
-        if (!has_room(encoder)) return false;
-        p = q + 1;
-    }
-    return true;
-}
-
 } // namespace
 
 void dce_encode(std::uint32_t *next_pos, ModelSet *models, std::uint8_t *&in, std::uint32_t n,
@@ -137,10 +67,12 @@ void dce_encode(std::uint32_t *next_pos, ModelSet *models, std::uint8_t *&in, st
     encoder.models = models;
     init_models(models);
 
-    PendingList pending;
-    scan(in, n, next_pos, pending);
-    bool fits =
-        encode_header(encoder, in, n, pending) && encode_runs(encoder, in, n, next_pos, pending);
+    // A block that has no room after any value has none at the end, either.
+    const auto encode = [&encoder](std::uint32_t v, std::uint32_t s, RunContext run) {
+        encode_value(encoder, v, encoder.stats[s], run);
+        return has_room(encoder);
+    };
+    bool fits = for_each_value(in, n, next_pos, encode);
     if (fits) {
         flush(encoder.range);
         finish(encoder.raw);
