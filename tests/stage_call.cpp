@@ -68,7 +68,7 @@ Stage array_stage(std::string name, std::uint32_t entries, Forward forward, Inve
 Bytes forward_bwt(const Bytes &block) {
     const std::uint32_t n = static_cast<std::uint32_t>(block.size());
     const std::uint32_t room = n + kForwardSlack;
-    Words region(room), rows(n), bits(n / 32 + 1, 0xAAAAAAAAu), scratch(kSortScratchBytes / 4, 7);
+    Words region(room), rows(n), bits(n / 8 + 10, 0xAAAAAAAAu), scratch(kSortScratchBytes / 4, 7);
     Buffer in = reinterpret_cast<Buffer>(region.data());
     Buffer out = in + room;
     std::copy(block.begin(), block.end(), in);

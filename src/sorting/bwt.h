@@ -12,16 +12,16 @@
 
 #include <cstdint>
 
-// Bytes of the model area that the sort needs: a table of two numbers for each of
-// the 65,536 two-byte strings, later up to 65,535 triples.
+// Bytes of the model area that the sort needs: for each of the 65,536 two-byte strings two numbers,
+// and later up to 65,535 triples, or one number and 65,536 entries of 8 bytes.
 constexpr std::uint32_t kSortScratchBytes = 65536 * 12;
 
 // Sorts the block. n: 1 to 2^24 - 1 bytes.
-// pair_region: 4 * n + 2 bytes at least, with both buffers inside it.
-// index_array: n entries. bit_array: n / 32 + 1 words. model_area: kSortScratchBytes.
-// Every buffer must have room for n + 5 bytes. The block in `in` is destroyed.
-// Takes time O(n log n) on usual data; equal rotations (a periodic block) come in an
-// order that the algorithm fixes, and the primary index with them.
+// pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start.
+// capacity: at least n + 24. index_array: n entries, at an address that 64-bit numbers
+// may have. bit_array: n / 8 + 10 words. model_area: kSortScratchBytes.
+// The block in `in` is destroyed. Equal rotations (a periodic block) come in an order
+// that sorting/tripling_sort.cpp fixes, and the primary index with them.
 void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
                  std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                  std::uint32_t &out_len, std::uint8_t bwt_off);
