@@ -27,7 +27,7 @@ constexpr std::uint32_t kDefaultBlock = 2048 * 1024;
 constexpr double kFrequencyTotal = 4096;
 // How much of a block's weight comes from its file's bits per byte (all files alike);
 // the rest comes from its bytes (all bytes alike).
-constexpr double kSmallFileShare = 0.5;
+constexpr double kSmallFileShare = 0.2;
 
 // A way to compress a file, and what it counts beside the default.
 struct Variation {
