@@ -47,7 +47,7 @@ struct BlockSet {
     EventLog log;
     std::vector<double> file_bytes; // for each block, that of its file
     std::vector<double> share;      // for each block, that of its variation
-    std::vector<CodedBits> bits;    // for each block, with the start table
+    std::vector<CodedBits> bits;    // for each block, with the table that was given
 };
 
 std::vector<char> read_file(const fs::path &path) {
@@ -59,8 +59,8 @@ std::vector<char> read_file(const fs::path &path) {
 
 // Adds the blocks of a file, compressed in one way, but for those that the coder would
 // not shorten.
-void add_file(BlockSet &set, const std::vector<char> &file, const Variation &variation) {
-    static const Table table = start_table();
+void add_file(BlockSet &set, const Table &table, const std::vector<char> &file,
+              const Variation &variation) {
     CoderContext c{};
     c.settings.bwt_off = 1 - variation.st_off;
     c.settings.st_off = variation.st_off;
@@ -86,7 +86,7 @@ void add_file(BlockSet &set, const std::vector<char> &file, const Variation &var
     free_compress(c);
 }
 
-BlockSet read_folder(const char *folder, bool all_variations) {
+BlockSet read_folder(const char *folder, const Table &table, bool all_variations) {
     std::vector<fs::path> paths;
     for (const auto &entry : fs::recursive_directory_iterator(folder)) {
         if (entry.is_regular_file() && entry.file_size() > 0 && entry.file_size() <= kMaxBlockSize)
@@ -97,10 +97,10 @@ BlockSet read_folder(const char *folder, bool all_variations) {
     std::size_t number = 0;
     for (const fs::path &path : paths) {
         const std::vector<char> file = read_file(path);
-        add_file(set, file, kDefault);
+        add_file(set, table, file, kDefault);
         if (!all_variations) continue;
-        add_file(set, file, kOthers[number++ % std::size(kOthers)]);
-        if (file.size() > kDefaultBlock) add_file(set, file, kLargeBlock);
+        add_file(set, table, file, kOthers[number++ % std::size(kOthers)]);
+        if (file.size() > kDefaultBlock) add_file(set, table, file, kLargeBlock);
     }
     return set;
 }
@@ -143,6 +143,25 @@ void report(const char *name, BlockSet *sets, const Table &table, double small_f
     weigh(sets[0], small_file_share);
 }
 
+// Prints what the coded blocks of the validation files consist of.
+void report_parts(const BlockSet &set) {
+    double bytes[5] = {}, files[5] = {};
+    for (std::size_t i = 0; i < set.bits.size(); ++i) {
+        const CodedBits &b = set.bits[i];
+        const double parts[] = {b.distances, b.two_bits, b.raw, b.header, b.all()};
+        for (std::size_t k = 0; k < std::size(parts); ++k) {
+            bytes[k] += parts[k] / 8;
+            files[k] += parts[k] / set.file_bytes[i];
+        }
+    }
+    const char *const names[] = {"distance symbols", "two-bit symbols", "raw bits", "header list"};
+    std::printf("\n%-25s %12s %12s\n", "part of the coded bytes", "all bytes", "files' mean");
+    for (std::size_t k = 0; k < std::size(names); ++k) {
+        std::printf("%-25s %10.1f %% %10.1f %%\n", names[k], 100 * bytes[k] / bytes[4],
+                    100 * files[k] / files[4]);
+    }
+}
+
 void write_table(const char *path, const Table &table) {
     std::ofstream out(path);
     out << "// One context a line, from 0 to 149: its total, then the counts of symbols 0 to 31,\n"
@@ -164,12 +183,12 @@ int main(int argc, char **argv) {
     }
     const std::string last_step = argc > 4 ? argv[4] : "shape";
     const double share = argc > 5 ? std::atof(argv[5]) : kSmallFileShare;
-    BlockSet sets[] = {read_folder(argv[2], true), read_folder(argv[3], false)};
+    Table table = start_table();
+    BlockSet sets[] = {read_folder(argv[2], table, true), read_folder(argv[3], table, false)};
     std::printf("%zu and %zu blocks. Percent saved, against a table that is flat but for the "
                 "given rows:\n%-12s %25s %25s\n%-12s %12s %12s %12s %12s\n",
                 sets[0].bits.size(), sets[1].bits.size(), "", "training", "validation", "step",
                 "files' mean", "bytes", "files' mean", "bytes");
-    Table table = start_table();
     for (const std::string step : {"flat", "frequencies", "strength", "shape"}) {
         for (std::uint32_t c = 0; c < kContexts; ++c) {
             if (is_flat_context(c) || is_given_context(c)) continue;
@@ -181,5 +200,6 @@ int main(int argc, char **argv) {
         if (step == last_step) break;
     }
     write_table(argv[1], table);
+    report_parts(read_folder(argv[3], table, false));
     return 0;
 }
