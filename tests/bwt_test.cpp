@@ -1,5 +1,6 @@
 // The sorts against a judge that doubles ranks with the library's sort, and each other.
 #include "pipeline/byte_order.h"
+#include "plain_stages.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
 #include "stage_call.h"
@@ -167,6 +168,30 @@ TEST(InverseBwt, RefusesPrimaryIndexesOutsideTheBlock) {
     for (std::uint8_t n = 0; n < 5; ++n)
         EXPECT_FALSE(kBwt.inverse(Bytes(n, 1), 40).has_value());
     EXPECT_FALSE(kBwt.inverse({1, 0, 0, 0, 1}, 40).has_value()) << "no bytes, primary index 1";
+}
+
+// Any column is some permutation's, most of them of several cycles. The walks in lanes
+// must decode it as the walk by single rows does: from 16384 bytes on they are used.
+TEST(InverseBwt, DecodesAnyColumnAsTheSingleWalk) {
+    Random random(7);
+    for (int i = 0; i < 150; ++i) {
+        const std::uint32_t n = 16384 - 2 + random.below(i % 3 == 0 ? 6 : 30000);
+        Bytes data =
+            random_bytes(n, 1 + random.below(1u << random.below(9)), random.below(1u << 30));
+        if (i % 2 == 0) std::sort(data.begin(), data.end()); // every row a cycle of its own
+        for (std::uint32_t swaps = i % 4 == 0 ? random.below(2 * n) : 0; swaps > 0; --swaps) {
+            const std::uint32_t p = random.below(n - 9);
+            std::swap(data[p], data[p + random.below(9)]);
+        }
+        const std::uint32_t primary_index = 1 + random.below(n);
+        Bytes expected(n + 1);
+        std::vector<std::uint32_t> rows(n);
+        plain_inverse_bwt(data.data(), n, primary_index, rows.data(), expected.data());
+        expected.pop_back();
+        data.resize(n + 5, 1);
+        put_u32(data.data() + n, primary_index);
+        ASSERT_EQ(kBwt.inverse(data, n + 5 + random.below(100)), expected) << i << ", n " << n;
+    }
 }
 
 } // namespace

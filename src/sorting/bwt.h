@@ -26,9 +26,9 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
                  std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                  std::uint32_t &out_len, std::uint8_t bwt_off);
 
-// Undoes `bwt_forward`. work_area: 4 * n bytes, n the length of the block restored;
-// the buffers may lie in it from byte 3 * capacity on. Or nullptr; then no sorted
-// block is restored.
+// Undoes `bwt_forward`. capacity: below 2^24. work_area: 4 * n bytes, n the length of the
+// block restored; the buffers may lie in it from byte 3 * capacity on. Or nullptr; then
+// no sorted block is restored.
 // Returns false for a trailer without its block and for a primary index outside 1..n.
 // Any other last column is some permutation's and decodes to some block.
 [[nodiscard]] bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len,
