@@ -21,6 +21,16 @@ TEST(Crc, BytesFromLastToFirst) {
         EXPECT_EQ(crc32_block(bytes.data(), static_cast<std::uint32_t>(bytes.size())), crc)
             << hex(bytes);
     }
+    // Bit by bit, for all lengths around a step of the fast form.
+    for (std::uint32_t n = 1; n < 70; ++n) {
+        const Bytes bytes = random_bytes(n, 256, n);
+        std::uint32_t x = 0xFFFFFFFF;
+        for (std::uint32_t bit = 0; bit < 8 * n; ++bit) {
+            x ^= std::uint32_t{bytes[n - 1 - bit / 8]} >> bit % 8 & 1;
+            x = x >> 1 ^ (x & 1) * 0xEDB88320;
+        }
+        EXPECT_EQ(crc32_block(bytes.data(), n), ~x) << n;
+    }
 }
 
 TEST(Format, CheckBytesOfHeaderAndRecordHead) {

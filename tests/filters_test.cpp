@@ -100,17 +100,17 @@ TEST(Flt32, DeclinesTextAndWhatIsNotOneToOne) {
 }
 
 TEST(Delta, FindsTheRecordSize) {
-    Bytes two(1000), three(999);
-    for (std::size_t i = 0; i < 1000; ++i) {
+    Bytes two(9000), three(999);
+    for (std::size_t i = 0; i < two.size(); ++i) {
         two[i] = i % 2 == 0 ? static_cast<std::uint8_t>(i / 2) : 7;
         if (i < 999)
             three[i] = i % 3 == 0 ? static_cast<std::uint8_t>(i / 3) : i % 3 == 1 ? 50 : 60;
     }
     const Bytes split = kDelta.forward(two);
     EXPECT_EQ(split.back(), 1);
-    for (std::size_t i = 0; i < 500; ++i) {
+    for (std::size_t i = 0; i < 4500; ++i) {
         ASSERT_EQ(split[i], i % 256);
-        ASSERT_EQ(split[500 + i], 7);
+        ASSERT_EQ(split[4500 + i], 7);
     }
     EXPECT_EQ(kDelta.forward(three).back(), 2);
     EXPECT_EQ(kDelta.forward(records(4000, 4, 1)).back(), 3);
@@ -123,6 +123,29 @@ TEST(Delta, DeclinesWithoutRecords) {
     EXPECT_EQ(kDelta.forward(random_bytes(10000, 256, 1)).back(), 0);
     EXPECT_EQ(kDelta.forward(prose(10000, 70, "\n", 1)).back(), 0);
     EXPECT_FALSE(kDelta.inverse({1, 2, 3, 4}, 10).has_value()) << "trailer 4";
+}
+
+// Groups of 61 bytes without any match but fourteen at distance 2 and, at distance 1, two
+// single ones and two in a row: just as many repeated ones (a quarter) as are borne. One
+// more, or a single one less, in any group must show.
+TEST(Delta, CountsEveryPosition) {
+    constexpr std::size_t kGroup = 61, kGroups = 150;
+    Bytes block(kGroup * kGroups);
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        const std::size_t at = i % kGroup;
+        const bool pair = at == 3 || at == 8 || at == 13 || at == 14;
+        const bool two_apart = at >= 20 && at % 3 == 0;
+        block[i] = static_cast<std::uint8_t>(1 + i % 250);
+        if (pair || two_apart) block[i] = block[i - (pair ? 1 : 2)];
+    }
+    ASSERT_EQ(kDelta.forward(block).back(), 1);
+    for (std::size_t start = 0; start < block.size(); start += kGroup) {
+        Bytes fewer = block, more = block;
+        fewer[start + 3] = 255;
+        more[start + 9] = more[start + 8];
+        ASSERT_EQ(kDelta.forward(fewer).back(), 0) << start;
+        ASSERT_EQ(kDelta.forward(more).back(), 0) << start;
+    }
 }
 
 TEST(Lzp, EqualBytesInFull) {

@@ -6,6 +6,7 @@
 #include "pipeline/stage.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -63,13 +64,18 @@ std::uint32_t lowest_column(std::uint32_t width) {
     return width > kMaxBack + 2 ? width - kMaxBack : 2;
 }
 
+// The first CR from `p` on, `n` if there is none.
+std::uint32_t next_cr(const std::uint8_t *text, std::uint32_t p, std::uint32_t n) {
+    const void *const found = std::memchr(text + p, kCr, n - p);
+    return found == nullptr
+               ? n
+               : static_cast<std::uint32_t>(static_cast<const std::uint8_t *>(found) - text);
+}
+
 // Exchanges LF and space after a CR; its own inverse, as no CR changes.
 void swap_after_cr(std::uint8_t *text, std::uint32_t n) {
-    std::uint8_t previous = 0;
-    for (std::uint32_t p = 0; p < n; ++p) {
-        const std::uint8_t byte = text[p];
-        if (previous == kCr && (byte == kLf || byte == kSpace)) text[p] = kLf + kSpace - byte;
-        previous = byte;
+    for (std::uint32_t p = next_cr(text, 0, n) + 1; p < n; p = next_cr(text, p, n) + 1) {
+        if (text[p] == kLf || text[p] == kSpace) text[p] = kLf + kSpace - text[p];
     }
 }
 
@@ -132,23 +138,28 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
         return;
     }
 
+    // The bytes of a line move at once (prose with CR LF 1.5 times, without 2.6 times as
+    // fast as byte by byte), then the one in column W is looked at. W is 0 in the first line
+    // and 0, 2 or more in the others, so that this byte, if any, is not before p.
     LineModel model;
     std::uint32_t last_cr = kCrBeforeBlock;
     std::uint32_t end = 0; // of the output
-    for (std::uint32_t p = 0; p < n; ++p) {
-        const std::uint32_t column = p - last_cr;
-        if (in[p] == kCr) {
-            if (!is_predictable(in, n, p, column, model.width)) out[end++] = kCr;
-            add_line(model, column);
-            last_cr = p;
-            continue;
-        }
-        out[end++] = in[p];
-        if (column == model.width) {
-            const std::uint32_t space = find_back(out, end, column, model.width,
+    for (std::uint32_t p = 0; p < n;) {
+        const std::uint32_t cr = next_cr(in, p, n);
+        std::memcpy(out + end, in + p, cr - p);
+        const std::uint32_t at_width = last_cr + model.width;
+        if (model.width != 0 && at_width < cr) {
+            const std::uint32_t line_end = end + (at_width - p) + 1;
+            const std::uint32_t space = find_back(out, line_end, model.width, model.width,
                                                   [](std::uint8_t b) { return b == kSpace; });
-            if (space != end) out[space] = static_cast<std::uint8_t>(escape);
+            if (space != line_end) out[space] = static_cast<std::uint8_t>(escape);
         }
+        end += cr - p;
+        if (cr == n) break;
+        if (!is_predictable(in, n, cr, cr - last_cr, model.width)) out[end++] = kCr;
+        add_line(model, cr - last_cr);
+        last_cr = cr;
+        p = cr + 1;
     }
     out[end] = static_cast<std::uint8_t>(escape);
     out[end + 1] = kApplied;
@@ -170,35 +181,44 @@ bool eol_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
     LineModel model;
     std::uint32_t last_cr = kCrBeforeBlock;
     std::uint32_t end = 0;
-    for (std::uint32_t i = 0; i < n - 2; ++i) {
+    std::uint32_t cr = next_cr(in, 0, n - 2);
+    for (std::uint32_t i = 0; i < n - 2;) {
+        // What comes before the next CR and before column W moves at once (prose with CR LF
+        // 1.7 times as fast as byte by byte).
+        std::uint32_t plain = cr - i;
+        const std::uint32_t to_width = last_cr + model.width - end;
+        if (end - last_cr <= model.width) plain = std::min(plain, to_width);
+        if (plain >= capacity - end) return false;
+        std::memcpy(out + end, in + i, plain);
+        end += plain;
+        i += plain;
+        if (i == n - 2) break;
+
         if (capacity - end < 2) return false; // a byte, and a CR before it
-        const std::uint8_t byte = in[i];
-        const std::uint32_t column = end - last_cr;
+        const std::uint8_t byte = in[i++];
         if (byte == kCr) {
-            add_line(model, column);
+            add_line(model, end - last_cr);
             last_cr = end;
-        } else if (column == model.width) {
-            if (byte == kSpace) {
-                out[end] = kCr;
-                add_line(model, column);
-                last_cr = end++;
-            } else if (byte == escape) {
-                out[end++] = kSpace;
-                continue;
-            } else {
-                const std::uint32_t width = model.width;
-                const std::uint32_t place =
-                    find_back(out, end, column - 1, width,
-                              [=](std::uint8_t b) { return b == kSpace || b == escape; });
-                if (place != end && out[place] == escape) {
-                    out[place] = kSpace;
-                } else if (place != end) {
-                    std::copy_backward(out + place, out + end, out + end + 1);
-                    out[place] = kCr;
-                    add_line(model, place - last_cr);
-                    last_cr = place;
-                    ++end;
-                }
+            cr = next_cr(in, i, n - 2);
+        } else if (byte == kSpace) { // in column W, as all bytes below
+            out[end] = kCr;
+            add_line(model, model.width);
+            last_cr = end++;
+        } else if (byte == escape) {
+            out[end++] = kSpace;
+            continue;
+        } else {
+            const std::uint32_t place =
+                find_back(out, end, model.width - 1, model.width,
+                          [=](std::uint8_t b) { return b == kSpace || b == escape; });
+            if (place != end && out[place] == escape) {
+                out[place] = kSpace;
+            } else if (place != end) {
+                std::copy_backward(out + place, out + end, out + end + 1);
+                out[place] = kCr;
+                add_line(model, place - last_cr);
+                last_cr = place;
+                ++end;
             }
         }
         out[end++] = byte;
