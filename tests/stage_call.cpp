@@ -1,10 +1,12 @@
 #include "stage_call.h"
 
 #include "dce/dce.h"
+#include "dce/frequency_models.h"
 #include "filters/delta.h"
 #include "filters/eol.h"
 #include "filters/flt32.h"
 #include "filters/lzp.h"
+#include "plain_dce.h"
 #include "sorting/bwt.h"
 #include "sorting/rle.h"
 #include "sorting/st.h"
@@ -115,13 +117,23 @@ const Stage kRle = plain_stage(
 const Stage kDce = plain_stage(
     "DCE",
     [](Buffer &in, Length n, Buffer &out, Length &out_len) {
-        Words next_pos(n);
-        const auto models = std::make_unique<ModelSet[]>(kModelSets);
-        dce_encode(next_pos.data(), models.get(), in, n, out, out_len, 0);
+        Words runs(n, 7), models(kModelAreaBytes / 4, 7);
+        dce_encode(runs.data(), models.data(), in, n, out, out_len, 0);
     },
     [](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
-        const auto models = std::make_unique<ModelSet[]>(kModelSets);
-        return dce_decode(models.get(), in, n, out, out_len, capacity);
+        Words models(kModelAreaBytes / 4, 7);
+        return dce_decode(models.data(), in, n, out, out_len, capacity);
+    });
+
+const Stage kPlainDce = plain_stage(
+    "plain DCE",
+    [](Buffer &in, Length n, Buffer &out, Length &out_len) {
+        Words next_pos(n), models(kPlainCounters);
+        plain_dce_encode(next_pos.data(), models.data(), in, n, out, out_len);
+    },
+    [](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
+        Words models(kPlainCounters);
+        return plain_dce_decode(models.data(), in, n, out, out_len, capacity);
     });
 
 const std::vector<const Stage *> kStages = {&kEol, &kFlt32, &kDelta, &kLzp,

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::size_t kSecondarySets = 13; // those that a secondary index reaches
-
 // Counts updated as the coder updates them, whatever layout it keeps them in.
 struct Counter {
     std::uint32_t total;

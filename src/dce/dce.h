@@ -17,17 +17,15 @@
 // coded, and raw bits.
 #pragma once
 
-#include "dce/frequency_models.h"
-
 #include <cstdint>
 
 // Codes the block; declines when the result would be longer than n + 1 bytes.
-// next_pos: n entries. models: kModelSets sets, any contents.
+// runs: n entries. model_area: kModelAreaBytes. Both with any contents.
 // The buffers must have room for n + 16 bytes.
-void dce_encode(std::uint32_t *next_pos, ModelSet *models, std::uint8_t *&in, std::uint32_t n,
+void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n,
                 std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t dce_off);
 
 // Undoes `dce_encode`. Returns false when the block does not describe at most
 // `capacity` bytes consistently, or when decoding it would read outside of it.
-[[nodiscard]] bool dce_decode(ModelSet *models, std::uint8_t *&in, std::uint32_t len,
+[[nodiscard]] bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len,
                               std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);

@@ -15,22 +15,19 @@ constexpr std::uint32_t kTrailerBytes = 5;
 struct Decoder {
     RangeDecoder range;
     RawBitReader raw;
-    ModelSet *models;
     std::uint32_t prev_value;
-    SymbolStats stats[256];
 };
 
 // The next value, below 2^26 + 4. After a fault (see `failed`) it means nothing.
-std::uint32_t decode_value(Decoder &decoder, SymbolStats &stats, RunContext run) {
+[[gnu::always_inline]] inline std::uint32_t decode_value(Decoder &decoder, Models &models,
+                                                         SymbolStats &stats, RunContext run) {
     const std::uint32_t context = distance_context(stats, run.flag);
-    ModelSet &primary = decoder.models[0];
-    ModelSet &secondary = decoder.models[1 + secondary_index(decoder.prev_value)];
     std::uint32_t v =
-        decode_pair(decoder.range, primary.context[context], secondary.context[context]);
+        decode_pair(decoder.range, models.primary.context[context],
+                    models.secondary[secondary_index(decoder.prev_value)].context[context]);
     if (v >= kFirstLongValue) {
         const std::uint32_t e = v - kFirstLongValue; // at most 23
-        const std::uint32_t top =
-            decode_doubled(decoder.range, primary.context[kFirstBitContext + e]);
+        const std::uint32_t top = decode_doubled(decoder.range, models.bit[e]);
         v = 4 + ((4 + top) << e) + get(decoder.raw, e);
     }
     update_stats(stats, decoder.prev_value, v, run.term);
@@ -38,72 +35,91 @@ std::uint32_t decode_value(Decoder &decoder, SymbolStats &stats, RunContext run)
 }
 
 bool failed(const Decoder &decoder) {
-    return decoder.range.failed || decoder.raw.failed;
+    return failed(decoder.range) || past_front(decoder.raw);
 }
 
 // Decodes the header list: the pending list gets the first positions and n behind
-// them, `out` the bytes there. Ensures 0 = first position < ... < n <= capacity.
-bool decode_header(Decoder &decoder, std::uint8_t *out, std::uint32_t capacity,
-                   PendingList &pending) {
-    SymbolStats &bytes = decoder.stats[0];
-    SymbolStats &gaps = decoder.stats[1];
-    const std::uint32_t byte_values = decode_value(decoder, bytes, kNoRun);
-    const std::uint32_t n_plus_1 = decode_value(decoder, bytes, kNoRun);
+// them, the first of all as the current run's. Ensures 0 < ... < n <= capacity.
+bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::uint32_t capacity,
+                   PendingList &pending, std::uint8_t &first_byte) {
+    const auto next = [&](std::uint32_t s) {
+        return decode_value(decoder, models, stats[s], kNoRun);
+    };
+    const std::uint32_t byte_values = next(0);
+    const std::uint32_t n_plus_1 = next(0);
     if (byte_values < 1 || byte_values > 256) return false;
     if (n_plus_1 < 2 || n_plus_1 - 1 > capacity) return false;
     const std::uint32_t n = n_plus_1 - 1;
 
-    out[0] = static_cast<std::uint8_t>(decode_value(decoder, bytes, kNoRun));
-    if (decode_value(decoder, bytes, kNoRun) != 0) return false;
-    pending.position[0] = 0;
+    first_byte = static_cast<std::uint8_t>(next(0));
+    if (next(0) != 0) return false;
     std::uint32_t first = 0;
-    for (std::uint32_t k = 1; k < byte_values; ++k) {
-        const std::uint32_t byte = decode_value(decoder, bytes, kNoRun);
-        const std::uint32_t gap = decode_value(decoder, gaps, kNoRun);
-        if (gap == 0 || gap >= n - first || failed(decoder)) return false;
+    pending.count = byte_values - 1;
+    for (std::uint32_t i = 0; i < pending.count; ++i) {
+        const std::uint32_t byte = next(0);
+        const std::uint32_t gap = next(1);
+        if (gap == 0 || gap >= n - first) return false;
         first += gap;
-        out[first] = static_cast<std::uint8_t>(byte);
-        pending.position[k] = first;
+        pending.entry[i] = to_entry(first - i, byte & 0xFF);
     }
-    pending.position[byte_values] = n;
-    pending.count = byte_values;
+    pending.entry[pending.count] = to_entry(n - pending.count, 0);
+    std::fill(pending.entry + byte_values, std::end(pending.entry), kAboveAll);
     return !failed(decoder);
 }
 
+// Writes a run of `length` bytes at p, below `capacity`, and maybe some more behind it.
+inline void fill_run(std::uint8_t *out, std::uint32_t p, std::uint32_t length, std::uint8_t s,
+                     std::uint32_t capacity) {
+    const std::uint64_t eight = s * 0x0101010101010101u;
+    if (length <= sizeof eight && p + sizeof eight <= capacity) [[likely]] {
+        std::memcpy(out + p, &eight, sizeof eight);
+    } else {
+        std::memset(out + p, s, length);
+    }
+}
+
 // Decodes `runs` runs; `length` becomes the bytes that they fill. Each run starts
-// where the one before it ended, at the head of the pending list, and ends before the
-// next pending position, at the latest before n, so every write stays below n and
-// there are at most n runs.
-bool decode_runs(Decoder &decoder, std::uint8_t *out, std::uint32_t runs, PendingList &pending,
-                 std::uint32_t &length) {
-    length = 0;
+// where the one before it ended and ends at the next pending position, at the latest
+// at n, so every write stays below n, or `capacity`, and there are at most n runs. What
+// is checked here keeps damaged data within the buffers; whether the coder has failed
+// is asked once, at the end.
+bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8_t *out,
+                 std::uint32_t runs, PendingList &pending, std::uint8_t first_byte,
+                 std::uint32_t capacity, std::uint32_t &length) {
+    std::uint32_t p = 0;
+    std::uint32_t end = entry_number(pending.entry[0]);
+    std::uint32_t limit = entry_number(pending.entry[pending.count]);
+    std::uint8_t s = first_byte;
     for (; runs > 0; --runs) {
-        if (pending.count == 0) return false; // n is reached
-        const std::uint32_t p = pending.position[0];
-        const std::uint32_t end = pending.position[1];
-        const std::uint8_t s = out[p];
-        std::memset(out + p, s, end - p);
-        const std::uint32_t v = decode_value(decoder, decoder.stats[s], run_context(end - p));
-        if (failed(decoder)) return false;
-        if (v == 0) {
-            remove_head(pending);
+        fill_run(out, p, end - p, s, capacity);
+        const std::uint32_t v = decode_value(decoder, models, stats[s], run_context(end - p));
+        const std::uint8_t next = entry_byte(pending.entry[0]);
+        p = end;
+        if (v == 0) [[unlikely]] {
+            if (pending.count == 0) {
+                if (runs > 1) return false; // n is reached
+                break;
+            }
+            remove_first(pending);
+            end = entry_number(pending.entry[0]);
+            ++limit;
         } else {
             // v may reach 2^26, n is below 2^24: no overflow.
-            std::uint32_t t = end - 1 + v;
-            for (std::uint32_t i = 1; i < pending.count && pending.position[i] <= t; ++i)
-                ++t;
-            if (t >= pending.position[pending.count]) return false;
-            replace_head(pending, t);
-            out[t] = s;
+            const std::uint32_t known = end - 1 + v;
+            if (known >= limit) return false;
+            // E1, or the place of `s` if it comes first; the list itself may follow later.
+            end = std::min(entry_number(pending.entry[1]), known) + 1;
+            replace_first(pending, known, s);
         }
-        length = end;
+        s = next;
     }
-    return true;
+    length = p;
+    return !failed(decoder);
 }
 
 } // namespace
 
-bool dce_decode(ModelSet *models, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
+bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                 std::uint32_t &out_len, std::uint32_t capacity) {
     if (len == 0) return false;
     if (in[len - 1] == 0) {
@@ -114,15 +130,14 @@ bool dce_decode(ModelSet *models, std::uint8_t *&in, std::uint32_t len, std::uin
     const std::uint32_t coded_len = len - kTrailerBytes;
     const std::uint32_t value_count = get_u32(in + coded_len);
 
-    Decoder decoder{};
-    decoder.range = start_decoder(in, coded_len);
-    decoder.raw = start_raw_reader(in, coded_len);
-    decoder.models = models;
-    init_models(models);
+    Decoder decoder{start_decoder(in, coded_len), start_raw_reader(in, coded_len), 0};
+    SymbolStats stats[256];
+    Models &models = init_models(model_area);
 
     PendingList pending;
-    if (!decode_header(decoder, out, capacity, pending)) return false;
-    const std::uint32_t header_values = 2 * pending.count + 2;
+    std::uint8_t first_byte = 0;
+    if (!decode_header(decoder, models, stats, capacity, pending, first_byte)) return false;
+    const std::uint32_t header_values = 2 * pending.count + 4;
     const std::uint32_t runs = value_count > header_values ? value_count - header_values : 0;
-    return decode_runs(decoder, out, runs, pending, out_len);
+    return decode_runs(decoder, models, stats, out, runs, pending, first_byte, capacity, out_len);
 }

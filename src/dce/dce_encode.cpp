@@ -17,24 +17,21 @@ constexpr std::uint32_t kMinRoom = 4;
 struct Encoder {
     RangeEncoder range;
     RawBitWriter raw;
-    ModelSet *models;
     std::uint32_t prev_value;
     std::uint32_t value_count;
-    SymbolStats stats[256];
 };
 
 // Between two calls of `has_room` one value is coded: at most six bytes leave the
 // range coder and one word is stored.
-void encode_value(Encoder &encoder, std::uint32_t v, SymbolStats &stats, RunContext run) {
+inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, std::uint32_t v,
+                         RunContext run) {
     const std::uint32_t context = distance_context(stats, run.flag);
     assert(context < kFirstBitContext);
-    ModelSet &primary = encoder.models[0];
-    ModelSet &secondary = encoder.models[1 + secondary_index(encoder.prev_value)];
+    FreqModel &p = models.primary.context[context];
+    FreqModel &s = models.secondary[secondary_index(encoder.prev_value)].context[context];
     update_stats(stats, encoder.prev_value, v, run.term);
     ++encoder.value_count;
 
-    FreqModel &p = primary.context[context];
-    FreqModel &s = secondary.context[context];
     if (v < kFirstLongValue) {
         encode_pair(encoder.range, p, s, v);
         return;
@@ -42,37 +39,34 @@ void encode_value(Encoder &encoder, std::uint32_t v, SymbolStats &stats, RunCont
     const std::uint32_t x = v - 4;
     const std::uint32_t e = bit_length(x) - 3; // raw bits: all below the top three
     encode_pair(encoder.range, p, s, kFirstLongValue + e);
-    encode_doubled(encoder.range, primary.context[kFirstBitContext + e], (x >> e) & 3);
+    encode_doubled(encoder.range, models.bit[e], (x >> e) & 3);
     put(encoder.raw, x & ((1u << e) - 1), e);
 }
 
-// Whether the block can still come out no longer than n + 1 bytes. Bytes that the
-// range coder holds back count as written: each will be.
-bool has_room(const Encoder &encoder) {
-    const std::uint64_t coded = std::uint64_t{encoder.range.output_cursor} + encoder.range.pending;
-    return coded + kMinRoom <= encoder.raw.back_cursor;
+// Whether the block can still come out no longer than n + 1 bytes. While it can, the
+// range coder's stores end below the raw words.
+inline bool has_room(const Encoder &encoder) {
+    return encoder.range.output_cursor + kMinRoom <= encoder.raw.back_cursor;
 }
 
 } // namespace
 
-void dce_encode(std::uint32_t *next_pos, ModelSet *models, std::uint8_t *&in, std::uint32_t n,
+void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n,
                 std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t dce_off) {
     if (dce_off != 0 || n == 0) {
         pass_on(in, n, out, out_len);
         return;
     }
-    Encoder encoder{};
-    encoder.range = start_encoder(out);
-    encoder.raw = start_raw_writer(out, n);
-    encoder.models = models;
-    init_models(models);
+    Encoder encoder{start_encoder(out), start_raw_writer(out, n), 0, 0};
+    SymbolStats stats[256];
+    Models &models = init_models(model_area);
 
     // A block that has no room after any value has none at the end, either.
-    const auto encode = [&encoder](std::uint32_t v, std::uint32_t s, RunContext run) {
-        encode_value(encoder, v, encoder.stats[s], run);
+    const auto encode = [&](std::uint32_t v, std::uint32_t s, RunContext run) {
+        encode_value(encoder, models, stats[s], v, run);
         return has_room(encoder);
     };
-    bool fits = for_each_value(in, n, next_pos, encode);
+    bool fits = for_each_value(in, n, runs, encode);
     if (fits) {
         flush(encoder.range);
         finish(encoder.raw);

@@ -1,62 +1,132 @@
 // The adaptive frequency models of the DCE stage.
 //
-//   model area:  | set 0, primary | set 1 | ... | set 16 |          336,600 bytes
-//   a set:       | context 0 | context 1 | ... | context 149 |
-//   a context:   | total | count of symbol 0 | ... | count of symbol 31 |
+//   Models:  | primary set | secondary set 0 | ... | secondary set 12 | bit models |
+//   a set:   | context 0 | context 1 | ...
 //
 // Contexts 0..119, distance contexts: a distance symbol is coded with the same
 // context of the primary and one secondary set, their counts summed. Contexts
-// 120..149, bit contexts: two bits are coded with the primary set alone.
+// 120..149, bit contexts: two bits are coded with a bit model alone.
 //
-// Always: a total is the sum of its 32 counts, and no count is 0. When a symbol is
-// coded its models' totals are at most kRescaleLimit.
+// A model holds cumulative counts: number i is how often symbols 0 to i were seen, the
+// last one is the total. So a symbol's share is two reads, and a row of 32 numbers of
+// 16 bits is one cache line. No count is 0, and no total above kRescaleLimit.
 #pragma once
 
+#include "dce/lanes.h"
+
+#include <algorithm>
+#include <array>
 #include <cstdint>
 
 constexpr std::uint32_t kSymbols = 32;
 constexpr std::uint32_t kContexts = 150;
 constexpr std::uint32_t kFirstBitContext = 120;
-constexpr std::uint32_t kModelSets = 17;
+constexpr std::uint32_t kBitSymbols = 4;
+constexpr std::uint32_t kSecondarySets = 13;
 
-// A total above it is halved before the next symbol: the sum of two totals stays
-// below 2^17, which leaves the range coder at least 7 bits a count.
+// An increment that takes a total above it halves the counts: the sum of two totals
+// stays below 2^17, which leaves the range coder at least 7 bits a count.
 constexpr std::uint32_t kRescaleLimit = 65535;
 constexpr std::uint32_t kDistanceIncrement = 24;
 constexpr std::uint32_t kBitIncrement = 14;
 
-struct FreqModel {
-    std::uint32_t total;
-    std::uint32_t count[kSymbols];
+struct alignas(64) FreqModel {
+    std::uint16_t cumulative[kSymbols];
 };
 
+// Symbols 0 to 3 of a bit context: cumulative count i in bits 16 i and up. The other
+// 28 are never coded, and their counts stay 1.
+struct BitModel {
+    std::uint64_t cumulative;
+};
+constexpr std::uint32_t kUncodedCounts = kSymbols - kBitSymbols;
+
+// Intact blocks lead to contexts below kFirstBitContext, damaged ones to at most 122.
 struct ModelSet {
-    FreqModel context[kContexts];
+    FreqModel context[kFirstBitContext + 3];
 };
 
-constexpr std::uint32_t kModelAreaBytes = kModelSets * sizeof(ModelSet);
-static_assert(kModelAreaBytes == 336600);
+struct Models {
+    ModelSet primary;
+    ModelSet secondary[kSecondarySets];
+    BitModel bit[kContexts - kFirstBitContext];
+};
 
-// Fills a set with the built-in counts, or (use_builtin = 0) every count with 1.
-void init_model_set(ModelSet &set, int use_builtin);
-void load_builtin_counts(ModelSet &set);
+// What a run sets aside, part of its printed memory.
+constexpr std::uint32_t kModelAreaBytes = 336600;
+static_assert(sizeof(Models) + alignof(Models) <= kModelAreaBytes);
 
-// Sets up all kModelSets sets for a block: the first from the built-in counts, the
-// others flat.
-void init_models(ModelSet *models);
+// The models in a model area of kModelAreaBytes, set up for a block: the primary set
+// and the bit models from the built-in counts, all others with every count 1.
+Models &init_models(std::uint32_t *model_area);
 
-// Halves every count, rounded up, if the total is above kRescaleLimit. Once is
-// enough: a total grows by one increment between two calls.
-inline void rescale(FreqModel &model) {
-    if (model.total <= kRescaleLimit) return;
-    model.total = 0;
-    for (std::uint32_t &count : model.count) {
-        count -= count / 2;
-        model.total += count;
+// Halves the counts, rounded up, after symbol x has been counted.
+void count_and_halve(FreqModel &model, std::uint32_t x);
+void count_and_halve(BitModel &model, std::uint32_t x);
+
+inline std::uint32_t total(const FreqModel &model) {
+    return model.cumulative[kSymbols - 1];
+}
+
+// The summed counts of two models: those of the symbols below x, and of x itself.
+struct Share {
+    std::uint32_t cum, freq;
+};
+
+inline Share share_of(const FreqModel &a, const FreqModel &b, std::uint32_t x) {
+    const std::uint16_t *const p = a.cumulative + x, *const q = b.cumulative + x;
+    std::uint32_t cum = 0;
+    if (x != 0) [[likely]]
+        cum = p[-1] + std::uint32_t{q[-1]};
+    return {cum, *p + std::uint32_t{*q} - cum};
+}
+
+// Counts symbol x: adds `increments`, which are kDistanceIncrement from x on.
+inline void add(FreqModel &model, std::uint32_t x, const Lanes *increments) {
+    if (total(model) > kRescaleLimit - kDistanceIncrement) [[unlikely]] {
+        count_and_halve(model, x);
+        return;
+    }
+#pragma GCC unroll 4
+    for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i) {
+        std::uint16_t *const lanes = model.cumulative + kLanes * i;
+        store_aligned(lanes, load_aligned(lanes) + increments[i]);
     }
 }
 
-inline void increment(FreqModel &model, std::uint32_t symbol, std::uint32_t amount) {
-    model.count[symbol] += amount;
-    model.total += amount;
+// 32 zeros and 32 increments: a window of 32 numbers is what a symbol adds, so that none
+// costs more than another.
+alignas(64) inline constexpr auto kIncrements = [] {
+    std::array<std::uint16_t, 2 * kSymbols> increments{};
+    std::fill(increments.begin() + kSymbols, increments.end(), kDistanceIncrement);
+    return increments;
+}();
+
+inline void count(FreqModel &model, std::uint32_t x) {
+    const std::uint16_t *const window = kIncrements.data() + kSymbols - x;
+    Lanes increments[kSymbols / kLanes];
+#pragma GCC unroll 4
+    for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i)
+        increments[i] = load_lanes(window + kLanes * i);
+    add(model, x, increments);
+}
+
+inline std::uint32_t total(BitModel model) {
+    return static_cast<std::uint32_t>(model.cumulative >> 48) + kUncodedCounts;
+}
+
+inline std::uint32_t count_up_to(BitModel model, std::uint32_t x) {
+    return model.cumulative >> 16 * x & 0xFFFF;
+}
+
+inline std::uint32_t count_below(BitModel model, std::uint32_t x) {
+    return model.cumulative << 16 >> 16 * x & 0xFFFF;
+}
+
+inline void count(BitModel &model, std::uint32_t x) {
+    if (total(model) > kRescaleLimit - kBitIncrement) [[unlikely]] {
+        count_and_halve(model, x);
+        return;
+    }
+    model.cumulative += std::uint64_t{kBitIncrement} * 0x0001000100010001u << 16 * x;
 }

@@ -3,12 +3,14 @@
 // the end, lowest bit first, they are the bits in the order in which they were put.
 #pragma once
 
+#include "pipeline/byte_order.h"
+
 #include <cstdint>
 
 constexpr std::uint32_t kWordBytes = 4;
 
 struct RawBitWriter {
-    std::uint32_t acc;         // bits collected, the first at bit 0
+    std::uint64_t acc;         // bits collected, the first at bit 0
     std::uint32_t used;        // number of bits in `acc`, 0 to 31
     std::uint32_t back_cursor; // words are stored below it
     std::uint8_t *output;
@@ -23,22 +25,17 @@ inline RawBitWriter start_raw_writer(std::uint8_t *output, std::uint32_t n) {
 inline void store_word(RawBitWriter &writer) {
     if (writer.back_cursor < kWordBytes) return;
     writer.back_cursor -= kWordBytes;
-    std::uint8_t *const word = writer.output + writer.back_cursor;
-    for (std::uint32_t i = 0; i < kWordBytes; ++i) {
-        word[i] = static_cast<std::uint8_t>(writer.acc >> (24 - 8 * i));
-    }
+    put_u32_be(writer.output + writer.back_cursor, static_cast<std::uint32_t>(writer.acc));
 }
 
 // Puts the `k` bits of `v`; k is 0 to 23, v below 2^k.
 inline void put(RawBitWriter &writer, std::uint32_t v, std::uint32_t k) {
-    writer.acc |= v << writer.used;
-    if (writer.used + k < 32) {
-        writer.used += k;
-        return;
-    }
+    writer.acc |= std::uint64_t{v} << writer.used;
+    writer.used += k;
+    if (writer.used < 32) return;
     store_word(writer);
-    writer.acc = v >> (32 - writer.used); // used is above 0: k is below 32
-    writer.used = writer.used + k - 32;
+    writer.acc >>= 32;
+    writer.used -= 32;
 }
 
 // Stores the last word if it is not empty.
@@ -47,36 +44,33 @@ inline void finish(RawBitWriter &writer) {
 }
 
 struct RawBitReader {
-    std::uint32_t byte;        // the bits not yet taken of the current byte
-    std::uint32_t available;   // their number, 0 to 8
-    std::uint32_t read_cursor; // the byte before it is the next to read
     const std::uint8_t *input;
-    bool failed; // set when a read went past the front; such bits are 0
+    std::uint32_t end;   // the first bit is the lowest of the byte before it
+    std::uint32_t taken; // bits, below 2^31
 };
 
 // Reads from the byte before `end` towards the front of `input`.
 inline RawBitReader start_raw_reader(const std::uint8_t *input, std::uint32_t end) {
-    return {0, 0, end, input, false};
+    return {input, end, 0};
 }
 
-// The next `k` bits, 0 to 23.
+// Whether bits were asked for that lie in front of `input`: they were 0.
+inline bool past_front(const RawBitReader &reader) {
+    return reader.taken > 8 * reader.end;
+}
+
+// The next `k` bits, 0 to 23. At most 2^26 calls.
 inline std::uint32_t get(RawBitReader &reader, std::uint32_t k) {
-    std::uint32_t v = 0;
-    for (std::uint32_t got = 0; got < k;) {
-        if (reader.available == 0) {
-            if (reader.read_cursor == 0) {
-                reader.failed = true;
-                return 0;
-            }
-            reader.byte = reader.input[--reader.read_cursor];
-            reader.available = 8;
-        }
-        const std::uint32_t wanted = k - got;
-        const std::uint32_t taken = wanted < reader.available ? wanted : reader.available;
-        v |= (reader.byte & ((1u << taken) - 1)) << got;
-        reader.byte >>= taken;
-        reader.available -= taken;
-        got += taken;
+    // Up to 7 bits of the first byte are gone: 25 are left of four bytes.
+    const std::uint32_t whole = reader.taken / 8;
+    std::uint32_t word = 0;
+    if (whole + kWordBytes <= reader.end) [[likely]] {
+        word = get_u32_be(reader.input + reader.end - kWordBytes - whole);
+    } else {
+        for (std::uint32_t i = whole; i < reader.end; ++i)
+            word |= std::uint32_t{reader.input[reader.end - 1 - i]} << 8 * (i - whole);
     }
-    return v;
+    const std::uint32_t bits = word >> reader.taken % 8 & ((1u << k) - 1);
+    reader.taken += k;
+    return bits;
 }

@@ -2,7 +2,6 @@
 
 #include "archive/memory.h"
 #include "dce/dce.h"
-#include "dce/frequency_models.h"
 #include "filters/delta.h"
 #include "filters/eol.h"
 #include "filters/flt32.h"
@@ -49,15 +48,11 @@ void advance(CoderContext &context) {
     context.in_len = context.out_len;
 }
 
-ModelSet *models_in(std::uint32_t *model_area) {
-    return reinterpret_cast<ModelSet *>(model_area);
-}
-
 // Undoes the sorting and coding stages of a block that the DCE stage did not code.
 // The result is in `buf_in`.
 void undo_sorting(CoderContext &c) {
     [[maybe_unused]] bool restored =
-        dce_decode(models_in(c.work4), c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+        dce_decode(c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
     assert(restored);
     advance(c);
     restored = rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
@@ -105,7 +100,7 @@ bool compress_block(CoderContext &c) {
     }
     {
         const StageTimer timer(c.ms_dce);
-        dce_encode(c.work2, models_in(c.work4), c.buf_in, c.in_len, c.buf_out, c.out_len,
+        dce_encode(c.work2, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len,
                    s.dce_off);
         advance(c);
     }
@@ -138,7 +133,7 @@ bool decompress_block(CoderContext &c) {
         std::uint32_t *const st_contexts = c.settings.st_off == 0 ? c.work3 : nullptr;
         {
             const StageTimer timer(c.ms_dce);
-            if (!dce_decode(models_in(c.work3), c.buf_in, c.in_len, c.buf_out, c.out_len,
+            if (!dce_decode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len,
                             c.capacity)) {
                 return false;
             }

@@ -128,7 +128,7 @@ void fill_buckets(const Sorter &s, const std::uint32_t *list, std::uint32_t *buc
         sum += std::exchange(bucket_ends[k], sum);
     for (std::uint32_t i = 0; i < s.valleys; ++i) {
         const std::uint32_t p = list[i];
-        const Entry key = get_u64_big(s.text + p + kBucketDepth) >> kKeyShift;
+        const Entry key = get_u64_be(s.text + p + kBucketDepth) >> kKeyShift;
         s.entries[bucket_ends[bucket(p)]++] = key << kKeyShift | p;
     }
 }
@@ -289,7 +289,7 @@ void load_keys(const Sorter &s, Entry *entries, std::uint32_t m, std::uint32_t d
         const std::uint32_t p = position_of(entries[i]);
         std::uint32_t q = p + distance;
         if (q >= s.n) q -= s.n;
-        entries[i] = get_u64_big(s.text + q) >> kKeyShift << kKeyShift | p;
+        entries[i] = get_u64_be(s.text + q) >> kKeyShift << kKeyShift | p;
     }
 }
 
@@ -302,8 +302,8 @@ void sort_pair(Sorter &s, Entry *entries, std::uint32_t depth, std::uint32_t tie
             tie_depth = piece_depth(s, position_of(entries[0]));
             if (depth >= tie_depth) return tie(s, entries, 2);
         }
-        const std::uint64_t bytes_a = get_u64_big(s.text + a);
-        const std::uint64_t bytes_b = get_u64_big(s.text + b);
+        const std::uint64_t bytes_a = get_u64_be(s.text + a);
+        const std::uint64_t bytes_b = get_u64_be(s.text + b);
         if (bytes_a != bytes_b) {
             if (bytes_b < bytes_a) std::swap(entries[0], entries[1]);
             return;

@@ -1,0 +1,16 @@
+// The DCE stage written to be read and not to be fast: models of 33 plain counters, a
+// range coder that holds back a byte and the 0xFF bytes behind it, bits taken byte by
+// byte. The judge of the stage's bytes, and what the benchmark measures it against.
+// It shares no line with the stage but the built-in counts.
+#pragma once
+
+#include <cstdint>
+
+// Call form and results of `dce_encode` and `dce_decode`. models: kPlainCounters.
+constexpr std::uint32_t kPlainCounters = 17 * 150 * 33;
+
+void plain_dce_encode(std::uint32_t *next_pos, std::uint32_t *models, std::uint8_t *&in,
+                      std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len);
+[[nodiscard]] bool plain_dce_decode(std::uint32_t *models, std::uint8_t *&in, std::uint32_t len,
+                                    std::uint8_t *&out, std::uint32_t &out_len,
+                                    std::uint32_t capacity);
