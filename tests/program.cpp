@@ -15,13 +15,11 @@ std::string quoted(const std::string &text) {
     return result + "'";
 }
 
-} // namespace
-
-Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix,
-                  const std::string &suffix) {
+Finished run(const std::string &program, const std::vector<std::string> &arguments,
+             const std::string &prefix, const std::string &suffix) {
     const ScratchFolder folder;
     const std::string out = folder.path("out"), err = folder.path("err");
-    std::string command = prefix + " " + quoted(VELK_PROGRAM);
+    std::string command = prefix + " " + quoted(program);
     for (const std::string &argument : arguments)
         command += " " + quoted(argument);
     command = "{ " + command + " " + suffix + "; } >" + quoted(out) + " 2>" + quoted(err);
@@ -32,6 +30,17 @@ Finished run_velk(const std::vector<std::string> &arguments, const std::string &
     };
     const int status = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
     return {status, text(out), text(err)};
+}
+
+} // namespace
+
+Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix,
+                  const std::string &suffix) {
+    return run(VELK_PROGRAM, arguments, prefix, suffix);
+}
+
+Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix) {
+    return run(VELKINFO_PROGRAM, arguments, "", suffix);
 }
 
 ScratchFolder::ScratchFolder() {

@@ -14,7 +14,8 @@ struct Finished {
 // Runs VELK with these arguments, given to a shell behind `prefix`, with `suffix`
 // (redirections) after them. Both streams are kept.
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix = "",
-             const std::string &suffix = "");
+                  const std::string &suffix = "");
+Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix = "");
 
 // A folder for one test's files, removed with all that is in it at the end.
 class ScratchFolder {

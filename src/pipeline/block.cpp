@@ -48,6 +48,14 @@ void advance(CoderContext &context) {
     context.in_len = context.out_len;
 }
 
+// Notes what the inverse of `stage` is about to be given.
+void note(BlockTrace *trace, StageNumber stage, const CoderContext &context) {
+    if (trace == nullptr) return;
+    trace->reached = stage;
+    trace->coded_len[stage] = context.in_len;
+    trace->trailer[stage] = context.in_len == 0 ? 0 : context.buf_in[context.in_len - 1];
+}
+
 // Undoes the sorting and coding stages of a block that the DCE stage did not code.
 // The result is in `buf_in`.
 void undo_sorting(CoderContext &c) {
@@ -100,8 +108,7 @@ bool compress_block(CoderContext &c) {
     }
     {
         const StageTimer timer(c.ms_dce);
-        dce_encode(c.work2, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len,
-                   s.dce_off);
+        dce_encode(c.work2, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len, s.dce_off);
         advance(c);
     }
     {
@@ -119,13 +126,16 @@ bool compress_block(CoderContext &c) {
     return true;
 }
 
-bool decompress_block(CoderContext &c) {
+bool decompress_block(CoderContext &c, BlockTrace *trace) {
+    if (trace != nullptr) *trace = BlockTrace{};
     if (c.in_len > c.capacity || c.in_len < kMinRecordData) return false;
     c.in_len -= kCrcBytes;
     if (get_u32(c.buf_in + c.in_len) != crc32_block(c.buf_in, c.in_len)) return false;
+    if (trace != nullptr) trace->crc_holds = true;
 
     if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
         --c.in_len;
+        if (trace != nullptr) trace->fallback = true;
     } else {
         // A header that says that a sorting transform was off sets up no memory for
         // its inverse; a block that claims to need it is not restored.
@@ -133,23 +143,26 @@ bool decompress_block(CoderContext &c) {
         std::uint32_t *const st_contexts = c.settings.st_off == 0 ? c.work3 : nullptr;
         {
             const StageTimer timer(c.ms_dce);
-            if (!dce_decode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len,
-                            c.capacity)) {
+            note(trace, STAGE_DCE, c);
+            if (!dce_decode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
                 return false;
             }
             advance(c);
         }
         {
             const StageTimer timer(c.ms_other);
+            note(trace, STAGE_RLE, c);
             if (!rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
             advance(c);
         }
         {
             const StageTimer timer(c.ms_sort);
+            note(trace, STAGE_ST, c);
             if (!st_inverse(st_contexts, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
                 return false;
             }
             advance(c);
+            note(trace, STAGE_BWT, c);
             if (!bwt_inverse(lf_vector, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
                 return false;
             }
@@ -157,11 +170,15 @@ bool decompress_block(CoderContext &c) {
         }
     }
     const StageTimer timer(c.ms_other);
+    note(trace, STAGE_LZP, c);
     if (!lzp_decode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
     advance(c);
+    note(trace, STAGE_DELTA, c);
     if (!delta_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
     advance(c);
+    note(trace, STAGE_FLT32, c);
     if (!flt32_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
     advance(c);
+    note(trace, STAGE_EOL, c);
     return eol_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
 }

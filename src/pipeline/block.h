@@ -13,6 +13,31 @@
 
 #include "archive/coder_context.h"
 
+#include <cstdint>
+
+// The stages, in the order of the forward chain.
+enum StageNumber : unsigned {
+    STAGE_EOL,
+    STAGE_FLT32,
+    STAGE_DELTA,
+    STAGE_LZP,
+    STAGE_BWT,
+    STAGE_ST,
+    STAGE_RLE,
+    STAGE_DCE,
+    STAGE_COUNT
+};
+
+// What `decompress_block` met on its way, for tools that explain an archive. Zero for
+// what it did not come to.
+struct BlockTrace {
+    bool crc_holds;
+    bool fallback;
+    StageNumber reached;                  // the stage whose inverse was called last
+    std::uint32_t coded_len[STAGE_COUNT]; // bytes that the forward stage put out
+    std::uint8_t trailer[STAGE_COUNT];    // the last of them; 0: the stage did not apply
+};
+
 // Turns the `in_len` bytes of `buf_in` into the data of a block record: `out_len`
 // bytes of `buf_out`. Returns false, having done nothing, when `in_len` is above the
 // block size.
@@ -22,5 +47,5 @@ bool compress_block(CoderContext &context);
 // the result is the `out_len` bytes of `buf_out`. The stage flags of the settings
 // must be those that the memory was set up for; they only tell which work arrays
 // there are. Returns false when the length can't be right, the block CRC does not
-// match, or a stage can't undo its part.
-[[nodiscard]] bool decompress_block(CoderContext &context);
+// match, or a stage can't undo its part. Fills `trace` if there is one.
+[[nodiscard]] bool decompress_block(CoderContext &context, BlockTrace *trace = nullptr);

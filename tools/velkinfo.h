@@ -1,0 +1,24 @@
+// The commands of velkinfo. Each returns the exit status: 0, or 1 if anything is
+// damaged or fails. Messages about that go to the standard error stream.
+#pragma once
+
+enum class ListForm { kTable, kStages, kJson };
+
+// Prints an archive's header, its blocks and what each stage did to their lengths.
+[[nodiscard]] int list_archive(const char *name, ListForm form);
+
+// Restores every block of an archive in memory.
+[[nodiscard]] int test_archive(const char *name);
+
+struct SalvageOptions {
+    bool force; // overwrite an output that exists
+    bool fill;  // write zeros for lost blocks of known length
+};
+
+// Writes every intact block of a damaged archive to `output`, in order, and reports
+// what is lost. 0 only for an archive that has no damage.
+[[nodiscard]] int salvage_archive(const char *name, const char *output,
+                                  const SalvageOptions &options);
+
+// "velkinfo: subject: message"
+void complain(const char *subject, const char *message);
