@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr const char *kBanner = "\nBlock-sorting compressor/decompressor, Version 0.95 alpha\n"
+constexpr const char *kBanner = "\nBlock-sorting compressor/decompressor, Version " VELK_VERSION
+                                " alpha\n"
                                 "Copyright (c) 2026 The VELK authors\n";
 
 constexpr const char *kUsage =
