@@ -196,9 +196,8 @@ def report(peers, files, results, rounds, gains, output):
              for f in files]
     output.write_text(f"""# Benchmarks
 
-Made by `scripts/bench`, one thread each, medians of {rounds} alternating rounds (processor
-time), memory at its largest. {len(files)} files of {total:,} bytes together, fetched by
-`scripts/bench-files` unless said otherwise.
+Made by `scripts/bench` over {len(files)} files, {total:,} bytes together; one thread each; medians
+of processor time over alternating rounds ({rounds}); memory at its largest.
 
 Machine: {machine()}.
 Versions: {", ".join(versions)}.
