@@ -197,7 +197,8 @@ def report(peers, files, results, rounds, gains, output):
     output.write_text(f"""# Benchmarks
 
 Made by `scripts/bench` over {len(files)} files, {total:,} bytes together; one thread each; medians
-of processor time over alternating rounds ({rounds}); memory at its largest.
+of processor time over alternating rounds ({rounds}); memory at its largest ("under": less than
+the measuring program itself, and not seen).
 
 Machine: {machine()}.
 Versions: {", ".join(versions)}.

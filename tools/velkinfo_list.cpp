@@ -1,4 +1,5 @@
 // The command `list`: as a table, as charts, or for programs.
+#include "archive/format.h"
 #include "archive_reader.h"
 #include "velkinfo.h"
 
@@ -44,12 +45,6 @@ double percent(Number part, Number whole) {
 
 const char *form_of(const BlockInfo &block) {
     return block.fallback ? "fallback" : "normal";
-}
-
-bool stage_on(const Settings &s, unsigned stage) {
-    const std::uint8_t off[STAGE_COUNT] = {s.eol_off, s.flt32_off, s.delta_off, s.lzp_off,
-                                           s.bwt_off, s.st_off,    s.rle_off,   s.dce_off};
-    return off[stage] == 0;
 }
 
 void print_numbers(const Lengths &lengths) {
@@ -126,9 +121,10 @@ void print_start(const BlockReader &reader, ListForm form) {
         std::printf("%s: %llu bytes, block size %u, stages on:", reader.archive.name.c_str(), size,
                     reader.block_size);
     }
+    const unsigned off = flags_of(reader.context.settings);
     const char *between = "";
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        if (!stage_on(reader.context.settings, stage)) continue;
+        if ((off >> stage & 1u) != 0) continue;
         std::printf(json ? "%s\"%s\"" : "%s %s", between, kStageNames[stage]);
         between = json ? ", " : "";
     }
