@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr const char *kBanner = "\nBlock-sorting compressor/decompressor, Version " VELK_VERSION
-                                " alpha\n"
-                                "Copyright (c) 2026 The VELK authors\n";
+constexpr const char *kBanner =
+    "\nBlock-sorting compressor/decompressor, Version " VELK_VERSION " alpha\n"
+    "Copyright (c) 2026 The VELK authors\n";
 
 constexpr const char *kUsage =
     "Usage: VELK <e|d> inputfile outputfile [<switches>]\n"
