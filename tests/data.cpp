@@ -52,7 +52,9 @@ Bytes prose(std::size_t n, std::uint32_t width, const std::string &line_end, std
     std::vector<std::string> words;
     for (int i = 0; i < 400; ++i) {
         std::string word;
-        for (std::uint32_t k = 1 + random.below(4) + random.below(5); k > 0; --k) {
+        std::uint32_t letters = 1 + random.below(4);
+        letters += random.below(5);
+        for (; letters > 0; --letters) {
             word += "etaoinshrdlucmfwyp"[std::min(random.below(18), random.below(18))];
         }
         words.push_back(word);
@@ -83,7 +85,8 @@ Bytes code(std::size_t n, std::uint64_t seed) {
         } else {
             static constexpr std::uint8_t kCommon[] = {0, 0, 0x48, 0x89, 0x8B, 0xFF, 0x0F, 0xE8};
             bytes.push_back(kCommon[random.below(8)]);
-            bytes.push_back(static_cast<std::uint8_t>(random.below(64) * random.below(5)));
+            const std::uint32_t small = random.below(64);
+            bytes.push_back(static_cast<std::uint8_t>(small * random.below(5)));
         }
     }
     bytes.resize(n);

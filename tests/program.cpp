@@ -19,7 +19,7 @@ Finished run(const std::string &program, const std::vector<std::string> &argumen
              const std::string &prefix, const std::string &suffix) {
     const ScratchFolder folder;
     const std::string out = folder.path("out"), err = folder.path("err");
-    std::string command = prefix + " " + quoted(program);
+    std::string command = prefix + " " VELK_EMULATOR " " + quoted(program);
     for (const std::string &argument : arguments)
         command += " " + quoted(argument);
     command = "{ " + command + " " + suffix + "; } >" + quoted(out) + " 2>" + quoted(err);
