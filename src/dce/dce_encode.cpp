@@ -38,6 +38,7 @@ inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, s
     }
     const std::uint32_t x = v - 4;
     const std::uint32_t e = bit_length(x) - 3; // raw bits: all below the top three
+    assert(e <= 29);
     encode_pair(encoder.range, p, s, kFirstLongValue + e);
     encode_doubled(encoder.range, models.bit[e], (x >> e) & 3);
     put(encoder.raw, x & ((1u << e) - 1), e);

@@ -5,6 +5,8 @@
 
 // The address may lie outside of any array: nothing is read.
 inline void prefetch(const void *base, std::uintptr_t offset) {
-    __builtin_prefetch(
-        reinterpret_cast<const void *>(reinterpret_cast<std::uintptr_t>(base) + offset));
+    // Adding to the pointer itself would be undefined outside of its array.
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(base) + offset;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    __builtin_prefetch(reinterpret_cast<const void *>(address));
 }
