@@ -51,18 +51,18 @@ Stage plain_stage(std::string name, Forward forward, Inverse inverse) {
             }};
 }
 
-// A stage whose calls take one work array of `entries` numbers.
+// A stage whose calls take one work array of `entries` numbers, which hold what the
+// last call left there.
 template<typename Forward, typename Inverse>
 Stage array_stage(std::string name, std::uint32_t entries, Forward forward, Inverse inverse) {
+    const auto array = std::make_shared<Words>(entries, 0xAAAAAAAAu);
     return plain_stage(
         std::move(name),
         [=](Buffer &in, Length n, Buffer &out, Length &out_len) {
-            Words array(entries, 0xAAAAAAAAu);
-            forward(array.data(), in, n, out, out_len, 0);
+            forward(array->data(), in, n, out, out_len, 0);
         },
         [=](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
-            Words array(entries, 0x55555555u);
-            return inverse(array.data(), in, n, out, out_len, capacity);
+            return inverse(array->data(), in, n, out, out_len, capacity);
         });
 }
 

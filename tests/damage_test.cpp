@@ -1,0 +1,75 @@
+// Damage of every kind to a small archive of several blocks: it is reported, or what
+// comes out is what went in. What the format can't see is told in docs/format.md, and
+// shown here to be no more than that.
+#include "archive_call.h"
+#include "program.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+
+namespace {
+
+class Damage : public testing::Test {
+protected:
+    const std::vector<Bytes> blocks = {prose(2500, 70, "\n", 1), code(1500, 2),
+                                       random_bytes(300, 256, 3)};
+    const Bytes original = join({blocks[0], blocks[1], blocks[2]});
+    const Bytes good = make_archive(0x20, blocks);
+    const std::vector<std::size_t> starts = record_starts(good);
+
+    void expect_seen(const Bytes &damaged, const std::string &what) {
+        const Restored restored = restore_archive(damaged);
+        ASSERT_TRUE(restored.error != ERR_NONE || restored.bytes == original) << what;
+    }
+};
+
+TEST_F(Damage, EveryBitFlipped) {
+    ASSERT_EQ(restore_archive(good).bytes, original);
+    const ScratchFolder folder;
+    const std::string archive = folder.path("archive"), output = folder.path("output");
+    for (std::size_t i = 0; i < 8 * good.size(); ++i) {
+        Bytes damaged = good;
+        damaged[i / 8] = static_cast<std::uint8_t>(damaged[i / 8] ^ 1u << i % 8);
+        expect_seen(damaged, "bit " + std::to_string(i));
+        if (i % 701 != 0) continue;
+        // The program itself, now and then: it must see what the sweep sees.
+        write_file(archive, damaged);
+        EXPECT_EQ(run_velk({"d", archive, output}).status, 1) << "bit " << i;
+        EXPECT_EQ(read_file(output), restore_archive(damaged).bytes) << "bit " << i;
+    }
+}
+
+// Cut between two records, the archive is one of fewer blocks.
+TEST_F(Damage, EveryLength) {
+    for (std::size_t n = 0; n < good.size(); ++n) {
+        const auto end = good.begin() + static_cast<std::ptrdiff_t>(n);
+        const Restored restored = restore_archive(Bytes(good.begin(), end));
+        const bool at_a_record = std::find(starts.begin(), starts.end(), n) != starts.end();
+        ASSERT_EQ(restored.error == ERR_NONE, at_a_record) << "cut to " << n;
+        ASSERT_TRUE(std::equal(restored.bytes.begin(), restored.bytes.end(), original.begin()));
+    }
+}
+
+// Whole records stay right: they may only be lost or out of place.
+TEST_F(Damage, RecordsExchanged) {
+    const auto record = [&](std::size_t i) {
+        return Bytes(good.begin() + static_cast<std::ptrdiff_t>(starts[i]),
+                     good.begin() + static_cast<std::ptrdiff_t>(starts[i + 1]));
+    };
+    const Bytes start(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(starts[0]));
+    const std::size_t orders[][3] = {{1, 0, 2}, {2, 1, 0}, {0, 2, 1}, {0, 0, 2}};
+    for (const auto &[a, b, c] : orders) {
+        const Restored restored = restore_archive(join({start, record(a), record(b), record(c)}));
+        EXPECT_EQ(restored.error, ERR_NONE);
+        EXPECT_EQ(restored.bytes, join({blocks[a], blocks[b], blocks[c]}));
+    }
+}
+
+TEST_F(Damage, GarbageAppended) {
+    for (std::size_t n = 1; n < 500; ++n) {
+        expect_seen(join({good, random_bytes(n, 256, n)}), std::to_string(n) + " bytes");
+        expect_seen(join({good, Bytes(n, 0)}), std::to_string(n) + " zeros");
+    }
+}
+
+} // namespace
