@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -201,6 +202,69 @@ TEST_F(Program, FullDiskIsReported) {
             EXPECT_EQ(run.out.find("Done"), std::string::npos);
         }
     }
+    // A file size limit, in units of 512 bytes, that cuts the first, second or last of
+    // three blocks or, at the last, their archive between a head and its data.
+    compress(random_bytes(393216, 256, 1), {"-b128"});
+    for (const std::string limit : {"10", "256", "257", "400", "700"}) {
+        for (const auto &[command, from] : {std::pair("e", input), std::pair("d", archive)}) {
+            const Finished run =
+                run_velk({command, from, output, "-b128"}, "ulimit -f " + limit + ";");
+            EXPECT_EQ(run.status, 1);
+            EXPECT_NE(run.out.find("\n" + kWriteError + output + "\n"), std::string::npos);
+        }
+    }
+}
+
+TEST_F(Program, MemoryRefused) {
+    const std::string limit = "ulimit -v 60000;"; // kbytes; some sanitizers need more
+    if (run_velk({}, limit).status != 1) GTEST_SKIP();
+    write_file(input, to_bytes("abc"));
+    EXPECT_EQ(run_velk({"e", input, archive, "-ab16383"}, limit).out, "\nNot enough memory!\n");
+    run_velk({"e", input, archive, "-ab16383"});
+    EXPECT_EQ(run_velk({"d", archive, output}, limit).out, "\nNot enough memory!\n");
+}
+
+// The program waits with its output in a full pipe while the input changes.
+TEST_F(Program, InputsThatChangeWhileRead) {
+    const std::string fifo = folder.path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const Bytes bytes = random_bytes(1000000, 256, 1);
+    const auto compress_while = [&](const std::string &change) {
+        write_file(input, bytes);
+        return run_velk({"e", input, fifo, "-b128"}, "",
+                        "& exec 3<'" + fifo + "'; " + change + " '" + input + "'; cat <&3 >'" +
+                            archive + "'; wait $!");
+    };
+    Finished run = compress_while("truncate -s 600000");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.out.find("\n" + kReadError + input + "\n"), std::string::npos);
+    run = compress_while("printf more >>");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.out.find(" Done, 1000004 -> "), std::string::npos);
+    EXPECT_EQ(decompress().status, 0);
+    EXPECT_TRUE(read_file(output) == join({bytes, to_bytes("more")}));
+    run = compress_while("rm");
+    EXPECT_EQ(run.status, 0) << "an open file outlives its name";
+}
+
+TEST_F(Program, NamesOfEveryKind) {
+    const Bytes text = to_bytes("text");
+    std::string dots;
+    while (dots.size() < 4000 - folder.path("long").size())
+        dots += "./";
+    for (const std::string name :
+         {"two  words", "it's $HOME", "-e", "\xC3\xA4\xFF\n", "%s%n", ""}) {
+        const std::string from = folder.path(name.empty() ? dots + "long" : name);
+        write_file(from, text);
+        EXPECT_EQ(run_velk({"e", from, from + ".velk"}).status, 0) << name;
+        EXPECT_EQ(run_velk({"d", from + ".velk", output}).status, 0) << name;
+        EXPECT_EQ(read_file(output), text) << name;
+    }
+    write_file(input, text);
+    for (const std::string &name : {std::string(), std::string(4000, 'x')}) {
+        EXPECT_EQ(run_velk({"e", name, output}).out, "\n" + kReadError + name + "\n");
+        EXPECT_EQ(run_velk({"e", input, name}).out, "\n" + kWriteError + name + "\n");
+    }
 }
 
 TEST_F(Program, TheInputIsNeverOverwritten) {
@@ -228,9 +292,30 @@ TEST_F(Program, InputsThatAreNoFiles) {
         EXPECT_EQ(run.out, "\n" + kReadError + name + "\n");
         EXPECT_FALSE(std::filesystem::exists(output));
     }
+    // A file that opens but can't be read, as on a failing disk.
+    const std::string unreadable = "/proc/self/mem";
+    if (!std::filesystem::exists(unreadable)) return;
+    for (const char *command : {"e", "d"}) {
+        const Finished run = run_velk({command, unreadable, output});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_NE(run.out.find("\n" + kReadError + unreadable + "\n"), std::string::npos);
+    }
+}
+
+TEST_F(Program, FilesWithoutPermission) {
+    namespace fs = std::filesystem;
+    // Even root is then asked for permission.
+    const std::string as_user =
+        geteuid() == 0 ? "setpriv --bounding-set=-dac_override,-dac_read_search" : "";
     write_file(input, {});
-    const std::string unwritable = folder.path("missing/output");
-    EXPECT_EQ(run_velk({"e", input, unwritable}).out, "\n" + kWriteError + unwritable + "\n");
+    const std::string read_only = folder.path("read-only");
+    fs::create_directory(read_only);
+    fs::permissions(read_only, fs::perms::owner_read | fs::perms::owner_exec);
+    for (const std::string &name : {read_only, read_only + "/file", folder.path("missing/file")}) {
+        EXPECT_EQ(run_velk({"e", input, name}, as_user).out, "\n" + kWriteError + name + "\n");
+    }
+    fs::permissions(input, fs::perms::none);
+    EXPECT_EQ(run_velk({"e", input, output}, as_user).out, "\n" + kReadError + input + "\n");
 }
 
 // Messages that can't be printed must neither get into the archive nor end the run.
@@ -242,6 +327,19 @@ TEST_F(Program, ClosedStandardStreams) {
         std::filesystem::remove(archive);
         EXPECT_EQ(run_velk({"e", input, archive}, "", suffix).status, 0) << suffix;
         EXPECT_EQ(read_file(archive), good) << suffix;
+    }
+}
+
+// Messages that would get into the output end the run before it is touched.
+TEST_F(Program, OutputThatTakesTheMessages) {
+    write_file(input, random_bytes(1000, 256, 1));
+    const std::string outputs[][2] = {
+        {output, ">" + output}, {output, ">>" + output}, {"/dev/stdout", "| cat >" + output}};
+    for (const auto &[name, redirection] : outputs) {
+        run_velk({"e", input, name}, "", redirection);
+        const Bytes bytes = read_file(output);
+        EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "\n" + kWriteError + name + "\n");
+        std::filesystem::remove(output);
     }
 }
 

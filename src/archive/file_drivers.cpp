@@ -12,6 +12,10 @@
 #include <filesystem>
 #include <limits>
 #include <system_error>
+#if __has_include(<unistd.h>)
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -24,6 +28,20 @@ struct Files {
     std::FILE *output;
     std::uint64_t input_size; // bytes
 };
+
+// Whether messages would be written into the output, as by `VELK e file a >a` or, into a
+// pipe, by `VELK e file /dev/stdout | ...`. A device such as /dev/null may take both.
+bool takes_messages(const char *output_name) {
+#if __has_include(<unistd.h>)
+    struct stat output, messages;
+    return stat(output_name, &output) == 0 && fstat(STDOUT_FILENO, &messages) == 0 &&
+           output.st_dev == messages.st_dev && output.st_ino == messages.st_ino &&
+           !S_ISCHR(output.st_mode);
+#else
+    static_cast<void>(output_name);
+    return false;
+#endif
+}
 
 // The checks come before anything is opened: opening a pipe would wait for its other
 // end, and opening the output empties it, which must not happen to the input.
@@ -40,7 +58,9 @@ Files open_files(const Settings &settings) {
 
     if (fs::exists(output_path, error)) {
         const bool same = fs::equivalent(input_path, output_path, error);
-        if (same || error) error_exit(ERR_WRITE, settings.output_name);
+        if (same || error || takes_messages(settings.output_name)) {
+            error_exit(ERR_WRITE, settings.output_name);
+        }
     }
     files.output = std::fopen(settings.output_name, "wb");
     if (files.output == nullptr) error_exit(ERR_WRITE, settings.output_name);
@@ -54,23 +74,20 @@ void write_bytes(const Files &files, const Settings &settings, const void *bytes
     }
 }
 
-std::uint32_t read_bytes(const Files &files, void *bytes, std::uint32_t count) {
-    return static_cast<std::uint32_t>(std::fread(bytes, 1, count, files.input));
-}
-
-// A medium that fails half-way must not pass for a short input.
-void check_input(const Files &files, const Settings &settings) {
+// Fewer than `count` bytes mean the end of the input. A medium that fails half-way must
+// not pass for it.
+std::uint32_t read_bytes(const Files &files, const Settings &settings, void *bytes,
+                         std::uint32_t count) {
+    const std::size_t got = std::fread(bytes, 1, count, files.input);
     if (std::ferror(files.input) != 0) error_exit(ERR_READ, settings.input_name);
+    return static_cast<std::uint32_t>(got);
 }
 
-// A full disk may only show when the buffers are written out.
-void flush_output(const Files &files, const Settings &settings) {
-    if (std::fflush(files.output) != 0) error_exit(ERR_WRITE, settings.output_name);
-}
-
-void close_files(const Files &files) {
+// A full disk may only show when the buffers are written out, and on a network when the
+// file is closed.
+void close_files(const Files &files, const Settings &settings) {
     std::fclose(files.input);
-    std::fclose(files.output);
+    if (std::fclose(files.output) != 0) error_exit(ERR_WRITE, settings.output_name);
 }
 
 void print_start(std::uint32_t memory_bytes, const char *action, const Settings &settings) {
@@ -126,8 +143,10 @@ void compress_file(CoderContext &context) {
     write_bytes(files, settings, kMagic, kMagicBytes);
     write_bytes(files, settings, header, kHeaderBytes);
     std::uint64_t archive_size = kMagicBytes + kHeaderBytes;
+    std::uint64_t bytes_read = 0;
 
-    while ((context.in_len = read_bytes(files, context.buf_in, block_size)) != 0) {
+    while ((context.in_len = read_bytes(files, settings, context.buf_in, block_size)) != 0) {
+        bytes_read += context.in_len;
         compress_block(context);
         std::uint8_t head[kRecordHeadBytes];
         put_record_head(head, context.out_len);
@@ -137,12 +156,14 @@ void compress_file(CoderContext &context) {
         print_progress_mark();
     }
     free_compress(context);
-    flush_output(files, settings);
-    check_input(files, settings);
+    // A file that grew meanwhile is in the archive as far as it was read; of one that
+    // shrank, bytes are missing that the user counts on.
+    if (bytes_read < files.input_size) error_exit(ERR_READ, settings.input_name);
+    close_files(files, settings);
 
-    const double size_plus_1 = static_cast<double>(files.input_size) + 1;
+    const double size_plus_1 = static_cast<double>(bytes_read) + 1;
     const double archive_bytes = static_cast<double>(archive_size);
-    std::printf(" Done, %lld -> %lld, %.2f%%, %.2f bpb\n", printable(files.input_size),
+    std::printf(" Done, %lld -> %lld, %.2f%%, %.2f bpb\n", printable(bytes_read),
                 printable(archive_size), 100 * archive_bytes / size_plus_1,
                 8 * archive_bytes / size_plus_1);
     if (settings.show_stats != 0) {
@@ -150,7 +171,6 @@ void compress_file(CoderContext &context) {
                                                    "Other stages time: ", "Total time:        "};
         print_stats(kLabels, context);
     }
-    close_files(files);
 }
 
 void decompress_file(CoderContext &context) {
@@ -160,12 +180,12 @@ void decompress_file(CoderContext &context) {
     crc32_init();
 
     char magic[kMagicBytes];
-    if (read_bytes(files, magic, kMagicBytes) != kMagicBytes ||
+    if (read_bytes(files, settings, magic, kMagicBytes) != kMagicBytes ||
         std::memcmp(magic, kMagic, kMagicBytes) != 0) {
         error_exit(ERR_HEADER, kMagic);
     }
     std::uint8_t header[kHeaderBytes];
-    if (read_bytes(files, header, kHeaderBytes) != kHeaderBytes) {
+    if (read_bytes(files, settings, header, kHeaderBytes) != kHeaderBytes) {
         error_exit(ERR_READ, settings.input_name);
     }
     std::uint8_t flags;
@@ -178,7 +198,7 @@ void decompress_file(CoderContext &context) {
 
     std::uint64_t output_size = 0;
     std::uint8_t head[kRecordHeadBytes];
-    while (const std::uint32_t head_len = read_bytes(files, head, kRecordHeadBytes)) {
+    while (const std::uint32_t head_len = read_bytes(files, settings, head, kRecordHeadBytes)) {
         if (head_len != kRecordHeadBytes) error_exit(ERR_READ, settings.input_name);
         std::uint32_t length;
         if (!get_record_head(head, length)) error_exit(ERR_CRC, "");
@@ -186,7 +206,7 @@ void decompress_file(CoderContext &context) {
         if (length > context.capacity) error_exit(ERR_CRC, "");
         // A block cut short has lost its CRC, which must not be made up from what an
         // earlier block left in the buffer.
-        if (read_bytes(files, context.buf_in, length) != length) error_exit(ERR_CRC, "");
+        if (read_bytes(files, settings, context.buf_in, length) != length) error_exit(ERR_CRC, "");
         context.in_len = length;
         if (!decompress_block(context)) error_exit(ERR_CRC, "");
         write_bytes(files, settings, context.buf_out, context.out_len);
@@ -194,8 +214,7 @@ void decompress_file(CoderContext &context) {
         print_progress_mark();
     }
     free_decompress(context);
-    flush_output(files, settings);
-    check_input(files, settings);
+    close_files(files, settings);
 
     std::printf(" Done, %lld -> %lld\n", printable(files.input_size), printable(output_size));
     if (settings.show_stats != 0) {
@@ -203,5 +222,4 @@ void decompress_file(CoderContext &context) {
                                                    "Other stages time:  ", "Total time:         "};
         print_stats(kLabels, context);
     }
-    close_files(files);
 }

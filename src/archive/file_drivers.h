@@ -8,7 +8,9 @@
 // written out completely. Any failure ends the process through `error_exit`; what
 // was written by then stays.
 //
-// The input must be a regular file other than the output. All other members of the
-// context must be zero.
+// The input must be a regular file other than the output, and the messages must not go
+// into the output. An input that shrinks while it is read is an error; of one that
+// grows, the archive holds, and the summary counts, what there was to read.
+// All other members of the context must be zero.
 void compress_file(CoderContext &context);
 void decompress_file(CoderContext &context);

@@ -51,6 +51,10 @@ int main(int argument_count, char **arguments) {
     // A reader of our messages that goes away must not end a good run half-way.
     std::signal(SIGPIPE, SIG_IGN);
 #endif
+#ifdef SIGXFSZ
+    // A limit on file sizes is to be met as a full disk is: by a message.
+    std::signal(SIGXFSZ, SIG_IGN);
+#endif
 
     CoderContext context{};
     std::fputs(kBanner, stderr);
