@@ -51,13 +51,18 @@ public:
     }
 
 private:
+    // An inverse that takes a work array, of whatever type of entries.
+    template<typename Entry, typename... Rest>
+    bool with(std::uint32_t *array, std::uint32_t n, bool (*inverse)(Entry *, Rest...)) {
+        CoderContext &c = context_;
+        return inverse(reinterpret_cast<Entry *>(array), c.buf_in, n, c.buf_out, c.out_len,
+                       c.capacity);
+    }
+
     bool call(StageIndex stage, std::uint32_t n) {
         CoderContext &c = context_;
         const auto plain = [&](auto inverse) {
             return inverse(c.buf_in, n, c.buf_out, c.out_len, c.capacity);
-        };
-        const auto with = [&](auto *array, auto inverse) {
-            return inverse(array, c.buf_in, n, c.buf_out, c.out_len, c.capacity);
         };
         switch (stage) {
         case EOL:
@@ -67,15 +72,15 @@ private:
         case DELTA:
             return plain(delta_decode);
         case LZP:
-            return with(c.work2, lzp_decode);
+            return with(c.work2, n, lzp_decode);
         case BWT:
-            return with(c.work2, bwt_inverse);
+            return with(c.work2, n, bwt_inverse);
         case ST:
-            return with(c.work3, st_inverse);
+            return with(c.work3, n, st_inverse);
         case RLE:
             return plain(rle_inverse);
         case DCE:
-            return with(reinterpret_cast<ModelSet *>(c.work3), dce_decode);
+            return with(c.work3, n, dce_decode);
         }
         return false;
     }
