@@ -127,7 +127,7 @@ TEST_F(Program, FilesOfSeveralBlocksComeBack) {
             Finished run = compress(text, {switches});
             const auto blocks = static_cast<std::ptrdiff_t>((n + 131071) / 131072);
             EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\xFE'), blocks);
-            EXPECT_EQ(run.out.find("Total time:        0.") != std::string::npos,
+            EXPECT_EQ(run.out.find("Total time:        ") != std::string::npos,
                       switches == "-b128ts");
             run = decompress();
             EXPECT_EQ(run.status, 0);
@@ -135,7 +135,7 @@ TEST_F(Program, FilesOfSeveralBlocksComeBack) {
             EXPECT_TRUE(read_file(output) == text) << n << " bytes";
         }
     }
-    EXPECT_NE(run_velk({"d", archive, output, "-s"}).out.find("\n\nUnBWT or UnST time: 0."),
+    EXPECT_NE(run_velk({"d", archive, output, "-s"}).out.find("\n\nUnBWT or UnST time: "),
               std::string::npos);
 }
 
