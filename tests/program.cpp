@@ -44,7 +44,9 @@ Finished run_velkinfo(const std::vector<std::string> &arguments, const std::stri
 }
 
 ScratchFolder::ScratchFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "velk-test-XXXXXX").string();
+    // mkdtemp wants six of them.
+    const std::string name_form = "velk-test-" + std::string(6, 'X');
+    std::string name = (std::filesystem::temp_directory_path() / name_form).string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
     folder_ = name;
 }
