@@ -67,10 +67,10 @@ void libdivsufsort(benchmark::State &state, const Bytes &bytes) {
 
 const bool registered = [] {
     for (const std::size_t n : {std::size_t{1} << 21, std::size_t{16776192}}) {
-        for (const auto &[name, bytes] : bench_inputs(n)) {
-            const auto add = [&, &input = bytes](const char *form, auto run) {
+        for (const NamedBytes &named : bench_inputs(n)) {
+            const auto add = [&, &input = named.bytes](const char *form, auto run) {
                 const std::string title =
-                    "sort/" + name + "/" + std::to_string(n >> 20) + "M/" + form;
+                    "sort/" + named.name + "/" + std::to_string(n >> 20) + "M/" + form;
                 benchmark::RegisterBenchmark(title.c_str(), [run, &input](benchmark::State &state) {
                     run(state, input);
                 })->Unit(benchmark::kMillisecond);

@@ -45,6 +45,7 @@ struct Coder {
     std::uint32_t previous = 0;
     Stats stats[256] = {};
 
+    explicit Coder(Model *m) : models(m) {}
     static std::uint32_t bucket(std::uint32_t x) {
         return x <= 4 ? x : 4 + static_cast<std::uint32_t>(std::bit_width(x - 4));
     }
@@ -86,7 +87,7 @@ struct Encoder : Coder {
     std::uint32_t acc = 0, used = 0;
     std::uint32_t value_count = 0;
 
-    Encoder(Model *m, std::uint8_t *output, std::uint32_t n) : Coder{m}, out(output), back(n) {}
+    Encoder(Model *m, std::uint8_t *output, std::uint32_t n) : Coder(m), out(output), back(n) {}
 
     void shift_low() {
         if (low < 0xFF000000u || carry != 0) {
@@ -164,7 +165,7 @@ struct Decoder : Coder {
     bool failed = false;
 
     Decoder(Model *m, const std::uint8_t *input, std::uint32_t length)
-        : Coder{m}, in(input), end(length), back(length) {
+        : Coder(m), in(input), end(length), back(length) {
         for (int i = 0; i < 4; ++i)
             code = code << 8 | next_byte();
     }

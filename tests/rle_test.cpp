@@ -45,7 +45,7 @@ TEST(Rle, EveryRunLengthComesBack) {
 }
 
 TEST(InverseRle, RefusesWhatDoesNotFit) {
-    const auto refused = [](Bytes data, std::uint32_t capacity) {
+    const auto refused = [](const Bytes &data, std::uint32_t capacity) {
         return !kRle.inverse(data, capacity).has_value();
     };
     EXPECT_TRUE(refused({'a', 2, 0, 0, 0, 1}, 30)) << "more heads than bytes";

@@ -64,8 +64,9 @@ inline constexpr auto kSecondaryIndex = [] {
 // What `small_count` adds to the distance context.
 inline constexpr auto kSmallCountStep = [] {
     std::array<std::uint8_t, 256> step{};
-    for (std::uint32_t count = 2; count < step.size(); ++count)
-        step[count] = static_cast<std::uint8_t>(count < 17 ? kContextStep : kContextStep - 1);
+    for (std::uint32_t small_count = 2; small_count != step.size(); ++small_count)
+        step[small_count] =
+            static_cast<std::uint8_t>(small_count < 17 ? kContextStep : kContextStep - 1);
     return step;
 }();
 
