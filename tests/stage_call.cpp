@@ -94,7 +94,8 @@ std::optional<Bytes> inverse_bwt(const Bytes &data, std::uint32_t capacity) {
             results[upper] = Bytes(out, out + out_len);
         }
     }
-    return results[0] == results[1] ? results[0] : to_bytes("buffers disagree");
+    // A disagreement shows as a block that is longer than any.
+    return results[0] == results[1] ? results[0] : Bytes(std::size_t{capacity} + 1);
 }
 
 } // namespace
