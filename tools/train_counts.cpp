@@ -51,7 +51,7 @@ struct BlockSet {
 };
 
 std::vector<char> read_file(const fs::path &path) {
-    std::vector<char> bytes(fs::file_size(path));
+    std::vector<char> bytes(static_cast<std::size_t>(fs::file_size(path)));
     std::ifstream(path, std::ios::binary)
         .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     return bytes;
