@@ -1,5 +1,5 @@
-// Sorts the rotations of a string of numbers: what is left of a block's sort after
-// its rotations have been compared as far as is worth it.
+// Sorts the rotations of a string of numbers: what is left of the sort of a very regular
+// block, whose valleys are tied in ways that would take too long to follow.
 //
 // Induced sorting over a cyclic string (after G. Nong, S. Zhang, W. H. Chan, "Two
 // efficient algorithms for linear time suffix array construction", 2011).

@@ -1,0 +1,7 @@
+// Sorts distinct numbers, most often few of them.
+#pragma once
+
+#include <cstdint>
+
+// Sorts `m` numbers, no two of them equal, in O(m log m).
+void sort_distinct(std::uint64_t *numbers, std::uint32_t m);

@@ -1,0 +1,181 @@
+// Sorts valleys by comparison, five bytes at a time, bucket by bucket.
+//
+// Most comparisons look at entries only; a run of equal keys loads those of the next five
+// bytes. Valleys that agree beyond some depth, and in the piece up to the next valley, are
+// left tied.
+#include "pipeline/byte_order.h"
+#include "sorting/bitmap.h"
+#include "sorting/distinct_sort.h"
+#include "sorting/rotation_sort.h"
+#include "sorting/valleys.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+// Valleys that agree in fewer bytes are compared on, even beyond the next valley. 20 to 70
+// make little difference: sorting takes longer, and breaking ties less time.
+constexpr std::uint32_t kMinTieDepth = 40;
+// Where a quarter of the valleys are tied: a fifth less time for repetitive blocks.
+constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
+// Larger sets of entries are first split by a byte of their keys.
+constexpr std::uint32_t kMinCounting = 512;
+
+std::uint32_t position_of(ValleyEntry entry) {
+    return static_cast<std::uint32_t>(entry) & kPositionMask;
+}
+
+// The position `distance` bytes behind p.
+std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
+    const std::uint32_t q = p + distance;
+    return q < v.n ? q : q % v.n;
+}
+
+// Sorts by whole keys; `key_byte` says which byte of them, from 4 down to 0, is the highest
+// in which they may differ.
+void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_t key_byte) {
+    if (m <= kMinCounting) return sort_distinct(entries, m); // positions differ
+    if (m > v.n / 4) {
+        // More than the scratch holds, most with the same key: set the median's apart.
+        ValleyEntry *const median = entries + m / 2;
+        std::nth_element(entries, median, entries + m);
+        const std::uint64_t key = *median >> kKeyShift;
+        const ValleyEntry *const first = std::partition(
+            entries, median, [&](ValleyEntry entry) { return entry >> kKeyShift < key; });
+        ValleyEntry *const last = std::partition(
+            median, entries + m, [&](ValleyEntry entry) { return entry >> kKeyShift == key; });
+        sort_entries(v, entries, static_cast<std::uint32_t>(first - entries), key_byte);
+        sort_entries(v, last, static_cast<std::uint32_t>(entries + m - last), key_byte);
+        return;
+    }
+    const std::uint32_t shift = kKeyShift + 8 * key_byte;
+    std::uint32_t ends[256] = {};
+    for (std::uint32_t i = 0; i < m; ++i)
+        ++ends[entries[i] >> shift & 255];
+    std::uint32_t sum = 0;
+    for (std::uint32_t &end : ends)
+        sum += std::exchange(end, sum);
+    std::memcpy(v.scratch, entries, m * sizeof *entries);
+    for (std::uint32_t i = 0; i < m; ++i)
+        entries[ends[v.scratch[i] >> shift & 255]++] = v.scratch[i];
+    if (key_byte == 0) return;
+    std::uint32_t begin = 0;
+    for (const std::uint32_t end : ends) {
+        if (end - begin > 1) sort_entries(v, entries + begin, end - begin, key_byte - 1);
+        begin = end;
+    }
+}
+
+// Bytes from the valley p on that show its piece, up to and with the next valley: all
+// valleys that agree in so many bytes have their next valley at the same distance.
+std::uint32_t piece_depth(const Valleys &v, std::uint32_t p) {
+    const std::uint32_t q = valley_after(v, p);
+    const std::uint32_t length = (q > p ? 0 : v.n) + q - p;
+    // What shows the valley is the first byte behind it that differs, and is larger.
+    std::uint32_t plateau = 1;
+    while (v.text[after(v, q, plateau)] == v.text[q])
+        ++plateau;
+    return length + plateau + 1;
+}
+
+void tie(Valleys &v, const ValleyEntry *entries, std::uint32_t m) {
+    const std::uint32_t first = static_cast<std::uint32_t>(entries - v.entries);
+    for (std::uint32_t i = 1; i < m; ++i)
+        set_bit(v.tie_marks, first + i);
+    v.ties += m - 1;
+}
+
+void load_keys(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_t depth) {
+    const std::uint32_t distance = depth % v.n;
+    for (std::uint32_t i = 0; i < m; ++i) {
+        const std::uint32_t p = position_of(entries[i]);
+        std::uint32_t q = p + distance;
+        if (q >= v.n) q -= v.n;
+        entries[i] = get_u64_be(v.text + q) >> kKeyShift << kKeyShift | p;
+    }
+}
+
+// Sorts two valleys that agree in `depth` bytes.
+void sort_pair(Valleys &v, ValleyEntry *entries, std::uint32_t depth, std::uint32_t tie_depth) {
+    std::uint32_t a = after(v, position_of(entries[0]), depth);
+    std::uint32_t b = after(v, position_of(entries[1]), depth);
+    for (;; depth += 8) {
+        if (depth >= tie_depth) {
+            tie_depth = piece_depth(v, position_of(entries[0]));
+            if (depth >= tie_depth) return tie(v, entries, 2);
+        }
+        const std::uint64_t bytes_a = get_u64_be(v.text + a);
+        const std::uint64_t bytes_b = get_u64_be(v.text + b);
+        if (bytes_a != bytes_b) {
+            if (bytes_b < bytes_a) std::swap(entries[0], entries[1]);
+            return;
+        }
+        a += 8;
+        if (a >= v.n) a -= v.n;
+        b += 8;
+        if (b >= v.n) b -= v.n;
+    }
+}
+
+// Sorts the valleys of `m` entries that agree in `depth` bytes and hold the next five as
+// their keys. From tie_depth bytes on they may be tied. Only the largest run of equal keys
+// is not sorted by recursion, so recursion is at most 23 deep; the loop ends because pieces
+// do, and all in all reads each piece once or twice.
+void sort_bucket(Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_t depth,
+                 std::uint32_t tie_depth) {
+    const auto sort_run = [&v](ValleyEntry *run, std::uint32_t size, std::uint32_t run_depth,
+                               std::uint32_t run_tie_depth) {
+        if (size < 2) return;
+        if (size == 2) return sort_pair(v, run, run_depth, run_tie_depth);
+        load_keys(v, run, size, run_depth);
+        sort_bucket(v, run, size, run_depth, run_tie_depth);
+    };
+    for (;;) {
+        const auto key = [&](std::uint32_t i) { return entries[i] >> kKeyShift; };
+        std::uint32_t first_other = 1;
+        while (first_other < m && key(first_other) == key(0))
+            ++first_other;
+        if (first_other < m) sort_entries(v, entries, m, kKeyBytes - 1);
+
+        depth += kKeyBytes;
+        ValleyEntry *largest = entries;
+        std::uint32_t largest_size = 0;
+        for (std::uint32_t begin = 0, end; begin < m; begin = end) {
+            for (end = begin + 1; end < m && key(end) == key(begin);)
+                ++end;
+            ValleyEntry *run = entries + begin;
+            std::uint32_t size = end - begin;
+            if (size > largest_size) {
+                std::swap(run, largest);
+                std::swap(size, largest_size);
+            }
+            sort_run(run, size, depth, tie_depth);
+        }
+        if (largest_size < 3) return sort_run(largest, largest_size, depth, tie_depth);
+        entries = largest;
+        m = largest_size;
+        if (16 * m > v.count) tie_depth = std::min(tie_depth, kMinTieDepthOfRepetitive);
+        if (depth >= tie_depth) {
+            tie_depth = piece_depth(v, position_of(entries[0]));
+            if (depth >= tie_depth) return tie(v, entries, m);
+        }
+        load_keys(v, entries, m, depth);
+    }
+}
+
+} // namespace
+
+void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends) {
+    std::uint32_t begin = 0;
+    for (std::uint32_t k = 0; k < kTextBuckets; ++k) {
+        const std::uint32_t end = bucket_ends[k];
+        if (end - begin > 1) {
+            const bool repetitive = 4 * v.ties > begin;
+            sort_bucket(v, v.entries + begin, end - begin, kBucketDepth,
+                        repetitive ? kMinTieDepthOfRepetitive : kMinTieDepth);
+        }
+        begin = end;
+    }
+}

@@ -1,0 +1,56 @@
+// The valleys of a block: the positions whose rotations are smaller than those that begin
+// one position earlier and one position later (the latter also when equal bytes follow).
+//
+// They are sorted by comparison as far as is worth it (valley_sort.cpp). What is tied then is
+// decided by the valleys that follow (valley_ties.cpp).
+#pragma once
+
+#include "sorting/bitmap.h"
+
+#include <bit>
+#include <cstdint>
+
+// Bytes of the text before the block and behind it: the rotation goes on.
+constexpr std::uint32_t kTextBefore = 4;
+constexpr std::uint32_t kTextAfter = 16;
+
+// | the next bytes to compare (40) | position (24) |
+using ValleyEntry = std::uint64_t;
+constexpr std::uint32_t kKeyBytes = 5;
+constexpr std::uint32_t kKeyShift = 24;
+// Two bytes, and rotations that begin with them.
+constexpr std::uint32_t kBucketDepth = 2;
+constexpr std::uint32_t kTextBuckets = 65536;
+
+struct Valleys {
+    const std::uint8_t *text; // the block; text[-kTextBefore .. n + kTextAfter - 1] is readable
+    std::uint32_t n;
+    std::uint32_t count;      // at most n / 2
+    std::uint32_t *marks;     // bits, by position
+    std::uint32_t *tie_marks; // bits, by place in the sorted valleys: tied with the one before
+    std::uint32_t ties;       // bits set of them
+    ValleyEntry *entries;     // n / 2 entries
+    ValleyEntry *scratch;     // n / 4 entries
+};
+
+// The valley behind p, the first one behind the last.
+inline std::uint32_t valley_after(const Valleys &v, std::uint32_t p) {
+    std::uint32_t word = (p + 1) / 32;
+    std::uint32_t marks = v.marks[word] & ~0u << ((p + 1) % 32);
+    while (marks == 0) {
+        word = word + 1 < bitmap_words(v.n) ? word + 1 : 0;
+        marks = v.marks[word];
+    }
+    return word * 32 + static_cast<std::uint32_t>(std::countr_zero(marks));
+}
+
+// Sorts the entries. They must be ordered by their first two bytes, with the bytes behind
+// those as keys; bucket_ends tells where those of each of the kTextBuckets beginnings end.
+// Sets tie_marks, which must be clear, and ties.
+void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends);
+
+// Decides the ties. places: n entries, 8-byte aligned, the positions of the sorted valleys
+// in the first `count`, before and after. spare: n / 2 entries, which `scratch` may share.
+// marks: n bits and 32 words. Returns false, with `places` undefined, for a periodic block.
+[[nodiscard]] bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
+                              std::uint32_t *marks);
