@@ -13,7 +13,6 @@
 #include "sorting/name_sort.h"
 
 #include "sorting/bitmap.h"
-#include "sorting/prefetch.h"
 
 #include <algorithm>
 
@@ -23,9 +22,6 @@ constexpr std::uint32_t kEmpty = 0xFFFFFFFFu;
 // In a row that a pass has still to visit: the position before has another type than the
 // pass is about, and waits for the next pass. Positions are below 2^31.
 constexpr std::uint32_t kOtherType = 1u << 31;
-// How many rows ahead buckets are fetched from memory, and twice as far ahead the names
-// that tell which: a third of the time on strings beyond the caches.
-constexpr std::uint32_t kAhead = 16;
 
 struct Names {
     const std::uint32_t *name;
@@ -70,17 +66,9 @@ void set_bucket_ends(const Names &names, std::uint32_t *buckets) {
 // From the valleys, sorted at the ends of their buckets, and kEmpty in all other rows, to
 // all positions. Both passes visit a row only after it has been written.
 void induce(const Names &names, std::uint32_t *rows, std::uint32_t *buckets) {
-    const auto fetch = [&](std::uint32_t near, std::uint32_t far) {
-        if (far < names.count) prefetch(names.name, 4u * (rows[far] & ~kOtherType));
-        if (near < names.count) {
-            const std::uint32_t p = rows[near] & ~kOtherType;
-            if (p < names.count) prefetch(buckets, 4u * names.name[names.before(p)]);
-        }
-    };
     for (std::uint32_t name = 0; name < names.count; ++name)
         buckets[name] = name;
     for (std::uint32_t row = 0; row < names.count; ++row) {
-        fetch(row + kAhead, row + 2 * kAhead);
         const std::uint32_t entry = rows[row];
         if (entry == kEmpty) continue;
         rows[row] = entry ^ kOtherType; // what does not concern this pass does the next
@@ -91,7 +79,6 @@ void induce(const Names &names, std::uint32_t *rows, std::uint32_t *buckets) {
     }
     set_bucket_ends(names, buckets);
     for (std::uint32_t row = names.count; row-- > 0;) {
-        fetch(row - kAhead, row - 2 * kAhead);
         const std::uint32_t entry = rows[row];
         rows[row] = entry & ~kOtherType;
         if ((entry & kOtherType) != 0) continue;

@@ -9,4 +9,6 @@ inline void prefetch(const void *base, std::uintptr_t offset) {
     const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(base) + offset;
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     __builtin_prefetch(reinterpret_cast<const void *>(address));
+    // Nothing, but not to be left out: GCC drops calls of functions that only prefetch.
+    __asm__ volatile("");
 }
