@@ -14,29 +14,17 @@
 #include <algorithm>
 #include <cstdlib>
 
-namespace {
-
-constexpr std::size_t kSettingsBytes = 6;
-
-Bytes repeated(const std::uint8_t *data, std::size_t size, unsigned copies) {
-    Bytes block;
-    for (unsigned i = 0; i < copies; ++i)
-        block.insert(block.end(), data, data + size);
-    if (copies > 1) ++block.back();
-    return block;
-}
-
-void expect_equal(const std::optional<Bytes> &restored, const Bytes &block) {
+static void expect_equal(const std::optional<Bytes> &restored, const Bytes &block) {
     if (restored != block) std::abort();
 }
 
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    constexpr std::size_t kSettingsBytes = 6;
     if (size <= kSettingsBytes) return 0;
-    const unsigned choice = data[1];
-    const Bytes block =
-        repeated(data + kSettingsBytes, size - kSettingsBytes, 1 + (choice >> 3) % 16);
+    const unsigned choice = data[1], more = (choice >> 3) % 16;
+    Bytes block(data + kSettingsBytes, data + size);
+    block = periodic(std::string(block.begin(), block.end()), (more + 1) * block.size());
+    if (more > 0) ++block.back();
     if (block.size() > kMinBlockSize) return 0;
 
     Chain chain(data[0], choice >> 7 != 0, get_u32(data + 2));

@@ -5,7 +5,6 @@
 #include "stage_call.h"
 
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 
 namespace {
@@ -17,9 +16,7 @@ constexpr std::size_t kLargest = 700;
 
 void write_seed(const fs::path &folder, const std::string &name, const Bytes &bytes) {
     fs::create_directories(folder);
-    std::ofstream file(folder / name, std::ios::binary);
-    file.write(reinterpret_cast<const char *>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
+    write_file(folder / name, bytes);
 }
 
 // The settings are spread over the kinds of data, so that every one is met.

@@ -2,7 +2,6 @@
 
 #include "archive/format.h"
 #include "archive/memory.h"
-#include "pipeline/block.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 
@@ -16,10 +15,11 @@ std::uint32_t length_of(const Bytes &bytes) {
     return static_cast<std::uint32_t>(bytes.size());
 }
 
-bool decompress_in(CoderContext &context, const std::uint8_t *data, std::uint32_t length) {
+bool decompress_in(CoderContext &context, const std::uint8_t *data, std::uint32_t length,
+                   BlockTrace *trace = nullptr) {
     std::copy_n(data, length, context.buf_in);
     context.in_len = length;
-    return decompress_block(context);
+    return decompress_block(context, trace);
 }
 
 // The records up to the end or the first fault.
@@ -62,8 +62,8 @@ Bytes Chain::compress(const Bytes &block) {
     return Bytes(forward_.buf_out, forward_.buf_out + forward_.out_len);
 }
 
-std::optional<Bytes> Chain::decompress(const Bytes &data) {
-    if (!decompress_in(inverse_, data.data(), length_of(data))) return {};
+std::optional<Bytes> Chain::decompress(const Bytes &data, BlockTrace *trace) {
+    if (!decompress_in(inverse_, data.data(), length_of(data), trace)) return {};
     return Bytes(inverse_.buf_out, inverse_.buf_out + inverse_.out_len);
 }
 
@@ -83,11 +83,7 @@ Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks) {
 
 Restored restore_archive(const Bytes &archive) {
     crc32_init();
-    Restored restored{ERR_NONE, {}};
-    const Bytes magic = to_bytes(kMagic);
-    if (archive.size() < kMagicBytes || !std::equal(magic.begin(), magic.end(), archive.begin())) {
-        return {ERR_HEADER, {}};
-    }
+    if (first_bytes(archive, kMagicBytes) != to_bytes(kMagic)) return {ERR_HEADER, {}};
     if (archive.size() < kStart) return {ERR_READ, {}};
     std::uint8_t flags;
     std::uint32_t block_size;
@@ -96,6 +92,7 @@ Restored restore_archive(const Bytes &archive) {
     set_flags(context.settings, flags);
     context.file_size = length_of(archive);
     if (alloc_decompress(context, block_size) == 0) return {ERR_MEMORY, {}};
+    Restored restored{ERR_NONE, {}};
     restored.error = restore_records(context, archive, restored.bytes);
     free_decompress(context);
     return restored;

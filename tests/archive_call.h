@@ -4,6 +4,7 @@
 #include "archive/coder_context.h"
 #include "cli/error.h"
 #include "data.h"
+#include "pipeline/block.h"
 
 #include <optional>
 
@@ -21,7 +22,7 @@ public:
     bool usable() const { return usable_; }
     Bytes compress(const Bytes &block);
     // Nothing when the record data is refused.
-    std::optional<Bytes> decompress(const Bytes &data);
+    std::optional<Bytes> decompress(const Bytes &data, BlockTrace *trace = nullptr);
 
 private:
     CoderContext forward_{}, inverse_{};

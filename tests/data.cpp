@@ -1,6 +1,8 @@
 #include "data.h"
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <utility>
 
 std::uint32_t Random::below(std::uint32_t bound) {
@@ -20,6 +22,12 @@ Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed) {
     for (auto &b : bytes)
         b = static_cast<std::uint8_t>(random.below(alphabet));
     return bytes;
+}
+
+Bytes random_block(Random &random, std::uint32_t most) {
+    const std::uint32_t alphabet = 1 + random.below(1u << random.below(9));
+    const std::uint32_t n = 1 + random.below(most);
+    return random_bytes(n, alphabet, random.below(1u << 30));
 }
 
 Bytes periodic(const std::string &word, std::size_t n) {
@@ -113,6 +121,11 @@ Bytes join(std::initializer_list<Bytes> parts) {
     return all;
 }
 
+Bytes first_bytes(Bytes bytes, std::size_t n) {
+    bytes.resize(n);
+    return bytes;
+}
+
 std::vector<NamedBytes> all_kinds(std::size_t largest) {
     const std::size_t n = largest;
     Bytes counting(std::min<std::size_t>(n, 4096));
@@ -154,4 +167,15 @@ std::string hex(const Bytes &bytes) {
         text += kDigits[bytes[i] & 15];
     }
     return text;
+}
+
+void write_file(const std::string &path, const Bytes &bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char *>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+Bytes read_file(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(file), {});
 }

@@ -27,6 +27,8 @@ private:
 
 Bytes to_bytes(const std::string &text);
 Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed);
+// Up to `most` bytes over an alphabet of any size; small ones come up most.
+Bytes random_block(Random &random, std::uint32_t most);
 Bytes periodic(const std::string &word, std::size_t n);
 // Two words that grow as the Fibonacci numbers do: many near-equal rotations.
 Bytes fibonacci(std::size_t n);
@@ -39,9 +41,13 @@ Bytes code(std::size_t n, std::uint64_t seed);
 // Records of `size` bytes, each field changing slowly by itself.
 Bytes records(std::size_t n, std::uint32_t size, std::uint64_t seed);
 Bytes join(std::initializer_list<Bytes> parts);
+Bytes first_bytes(Bytes bytes, std::size_t n);
 
 // One of each of the above, and empty, single and equal bytes, up to `largest` bytes.
 std::vector<NamedBytes> all_kinds(std::size_t largest);
 
 // The bytes in hexadecimal, cut after 64: what a failing test prints.
 std::string hex(const Bytes &bytes);
+
+void write_file(const std::string &path, const Bytes &bytes);
+Bytes read_file(const std::string &path);

@@ -36,20 +36,18 @@ std::vector<Golden> golden() {
 }
 
 TEST(Golden, SameBytesFromEveryBuild) {
-    const ScratchFolder folder;
-    const std::string input = folder.path("input"), archive = folder.path("archive"),
-                      output = folder.path("output");
+    const ScratchFolder files;
     // scripts/make-golden makes this run write the archives instead.
     const bool write = std::getenv("VELK_WRITE_GOLDEN") != nullptr;
     for (const auto &[name, switches, bytes] : golden()) {
         const std::string kept = std::string(VELK_GOLDEN "/") + name + ".velk";
-        write_file(input, bytes);
-        EXPECT_EQ(run_velk({"e", input, archive, switches}).status, 0) << name;
-        const Bytes made = read_file(archive);
+        write_file(files.input, bytes);
+        EXPECT_EQ(run_velk({"e", files.input, files.archive, switches}).status, 0) << name;
+        const Bytes made = read_file(files.archive);
         if (write) write_file(kept, made);
         EXPECT_TRUE(made == read_file(kept)) << name << " became " << hex(made);
-        EXPECT_EQ(run_velk({"d", kept, output}).status, 0) << name;
-        EXPECT_TRUE(read_file(output) == bytes) << name;
+        EXPECT_EQ(run_velk({"d", kept, files.output}).status, 0) << name;
+        EXPECT_TRUE(read_file(files.output) == bytes) << name;
     }
     if (write) GTEST_SKIP() << "The archives were written, and compared with nothing.";
 }

@@ -1,8 +1,6 @@
 #include "program.h"
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,10 +13,18 @@ std::string quoted(const std::string &text) {
     return result + "'";
 }
 
+std::string make_folder() {
+    // mkdtemp wants six of them.
+    const std::string name_form = "velk-test-" + std::string(6, 'X');
+    std::string name = (std::filesystem::temp_directory_path() / name_form).string();
+    if (mkdtemp(name.data()) == nullptr) std::abort();
+    return name;
+}
+
 Finished run(const std::string &program, const std::vector<std::string> &arguments,
              const std::string &prefix, const std::string &suffix) {
-    const ScratchFolder folder;
-    const std::string out = folder.path("out"), err = folder.path("err");
+    const ScratchFolder streams;
+    const std::string out = streams.path("out"), err = streams.path("err");
     std::string command = prefix + " " VELK_EMULATOR " " + quoted(program);
     for (const std::string &argument : arguments)
         command += " " + quoted(argument);
@@ -43,26 +49,9 @@ Finished run_velkinfo(const std::vector<std::string> &arguments, const std::stri
     return run(VELKINFO_PROGRAM, arguments, "", suffix);
 }
 
-ScratchFolder::ScratchFolder() {
-    // mkdtemp wants six of them.
-    const std::string name_form = "velk-test-" + std::string(6, 'X');
-    std::string name = (std::filesystem::temp_directory_path() / name_form).string();
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    folder_ = name;
-}
+ScratchFolder::ScratchFolder() : folder(make_folder()) {}
 
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-}
-
-void write_file(const std::string &path, const Bytes &bytes) {
-    std::ofstream file(path, std::ios::binary);
-    file.write(reinterpret_cast<const char *>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
-}
-
-Bytes read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(file), {});
+    std::filesystem::remove_all(folder, ignored);
 }

@@ -18,15 +18,11 @@ Finished run_velk(const std::vector<std::string> &arguments, const std::string &
 Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix = "");
 
 // A folder for one test's files, removed with all that is in it at the end.
-class ScratchFolder {
-public:
+struct ScratchFolder {
     ScratchFolder();
     ~ScratchFolder();
-    std::string path(const std::string &name) const { return (folder_ / name).string(); }
+    std::string path(const std::string &name) const { return (folder / name).string(); }
 
-private:
-    std::filesystem::path folder_;
+    const std::filesystem::path folder;
+    const std::string input = path("input"), archive = path("archive"), output = path("output");
 };
-
-void write_file(const std::string &path, const Bytes &bytes);
-Bytes read_file(const std::string &path);

@@ -6,7 +6,6 @@
 #include "filters/eol.h"
 #include "filters/flt32.h"
 #include "filters/lzp.h"
-#include "plain_dce.h"
 #include "sorting/bwt.h"
 #include "sorting/rle.h"
 #include "sorting/st.h"
@@ -124,17 +123,6 @@ const Stage kDce = plain_stage(
     [](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
         Words models(kModelAreaBytes / 4, 7);
         return dce_decode(models.data(), in, n, out, out_len, capacity);
-    });
-
-const Stage kPlainDce = plain_stage(
-    "plain DCE",
-    [](Buffer &in, Length n, Buffer &out, Length &out_len) {
-        Words next_pos(n), models(kPlainCounters);
-        plain_dce_encode(next_pos.data(), models.data(), in, n, out, out_len);
-    },
-    [](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
-        Words models(kPlainCounters);
-        return plain_dce_decode(models.data(), in, n, out, out_len, capacity);
     });
 
 const std::vector<const Stage *> kStages = {&kEol, &kFlt32, &kDelta, &kLzp,

@@ -20,5 +20,4 @@ struct Stage {
 };
 
 extern const Stage kEol, kFlt32, kDelta, kLzp, kBwt, kSt, kRle, kDce;
-extern const Stage kPlainDce; // the judge of kDce, not one of kStages
 extern const std::vector<const Stage *> kStages;
