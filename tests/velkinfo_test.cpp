@@ -1,13 +1,12 @@
 // The companion tool on whole and on damaged archives.
-#include "archive/format.h"
-#include "archive/memory.h"
+#include "archive_call.h"
 #include "pipeline/block.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 #include "program.h"
 #include "stage_call.h"
 
-#include <functional>
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <set>
 
@@ -15,27 +14,14 @@ namespace {
 
 constexpr std::uint32_t kBlock = 131072;
 
-class Velkinfo : public testing::Test {
+class Velkinfo : public testing::Test, protected ScratchFolder {
 protected:
-    ScratchFolder folder;
-    const std::string input = folder.path("input"), archive = folder.path("archive"),
-                      output = folder.path("output");
-
     Bytes compress(const Bytes &bytes, const std::string &switches) {
         write_file(input, bytes);
         EXPECT_EQ(run_velk({"e", input, archive, switches}).status, 0);
         return read_file(archive);
     }
 };
-
-// Where the records begin, and, last, where the archive ends.
-std::vector<std::size_t> record_offsets(const Bytes &archive) {
-    std::vector<std::size_t> offsets = {kMagicBytes + kHeaderBytes};
-    while (offsets.back() < archive.size())
-        offsets.push_back(offsets.back() + kRecordHeadBytes +
-                          get_u32(archive.data() + offsets.back() + 1));
-    return offsets;
-}
 
 // Six blocks of all sorts, the last one short; one takes the fallback.
 const std::vector<Bytes> &six_blocks() {
@@ -55,63 +41,57 @@ Bytes without(const std::set<std::size_t> &lost, bool fill) {
     return result;
 }
 
-void insert(Bytes &bytes, std::size_t at, std::size_t count) {
-    const Bytes more = random_bytes(count, 256, 9);
-    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), more.begin(), more.end());
-}
+// `removed` bytes, those `at` behind the start of a record, give way to others.
+struct Damage {
+    std::size_t record;
+    int at, removed;
+    Bytes others;
+};
 
-void remove(Bytes &bytes, std::size_t at, std::size_t count) {
-    const auto from = bytes.begin() + static_cast<std::ptrdiff_t>(at);
-    bytes.erase(from, from + static_cast<std::ptrdiff_t>(count));
+// The last damage comes first in the archive, or all keep its length.
+Bytes damaged(Bytes archive, const std::vector<Damage> &damages) {
+    const std::vector<std::size_t> starts = record_starts(archive);
+    for (const Damage &d : damages) {
+        const auto from = archive.begin() + static_cast<int>(starts[d.record]) + d.at;
+        const auto to = archive.end() - from < d.removed ? archive.end() : from + d.removed;
+        const auto place = archive.erase(from, to);
+        archive.insert(place, d.others.begin(), d.others.end());
+    }
+    return archive;
 }
 
 TEST_F(Velkinfo, SalvageBringsBackEveryIntactBlock) {
-    using Offsets = std::vector<std::size_t>;
     const struct {
-        const char *damage;
-        std::function<void(Bytes &, const Offsets &)> apply;
+        const char *name;
+        std::vector<Damage> damages;
         std::set<std::size_t> lost;
     } cases[] = {
-        {"none", [](Bytes &, const Offsets &) {}, {}},
-        {"a bit", [](Bytes &a, const Offsets &o) { a[o[1] + 1000] ^= 4; }, {1}},
-        {"bits in three blocks",
-         [](Bytes &a, const Offsets &o) { a[o[0] + 9] ^= 1, a[o[3] + 99] ^= 1, a[o[5] + 9] ^= 8; },
-         {0, 3, 5}},
-        {"the length in a head", [](Bytes &a, const Offsets &o) { a[o[2] + 2] ^= 1; }, {}},
-        {"the last head", [](Bytes &a, const Offsets &o) { a[o[5]] ^= 1; }, {}},
-        {"bytes taken from a head", [](Bytes &a, const Offsets &o) { remove(a, o[1] + 1, 3); }, {}},
-        {"bytes taken from a block",
-         [](Bytes &a, const Offsets &o) { remove(a, o[3] + 90, 50); },
-         {3}},
-        {"bytes put into a block",
-         [](Bytes &a, const Offsets &o) { insert(a, o[2] + 500, 700); },
-         {2}},
-        {"a stretch of zeros over a head",
-         [](Bytes &a, const Offsets &o) {
-             std::fill_n(a.begin() + static_cast<int>(o[3]) - 9, 99, 0);
-         },
-         {2, 3}},
-        {"cut in a block", [](Bytes &a, const Offsets &o) { a.resize(o[5] + 100); }, {5}},
-        {"cut in a head", [](Bytes &a, const Offsets &o) { a.resize(o[5] + 3); }, {5}},
-        {"more bytes at the end", [](Bytes &a, const Offsets &) { insert(a, a.size(), 5000); }, {}},
-        {"another header", [](Bytes &a, const Offsets &) { std::fill_n(a.begin(), 18, 'x'); }, {}},
-        {"no header", [](Bytes &a, const Offsets &o) { remove(a, 0, o[0]); }, {}},
-        {"no header, a bit",
-         [](Bytes &a, const Offsets &o) { a[o[4] + 50] ^= 1, remove(a, 0, 9); },
-         {4}},
-        {"no beginning", [](Bytes &a, const Offsets &o) { remove(a, 0, o[0] + 40); }, {0}},
+        {"none", {}, {}},
+        {"a byte", {{1, 1000, 1, {1}}}, {1}},
+        {"bytes of three blocks", {{0, 9, 1, {1}}, {3, 99, 1, {2}}, {5, 9, 1, {3}}}, {0, 3, 5}},
+        {"the length in a head", {{2, 2, 1, {1}}}, {}},
+        {"the last head", {{5, 0, 1, {1}}}, {}},
+        {"bytes taken from a head", {{1, 1, 3, {}}}, {}},
+        {"bytes taken from a block", {{3, 90, 50, {}}}, {3}},
+        {"bytes put into a block", {{2, 500, 0, random_bytes(700, 256, 9)}}, {2}},
+        {"zeros over a head", {{3, -9, 99, Bytes(99)}}, {2, 3}},
+        {"cut in a block", {{5, 100, 1 << 20, {}}}, {5}},
+        {"cut in a head", {{5, 3, 1 << 20, {}}}, {5}},
+        {"more bytes at the end", {{6, 0, 0, random_bytes(5000, 256, 9)}}, {}},
+        {"another header", {{0, -18, 18, Bytes(18, 'x')}}, {}},
+        {"no header", {{0, -18, 18, {}}}, {}},
+        {"half a header, a byte", {{4, 50, 1, {1}}, {0, -18, 9, {}}}, {4}},
+        {"no beginning", {{0, -18, 58, {}}}, {0}},
     };
     for (const std::string switches : {"-b128", "-b128t"}) {
         const Bytes good = compress(without({}, false), switches);
-        const Offsets offsets = record_offsets(good);
-        ASSERT_EQ(offsets.size(), 7u);
+        ASSERT_EQ(record_starts(good).size(), 7u);
         for (const auto &c : cases) {
-            SCOPED_TRACE(c.damage);
-            Bytes damaged = good;
-            c.apply(damaged, offsets);
-            write_file(archive, damaged);
+            SCOPED_TRACE(c.name);
+            const Bytes bad = damaged(good, c.damages);
+            write_file(archive, bad);
             Finished run = run_velkinfo({"salvage", archive, output, "--force"});
-            EXPECT_EQ(run.status, damaged == good ? 0 : 1) << run.err;
+            EXPECT_EQ(run.status, c.damages.empty() ? 0 : 1) << run.err;
             EXPECT_TRUE(read_file(output) == without(c.lost, false)) << run.out;
             EXPECT_NE(run.out.find(std::to_string(6 - c.lost.size()) + " blocks restored"),
                       std::string::npos)
@@ -127,22 +107,21 @@ TEST_F(Velkinfo, SalvageBringsBackEveryIntactBlock) {
 TEST_F(Velkinfo, SalvageKeepsInnerArchivesApart) {
     Bytes inner = compress(without({}, false), "-b128");
     inner = join({inner, inner});
-    Bytes outer = compress(inner, "-b128eflzwrd");
-    const std::vector<std::size_t> offsets = record_offsets(outer);
-    outer[offsets[1] + 5] ^= 1;
-    write_file(archive, outer);
+    const Bytes outer = compress(inner, "-b128eflzwrd");
+    const std::vector<std::size_t> starts = record_starts(outer);
+    write_file(archive, damaged(outer, {{1, 5, 1, {'x'}}}));
     EXPECT_EQ(run_velkinfo({"salvage", archive, output})
-                  .out.find("bytes " + std::to_string(offsets[1]) + " to " +
-                            std::to_string(offsets[2] - 1) + " lost, 1 block\n"),
+                  .out.find("bytes " + std::to_string(starts[1]) + " to " +
+                            std::to_string(starts[2] - 1) + " lost, 1 block\n"),
               0u);
-    remove(inner, kBlock, kBlock);
+    inner.erase(inner.begin() + kBlock, inner.begin() + 2 * kBlock);
     EXPECT_TRUE(read_file(output) == inner);
 }
 
 TEST_F(Velkinfo, SalvageOverwritesNothingUnasked) {
     const Bytes good = compress(to_bytes("abc"), "-e");
     write_file(output, to_bytes("dear to someone"));
-    const std::string link = folder.path("link");
+    const std::string link = path("link");
     std::filesystem::create_symlink(archive, link);
     Finished run = run_velkinfo({"salvage", archive, output});
     EXPECT_EQ(run.status, 1);
@@ -160,63 +139,57 @@ TEST_F(Velkinfo, SalvageOverwritesNothingUnasked) {
 
 TEST_F(Velkinfo, TestSaysWhichBlockAndWhy) {
     const Bytes good = compress(without({}, false), "-b128");
-    const std::vector<std::size_t> offsets = record_offsets(good);
-    const std::string copy = folder.path("copy"), at = " at offset ";
+    const std::vector<std::size_t> starts = record_starts(good);
+    const std::string copy = path("copy");
     write_file(copy, good);
+    // More values than any block has, under a CRC that holds.
+    const Damage values = {1, -9, 9, {255, 255, 255, 255, 1, 0, 0, 0, 0}};
+    Bytes bad_stage = damaged(good, {values});
+    const std::size_t first = starts[0] + 5, crc = starts[1] - 4;
     crc32_init();
-    Bytes bad_stage = good; // of more values than any block has
-    const std::size_t end = offsets[1];
-    put_u32(bad_stage.data() + end - 9, 0xFFFFFFFFu);
-    put_u32(bad_stage.data() + end - 4,
-            crc32_block(bad_stage.data() + offsets[0] + 5,
-                        static_cast<std::uint32_t>(end - 4 - offsets[0] - 5)));
-    const struct {
-        std::function<void(Bytes &)> apply;
-        std::string message;
-    } cases[] = {
-        {[&](Bytes &a) { a[offsets[1] + 50] ^= 1; },
-         "block 2 at offset " + std::to_string(offsets[1]) + ": the block CRC does not match"},
-        {[&](Bytes &a) { a[offsets[5]] ^= 1; },
-         "block 6 at offset " + std::to_string(offsets[5]) +
-             ": the check byte of the record head does not match"},
-        {[&](Bytes &a) { remove(a, a.size() - 1, 1); },
-         "block 6 at offset " + std::to_string(offsets[5]) + ": the block is cut short"},
-        {[&](Bytes &a) { a = bad_stage; },
-         "block 1 at offset 18: the CRC matches, but the DCE stage can't be undone"},
-        {[&](Bytes &a) { a[3] = 'x'; }, "does not begin as an archive"},
-        {[&](Bytes &a) { a[15] ^= 1; }, "header: the check byte does not match"},
-        {[&](Bytes &a) { a.resize(4); }, "shorter than an archive's header"},
+    put_u32(&bad_stage[crc],
+            crc32_block(&bad_stage[first], static_cast<std::uint32_t>(crc - first)));
+    const auto block = [&](std::size_t i) {
+        return "block " + std::to_string(i + 1) + " at offset " + std::to_string(starts[i]);
+    };
+    const std::pair<Bytes, std::string> cases[] = {
+        {damaged(good, {{1, 50, 1, {1}}}), block(1) + ": the block CRC does not match"},
+        {damaged(good, {{5, 0, 1, {1}}}),
+         block(5) + ": the check byte of the record head does not match"},
+        {damaged(good, {{6, -1, 1, {}}}), block(5) + ": the block is cut short"},
+        {bad_stage, block(0) + ": the CRC matches, but the DCE stage can't be undone"},
+        {damaged(good, {{0, -15, 1, {'x'}}}), "does not begin as an archive"},
+        {damaged(good, {{0, -3, 1, {1}}}), "header: the check byte does not match"},
+        {first_bytes(good, 4), "shorter than an archive's header"},
     };
     const std::string line = copy + ": good, 6 blocks, 685360 bytes\n";
-    for (const auto &c : cases) {
-        Bytes damaged = good;
-        c.apply(damaged);
-        write_file(archive, damaged);
+    for (const auto &[bytes, message] : cases) {
+        write_file(archive, bytes);
         const Finished run = run_velkinfo({"test", copy, archive, copy});
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, line + line);
-        EXPECT_EQ(run.err, "velkinfo: " + archive + ": " + c.message + "\n");
+        EXPECT_EQ(run.err, "velkinfo: " + archive + ": " + message + "\n");
     }
     EXPECT_EQ(run_velkinfo({"test", copy}).status, 0);
 }
 
 TEST_F(Velkinfo, ListShowsEachForm) {
     compress(to_bytes("abc"), "-eflzwrd");
-    EXPECT_EQ(
-        run_velkinfo({"list", "--json", archive}).out,
-        "{\n  \"archive_bytes\": 35,\n  \"block_size\": 131072,\n  \"stages_on\": [],\n"
-        "  \"blocks\": [\n    {\"number\": 1, \"offset\": 18, \"coded\": 17, \"original\": 3, "
-        "\"form\": \"fallback\", \"stages\": [\n"
-        "      {\"name\": \"EOL\", \"applied\": false, \"trailer\": 0, \"before\": 3, "
-        "\"after\": 4},\n"
-        "      {\"name\": \"FLT32\", \"applied\": false, \"trailer\": 0, \"before\": 4, "
-        "\"after\": 5},\n"
-        "      {\"name\": \"DELTA\", \"applied\": false, \"trailer\": 0, \"before\": 5, "
-        "\"after\": 6},\n"
-        "      {\"name\": \"LZP\", \"applied\": false, \"trailer\": 0, \"before\": 6, "
-        "\"after\": 7}]}\n  ],\n"
-        "  \"total\": {\"blocks\": 1, \"coded\": 17, \"original\": 3},\n"
-        "  \"damage\": null\n}\n");
+    EXPECT_EQ(run_velkinfo({"list", "--json", archive}).out, R"({
+  "archive_bytes": 35,
+  "block_size": 131072,
+  "stages_on": [],
+  "blocks": [
+    {"number": 1, "offset": 18, "coded": 17, "original": 3, "form": "fallback", "stages": [
+      {"name": "EOL", "applied": false, "trailer": 0, "before": 3, "after": 4},
+      {"name": "FLT32", "applied": false, "trailer": 0, "before": 4, "after": 5},
+      {"name": "DELTA", "applied": false, "trailer": 0, "before": 5, "after": 6},
+      {"name": "LZP", "applied": false, "trailer": 0, "before": 6, "after": 7}]}
+  ],
+  "total": {"blocks": 1, "coded": 17, "original": 3},
+  "damage": null
+}
+)");
     compress(Bytes(1000, 'a'), "-eflz");
     const Finished table = run_velkinfo({"list", archive});
     EXPECT_EQ(table.status, 0);
@@ -225,61 +198,41 @@ TEST_F(Velkinfo, ListShowsEachForm) {
     const std::string bar(50, '#');
     EXPECT_NE(chart.out.find("\n  BWT             1009  " + bar + "\n"), std::string::npos)
         << chart.out;
-    Bytes damaged = read_file(archive);
-    damaged.back() ^= 1;
-    write_file(archive, damaged);
+    write_file(archive, damaged(read_file(archive), {{1, -1, 1, {1}}}));
     const Finished json = run_velkinfo({"list", "--json", archive});
     EXPECT_EQ(json.status, 1);
-    EXPECT_NE(
-        json.out.find("\"damage\": \"block 1 at offset 18: the block CRC does not match\"\n}"),
-        std::string::npos);
+    EXPECT_TRUE(json.out.ends_with(
+        "\"damage\": \"block 1 at offset 18: the block CRC does not match\"\n}\n"));
 }
 
 // The lengths that `list` shows are those that the stages had when they ran.
 TEST_F(Velkinfo, TraceFollowsTheForwardChain) {
     for (const Bytes &block : six_blocks()) {
-        CoderContext forward{}, inverse{};
-        forward.settings.st_off = inverse.settings.st_off = 1;
-        ASSERT_NE(alloc_compress(forward, kBlock), 0u);
-        ASSERT_NE(alloc_decompress(inverse, kBlock), 0u);
-        std::copy(block.begin(), block.end(), forward.buf_in);
-        forward.in_len = static_cast<std::uint32_t>(block.size());
-        forward.file_size = forward.in_len + 1;
-        ASSERT_TRUE(compress_block(forward));
-        std::copy_n(forward.buf_out, forward.out_len, inverse.buf_in);
-        inverse.in_len = forward.out_len;
+        Chain chain(0x20, false, static_cast<std::uint32_t>(block.size() + 1));
         BlockTrace trace;
-        ASSERT_TRUE(decompress_block(inverse, &trace));
+        ASSERT_EQ(chain.decompress(chain.compress(block), &trace), block);
         EXPECT_TRUE(trace.crc_holds);
         Bytes data = block;
         for (unsigned stage = 0; stage < (trace.fallback ? STAGE_BWT : STAGE_COUNT); ++stage) {
-            if (stage != STAGE_ST) {
-                data = kStages[stage]->forward(data);
-            } else {
-                data.push_back(0);
-            }
+            data = stage == STAGE_ST ? join({data, {0}}) : kStages[stage]->forward(data);
             EXPECT_EQ(trace.coded_len[stage], data.size()) << kStages[stage]->name;
             EXPECT_EQ(trace.trailer[stage], data.back()) << kStages[stage]->name;
         }
-        free_compress(forward);
-        free_decompress(inverse);
     }
 }
 
 TEST_F(Velkinfo, CommandLine) {
-    const std::vector<std::string> wrong[] = {
-        {},
-        {"lost"},
-        {"list"},
-        {"list", "a", "b"},
-        {"list", "--json", "--stages", "a"},
-        {"list", "--fill", "a"},
-        {"test"},
-        {"test", "--json", "a"},
-        {"salvage", "a"},
-        {"salvage", "--stages", "a", "b"},
-        {"--no-such-option", "list", "a"},
-    };
+    const std::vector<std::string> wrong[] = {{},
+                                              {"lost"},
+                                              {"list"},
+                                              {"list", "a", "b"},
+                                              {"list", "--json", "--stages", "a"},
+                                              {"list", "--fill", "a"},
+                                              {"test"},
+                                              {"test", "--json", "a"},
+                                              {"salvage", "a"},
+                                              {"salvage", "--stages", "a", "b"},
+                                              {"--no-such-option", "list", "a"}};
     for (const auto &arguments : wrong) {
         const Finished run = run_velkinfo(arguments);
         EXPECT_EQ(run.status, 2);
@@ -288,7 +241,7 @@ TEST_F(Velkinfo, CommandLine) {
     }
     EXPECT_EQ(run_velkinfo({"--help"}).out.find("Usage: velkinfo list"), 0u);
     EXPECT_EQ(run_velkinfo({"--version"}).out, "velkinfo (VELK) 0.95\n");
-    EXPECT_EQ(run_velkinfo({"test", folder.path("")}).status, 1);
+    EXPECT_EQ(run_velkinfo({"test", path("")}).status, 1);
     if (std::filesystem::exists("/dev/full")) {
         EXPECT_EQ(run_velkinfo({"--help"}, ">/dev/full").status, 1);
         compress(to_bytes("abc"), "-e");
