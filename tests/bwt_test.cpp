@@ -55,20 +55,6 @@ void expect_sorted(const Bytes &block, const std::string &name) {
     ASSERT_EQ(output[n + 4], 1);
 }
 
-TEST(Bwt, SmallBlocksInFull) {
-    const struct {
-        const char *block, *last_column;
-        std::uint8_t primary_index;
-    } cases[] = {{"x", "x", 1}, {"ab", "ba", 2}, {"aaaa", "aaaa", 3}, {"abab", "bbaa", 3}};
-    for (const auto &[block, last_column, primary_index] : cases) {
-        Bytes expected = to_bytes(last_column);
-        for (const int b : {+primary_index, 0, 0, 0, 1}) {
-            expected.push_back(static_cast<std::uint8_t>(b));
-        }
-        EXPECT_EQ(kBwt.forward(to_bytes(block)), expected) << block;
-    }
-}
-
 TEST(Bwt, EveryBinaryBlockOfUpToTenBytes) {
     for (unsigned n = 1; n <= 10; ++n) {
         for (unsigned bits = 0; bits < 1u << n; ++bits) {

@@ -22,22 +22,13 @@ std::string repeated(const std::string &word, std::size_t times) {
     return text;
 }
 
-TEST(Eol, DropsThePredictableBreaks) {
-    const std::string line = "abcd efghi\r\n", last = "abcd efghi jk\r\n";
-    Bytes expected =
-        to_bytes(repeated("abcd efghi\r ", 3) + repeated("abcd efghi ", 3) + "abcd efghi");
-    expected = with(expected, {0, 'j', 'k', 13, 32, 0, 2});
-    EXPECT_EQ(kEol.forward(to_bytes(repeated(line, 6) + last)), expected);
-}
-
 TEST(Eol, DeclinesWithTheBreaksSwapped) {
+    Bytes all(256);
+    std::iota(all.begin(), all.end(), std::uint8_t{0});
+    EXPECT_EQ(kEol.forward(join({to_bytes("x\ny\r\n"), all})),
+              join({to_bytes("x\ny\r "), all, {1}}))
+        << "no byte value is free for an escape";
     EXPECT_EQ(kEol.forward(to_bytes("a\r b\r\n")), with(to_bytes("a\r\nb\r "), {1})) << "no LF";
-    const std::string all = [] {
-        std::string values(256, 0);
-        std::iota(values.begin(), values.end(), '\0');
-        return values;
-    }();
-    EXPECT_EQ(kEol.forward(to_bytes("x\ny\r\n" + all)), with(to_bytes("x\ny\r " + all), {1}));
     EXPECT_EQ(kEol.forward(to_bytes("a\n b\nc")), with(to_bytes("a\n b\nc"), {1})) << "a tie";
     EXPECT_EQ(kEol.forward(to_bytes("a\nb")), with(to_bytes("a\nb"), {0, 2})) << "no CR";
 }
@@ -66,19 +57,16 @@ TEST(Eol, LooksAtTheNextWordOnly) {
 }
 
 TEST(Flt32, MakesCallsAbsolute) {
-    const auto block = [](std::initializer_list<int> operand) {
-        return with(with(Bytes(5, 0), {0xE8}), operand);
+    const std::pair<Bytes, Bytes> operands[] = {
+        {{2, 0, 0, 0}, {7, 0, 0, 0}},
+        {{9, 0, 0, 0}, {0xFD, 0xFF, 0xFF, 0xFF}}, // just above the range: moved below 0
+        {{17, 0, 0, 0}, {17, 0, 0, 0}},           // out of reach
     };
-    const Bytes trailer = {0, 0, 0, 0, 12, 0, 0, 0, 1};
-    const Bytes end(2, 0);
-    EXPECT_EQ(kFlt32.forward(join({block({2, 0, 0, 0}), end})),
-              join({block({7, 0, 0, 0}), end, trailer}));
-    EXPECT_EQ(kFlt32.forward(join({block({9, 0, 0, 0}), end})),
-              join({block({0xFD, 0xFF, 0xFF, 0xFF}), end, trailer}))
-        << "just above the range: moved below 0";
-    EXPECT_EQ(kFlt32.forward(join({block({17, 0, 0, 0}), end})),
-              join({block({17, 0, 0, 0}), end, trailer}))
-        << "out of reach";
+    const Bytes before = {0, 0, 0, 0, 0, 0xE8};
+    for (const auto &[relative, absolute] : operands) {
+        EXPECT_EQ(kFlt32.forward(join({before, relative, {0, 0}})),
+                  join({before, absolute, {0, 0}, {0, 0, 0, 0, 12, 0, 0, 0, 1}}));
+    }
     EXPECT_EQ(kFlt32.forward({0, 0xE8, 1, 0, 0}).at(2), 1) << "no room for an operand";
     EXPECT_EQ(kFlt32.forward({0xE8, 0xE8, 0xE8, 0xE8, 0xE8, 0, 0}).size(), 7u + 9);
 }
@@ -148,11 +136,6 @@ TEST(Delta, CountsEveryPosition) {
     }
 }
 
-TEST(Lzp, EqualBytesInFull) {
-    EXPECT_EQ(kLzp.forward(Bytes(1000, 'a')), with(Bytes(5, 'a'), {0, 98, 98, 98, 12, 0, 1}));
-    EXPECT_EQ(kLzp.forward(Bytes(4, 'a')), with(Bytes(4, 'a'), {0})) << "too short";
-}
-
 // The length code, less the byte before it, of a match of this length: random bytes
 // twice with a break between; four bytes of context go ahead of the match as literals.
 Bytes length_code(std::size_t length) {
@@ -169,13 +152,16 @@ Bytes length_code(std::size_t length) {
 }
 
 TEST(Lzp, LimitsOfMatchLengths) {
-    EXPECT_EQ(length_code(62), Bytes());
-    EXPECT_EQ(length_code(63), Bytes());
-    EXPECT_EQ(length_code(64), Bytes({2}));
-    EXPECT_EQ(length_code(63 + 254), Bytes({255}));
-    EXPECT_EQ(length_code(63 + 255), Bytes({1, 2}));
-    EXPECT_EQ(length_code(63 + 508), Bytes({1, 255}));
-    EXPECT_EQ(length_code(63 + 509), Bytes({1, 1, 2}));
+    const std::pair<std::size_t, Bytes> codes[] = {{62, {}},
+                                                   {63, {}},
+                                                   {64, {2}},
+                                                   {63 + 254, {255}},
+                                                   {63 + 255, {1, 2}},
+                                                   {63 + 508, {1, 255}},
+                                                   {63 + 509, {1, 1, 2}}};
+    for (const auto &[length, code] : codes)
+        EXPECT_EQ(length_code(length), code) << length;
+    EXPECT_EQ(kLzp.forward(Bytes(4, 'a')), with(Bytes(4, 'a'), {0})) << "too short a block";
 }
 
 TEST(Lzp, RefusesCodesCutShortOrTooLong) {
