@@ -1,6 +1,7 @@
 #include "plain_stages.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <numeric>
 #include <set>
@@ -22,7 +23,8 @@ void plain_inverse_bwt(const std::uint8_t *last_column, std::uint32_t n,
 
 namespace {
 
-using Model = PlainDceState::Model;
+// Counter 0 is the total of the others, which count symbols 0 to 31.
+using Model = std::array<std::uint32_t, 33>;
 
 constexpr std::uint16_t kStored[] = {
 #include "dce/builtin_counts.inc"
@@ -62,51 +64,62 @@ struct RangeEncoder {
     }
 };
 
-} // namespace
-
-PlainDceState::PlainDceState() : models_(14 * kModels) {
-    for (std::size_t i = 0; i < models_.size(); ++i) {
-        for (std::size_t k = 0; k < 33; ++k)
-            models_[i][k] = i < kModels ? kStored[33 * i + k] + 1u : k == 0 ? 32 : 1;
-    }
-}
-
-std::pair<Model *, Model *> PlainDceState::choose(std::uint32_t s, std::uint32_t run) {
-    const Stats &of = stats_[s];
-    const std::uint32_t fast = static_cast<std::uint32_t>(of.fast);
-    std::uint32_t context = (bucket(of.slow) + 15 * bucket(fast)) >> 4;
-    if (of.small >= 2) context += of.small >= 17 ? 29 : 30;
-    if (of.last < 20) context += 30;
-    if (run >= 3) context += 30;
-    const std::uint32_t d = previous_ - 2;
-    const std::uint32_t set = previous_ <= 2 ? previous_ : bits_of(d % 256) + bits_of(d >> 8);
-    return {&halved_if_large(models_[context]),
-            &halved_if_large(models_[context + kModels * (set + 1)])};
-}
-
-Model &PlainDceState::bit_model(std::uint32_t e) {
-    return halved_if_large(models_[120 + e]);
-}
-
-void PlainDceState::count(Model &model, std::uint32_t symbol, std::uint32_t amount) {
+void count(Model &model, std::uint32_t symbol, std::uint32_t amount) {
     model[1 + symbol] += amount;
     model[0] += amount;
 }
 
-void PlainDceState::remember(std::uint32_t s, std::uint32_t v, std::uint32_t run) {
-    Stats &of = stats_[s];
-    const std::int32_t value = static_cast<std::int32_t>(v);
-    const std::int32_t t = 4 * value + 2 * of.fast - static_cast<int>(std::min(run - 1, 5u));
-    of.last = v;
-    of.fast = t < 0 ? 0 : value < of.fast ? t / 3 : t / 4;
-    of.slow = (15 * of.slow + 3 * v) >> 4;
-    previous_ = v & 4095;
-    if (v < 3) of.small = std::min(of.small + 1, 255u);
-    if (v >= 8) of.small >>= 1;
-}
+// What the coder remembers, and the models that it chooses by it.
+struct State {
+    struct Stats {
+        std::uint32_t slow, last, small;
+        std::int32_t fast;
+    };
+    std::vector<Model> models = std::vector<Model>(14 * kModels);
+    std::uint32_t previous = 0;
+    Stats stats[256] = {};
+
+    State() {
+        for (std::size_t i = 0; i < models.size(); ++i) {
+            for (std::size_t k = 0; k < 33; ++k)
+                models[i][k] = i < kModels ? kStored[33 * i + k] + 1u : k == 0 ? 32 : 1;
+        }
+    }
+
+    // The primary and the secondary model for the value behind a run of byte s, neither
+    // above the limit.
+    std::pair<Model *, Model *> choose(std::uint32_t s, std::uint32_t run) {
+        const Stats &of = stats[s];
+        const std::uint32_t fast = static_cast<std::uint32_t>(of.fast);
+        std::uint32_t context = (bucket(of.slow) + 15 * bucket(fast)) >> 4;
+        if (of.small >= 2) context += of.small >= 17 ? 29 : 30;
+        if (of.last < 20) context += 30;
+        if (run >= 3) context += 30;
+        const std::uint32_t d = previous - 2;
+        const std::uint32_t set = previous <= 2 ? previous : bits_of(d % 256) + bits_of(d >> 8);
+        return {&halved_if_large(models[context]),
+                &halved_if_large(models[context + kModels * (set + 1)])};
+    }
+
+    Model &bit_model(std::uint32_t e) { return halved_if_large(models[120 + e]); }
+
+    void remember(std::uint32_t s, std::uint32_t v, std::uint32_t run) {
+        Stats &of = stats[s];
+        const std::int32_t value = static_cast<std::int32_t>(v);
+        const std::int32_t t = 4 * value + 2 * of.fast - static_cast<int>(std::min(run - 1, 5u));
+        of.last = v;
+        of.fast = t < 0 ? 0 : value < of.fast ? t / 3 : t / 4;
+        of.slow = (15 * of.slow + 3 * v) >> 4;
+        previous = v & 4095;
+        if (v < 3) of.small = std::min(of.small + 1, 255u);
+        if (v >= 8) of.small >>= 1;
+    }
+};
+
+} // namespace
 
 Bytes plain_dce_encode(const Bytes &block) {
-    PlainDceState state;
+    State state;
     RangeEncoder encoder;
     std::vector<bool> raw;
     std::uint32_t value_count = 0;
@@ -123,13 +136,13 @@ Bytes plain_dce_encode(const Bytes &block) {
         const auto [p, q] = state.choose(s, run);
         const std::uint32_t e = v < 8 ? 0 : bits_of(v - 4) - 3, symbol = v < 8 ? v : 8 + e;
         code(*p, *q, symbol);
-        state.count(*p, symbol, 24);
-        state.count(*q, symbol, 24);
+        count(*p, symbol, 24);
+        count(*q, symbol, 24);
         if (v >= 8) {
             const std::uint32_t two = (v - 4) >> e & 3;
             Model &m = state.bit_model(e);
             code(m, m, two);
-            state.count(m, two, 14);
+            count(m, two, 14);
             for (std::uint32_t i = 0; i < e; ++i)
                 raw.push_back((v - 4) >> i & 1);
         }
