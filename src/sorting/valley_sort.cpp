@@ -20,6 +20,8 @@ namespace {
 constexpr std::uint32_t kMinTieDepth = 40;
 // Where a quarter of the valleys are tied: a fifth less time for repetitive blocks.
 constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
+// What such a part of all valleys agrees in is repetitive, too.
+constexpr std::uint32_t kRepetitivePart = 16;
 // Larger sets of entries are first split by a byte of their keys.
 constexpr std::uint32_t kMinCounting = 512;
 
@@ -27,7 +29,7 @@ std::uint32_t position_of(ValleyEntry entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
 }
 
-// The position `distance` bytes behind p.
+// The position `distance` bytes behind p. Depths, being those of pieces, are below 3 * n.
 std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
     const std::uint32_t q = p + distance;
     return q < v.n ? q : q % v.n;
@@ -38,7 +40,8 @@ std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
 void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_t key_byte) {
     if (m <= kMinCounting) return sort_distinct(entries, m); // positions differ
     if (m > v.n / 4) {
-        // More than the scratch holds, most with the same key: set the median's apart.
+        // More than the scratch holds, most with the same key: set the median's apart. The
+        // two sides fit, as m is at most n / 2.
         ValleyEntry *const median = entries + m / 2;
         std::nth_element(entries, median, entries + m);
         const std::uint64_t key = *median >> kKeyShift;
@@ -88,12 +91,9 @@ void tie(Valleys &v, const ValleyEntry *entries, std::uint32_t m) {
 }
 
 void load_keys(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_t depth) {
-    const std::uint32_t distance = depth % v.n;
     for (std::uint32_t i = 0; i < m; ++i) {
         const std::uint32_t p = position_of(entries[i]);
-        std::uint32_t q = p + distance;
-        if (q >= v.n) q -= v.n;
-        entries[i] = get_u64_be(v.text + q) >> kKeyShift << kKeyShift | p;
+        entries[i] = get_u64_be(v.text + after(v, p, depth)) >> kKeyShift << kKeyShift | p;
     }
 }
 
@@ -156,7 +156,8 @@ void sort_bucket(Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_
         if (largest_size < 3) return sort_run(largest, largest_size, depth, tie_depth);
         entries = largest;
         m = largest_size;
-        if (16 * m > v.count) tie_depth = std::min(tie_depth, kMinTieDepthOfRepetitive);
+        if (kRepetitivePart * m > v.count)
+            tie_depth = std::min(tie_depth, kMinTieDepthOfRepetitive);
         if (depth >= tie_depth) {
             tie_depth = piece_depth(v, position_of(entries[0]));
             if (depth >= tie_depth) return tie(v, entries, m);

@@ -33,7 +33,8 @@ struct Valleys {
     ValleyEntry *scratch;     // n / 4 entries
 };
 
-// The valley behind p, the first one behind the last.
+// The valley behind p, the first one behind the last. There must be one. The words of marks
+// go on to bit n, so that p + 1 has one.
 inline std::uint32_t valley_after(const Valleys &v, std::uint32_t p) {
     std::uint32_t word = (p + 1) / 32;
     std::uint32_t marks = v.marks[word] & ~0u << ((p + 1) % 32);
@@ -49,8 +50,8 @@ inline std::uint32_t valley_after(const Valleys &v, std::uint32_t p) {
 // Sets tie_marks, which must be clear, and ties.
 void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends);
 
-// Decides the ties. places: n entries, 8-byte aligned, the positions of the sorted valleys
-// in the first `count`, before and after. spare: n / 2 entries, which `scratch` may share.
+// Decides the ties. places: n entries, the positions of the sorted valleys in the first
+// `count`, before and after. spare: n / 2 entries, which `scratch` may share.
 // marks: n bits and 32 words. Returns false, with `places` undefined, for a periodic block.
 [[nodiscard]] bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
                               std::uint32_t *marks);
