@@ -16,6 +16,13 @@ inline bool get_bit(const std::uint32_t *bits, std::uint32_t i) {
     return (bits[i / 32] >> (i % 32) & 1) != 0;
 }
 
+// The number of bits set. (std::popcount is a call where the machine need not have it.)
+inline std::uint32_t count_ones(std::uint32_t bits) {
+    bits -= bits >> 1 & 0x55555555u;
+    bits = (bits & 0x33333333u) + (bits >> 2 & 0x33333333u);
+    return ((bits + (bits >> 4)) & 0x0F0F0F0Fu) * 0x01010101u >> 24;
+}
+
 // Words that hold `count` bits and one more.
 constexpr std::uint32_t bitmap_words(std::uint32_t count) {
     return count / 32 + 1;
