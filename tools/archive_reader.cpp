@@ -2,10 +2,8 @@
 
 #include "archive/format.h"
 #include "archive/memory.h"
-#include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -17,99 +15,7 @@ namespace fs = std::filesystem;
 
 constexpr std::uint32_t kCrcBytes = 4;
 constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
-constexpr std::uint32_t kMaxRecordData = kMaxBlockSize + kBlockSlack;
 constexpr std::uint64_t kFirstRecord = kMagicBytes + kHeaderBytes;
-
-// Both forms of a block have one of these values before the CRC. Asking for it spares
-// the check of 84 in 85 false heads.
-bool is_last_byte(std::uint8_t byte) {
-    return byte <= 2;
-}
-
-// Reads a record head that lies in the archive with all its data, or, with `cut`,
-// whatever length it tells.
-bool head_at(ArchiveFile &archive, std::uint64_t offset, std::uint32_t &length, bool cut = false) {
-    std::uint8_t head[kRecordHeadBytes];
-    return read_at(archive, offset, head, kRecordHeadBytes) && get_record_head(head, length) &&
-           length >= kMinRecordData && length <= kMaxRecordData &&
-           (cut || offset + kRecordHeadBytes + length <= archive.size);
-}
-
-// Whether `length` bytes from `offset` on end with a CRC that fits the rest.
-bool block_at(ArchiveFile &archive, std::uint64_t offset, std::uint32_t length,
-              std::uint8_t *buffer) {
-    const std::uint32_t covered = length - kCrcBytes;
-    return read_at(archive, offset + covered - 1, buffer, 1) && is_last_byte(buffer[0]) &&
-           read_at(archive, offset, buffer, length) &&
-           get_u32(buffer + covered) == crc32_block(buffer, covered);
-}
-
-bool record_at(ArchiveFile &archive, std::uint64_t offset, std::uint32_t &length,
-               std::uint8_t *buffer) {
-    return head_at(archive, offset, length) &&
-           block_at(archive, offset + kRecordHeadBytes, length, buffer);
-}
-
-// Follows heads from `offset` on. Returns where they lead, an intact record or the
-// archive's end, or 0. Counts them.
-std::uint64_t follow_heads(ArchiveFile &archive, std::uint64_t offset, std::uint32_t &heads,
-                           std::uint8_t *buffer) {
-    std::uint32_t length;
-    for (heads = 0; head_at(archive, offset, length); ++heads) {
-        if (heads != 0 && block_at(archive, offset + kRecordHeadBytes, length, buffer))
-            return offset;
-        offset += kRecordHeadBytes + length;
-    }
-    if (heads != 0 && offset == archive.size) return offset;
-    if (head_at(archive, offset, length, true)) ++heads;
-    return 0;
-}
-
-// The first intact record from `offset` on; the archive's size if there is none.
-std::uint64_t find_record(ArchiveFile &archive, std::uint64_t offset, std::uint8_t *buffer) {
-    std::vector<std::uint8_t> window(1u << 16);
-    while (offset + kRecordHeadBytes + kMinRecordData <= archive.size) {
-        const std::uint32_t count = static_cast<std::uint32_t>(
-            std::min<std::uint64_t>(window.size(), archive.size - offset));
-        const std::uint32_t heads = count - kRecordHeadBytes + 1;
-        // Of a part that can't be read the zeros are no head.
-        if (!read_at(archive, offset, window.data(), count))
-            std::fill(window.begin(), window.end(), 0);
-        for (std::uint32_t i = 0; i < heads; ++i) {
-            std::uint32_t length;
-            if (get_record_head(window.data() + i, length) &&
-                record_at(archive, offset + i, length, buffer)) {
-                return offset + i;
-            }
-        }
-        show_progress(archive, offset);
-        offset += heads;
-    }
-    return archive.size;
-}
-
-// Looks for a block that ends at `end` behind a damaged head of a few bytes at `begin`.
-// Returns where its data begin, or 0.
-std::uint64_t find_block_by_end(ArchiveFile &archive, std::uint64_t begin, std::uint64_t end,
-                                std::uint8_t *buffer) {
-    constexpr std::uint32_t kMaxDamagedHead = 4 * kRecordHeadBytes;
-    for (std::uint32_t head = 0; head <= kMaxDamagedHead; ++head) {
-        if (begin + head + kMinRecordData > end) break;
-        const std::uint64_t length = end - begin - head;
-        if (length <= kMaxRecordData &&
-            block_at(archive, begin + head, static_cast<std::uint32_t>(length), buffer)) {
-            return begin + head;
-        }
-    }
-    return 0;
-}
-
-bool is_end_mark(ArchiveFile &archive, std::uint64_t offset) {
-    std::uint8_t head[kRecordHeadBytes];
-    std::uint32_t length;
-    return read_at(archive, offset, head, kRecordHeadBytes) && get_record_head(head, length) &&
-           length == 0;
-}
 
 void describe_block(BlockReader &reader, const BlockTrace &trace) {
     BlockInfo &block = reader.block;
@@ -167,12 +73,9 @@ BlockReader::~BlockReader() {
     free_decompress(context);
 }
 
-bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
+bool open_blocks(BlockReader &reader, std::string &why) {
     crc32_init();
-    if (!open_archive(reader.archive, name, why) ||
-        !read_header(reader.archive, reader.context.settings, reader.block_size, why)) {
-        return false;
-    }
+    if (!read_header(reader.archive, reader.context.settings, reader.block_size, why)) return false;
     reader.position = kFirstRecord;
     why = "not enough memory";
     return alloc_decompress(reader.context, reader.block_size) != 0;
@@ -222,36 +125,28 @@ Step next_block(BlockReader &reader, std::string &why) {
     return Step::kDamage;
 }
 
-std::vector<Extent> survey(ArchiveFile &archive, bool header_holds, std::uint8_t *buffer) {
-    std::vector<Extent> extents;
-    std::uint32_t length;
-    std::uint64_t position = std::min(kFirstRecord, archive.size);
-    // Of a lost header bytes may be missing, too.
-    for (std::uint64_t p = 0; !header_holds && p < position; ++p) {
-        if (record_at(archive, p, length, buffer)) position = p;
-    }
-    while (position < archive.size) {
-        show_progress(archive, position);
-        if (record_at(archive, position, length, buffer)) {
-            const std::uint64_t data = position + kRecordHeadBytes;
-            extents.push_back({position, data + length, ExtentKind::kIntact, data, 1});
-        } else if (is_end_mark(archive, position) && position + kRecordHeadBytes == archive.size) {
-            break;
-        } else {
-            std::uint32_t heads;
-            std::uint64_t data = 0;
-            std::uint64_t end = follow_heads(archive, position, heads, buffer);
-            if (end == 0) {
-                end = find_record(archive, position + 1, buffer);
-                data = find_block_by_end(archive, position, end, buffer);
-            }
-            const ExtentKind kind = data == 0 ? ExtentKind::kLost : ExtentKind::kHeadLost;
-            extents.push_back({position, end, kind, data, heads});
+Restorer::~Restorer() {
+    free_decompress(bwt_);
+    free_decompress(st_);
+}
+
+bool Restorer::prepare() {
+    bwt_.settings.st_off = 1;
+    st_.settings.bwt_off = 1;
+    return alloc_decompress(bwt_, kMaxBlockSize) != 0 && alloc_decompress(st_, kMaxBlockSize) != 0;
+}
+
+const std::uint8_t *Restorer::restore(ArchiveFile &archive, std::uint64_t begin, std::uint64_t end,
+                                      std::uint32_t &length) {
+    for (CoderContext *context : {&bwt_, &st_}) {
+        context->in_len = static_cast<std::uint32_t>(end - begin);
+        if (read_at(archive, begin, context->buf_in, context->in_len) &&
+            decompress_block(*context)) {
+            length = context->out_len;
+            return context->buf_out;
         }
-        position = extents.back().end;
     }
-    show_progress(archive, archive.size);
-    return extents;
+    return nullptr;
 }
 
 bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes, std::uint32_t count) {

@@ -1,5 +1,4 @@
-// Reads an archive block by block, in order while it is whole, or by searching for
-// what damage has left of it.
+// Reads an archive block by block, while it is whole.
 #pragma once
 
 #include "archive/coder_context.h"
@@ -8,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <vector>
 
 extern const char *const kStageNames[STAGE_COUNT];
 
@@ -58,8 +56,9 @@ struct BlockReader {
     BlockInfo block{};            // the last one; its number and offset also when it failed
 };
 
-// Opens the archive, reads its header and takes the memory that its blocks need.
-[[nodiscard]] bool open_blocks(BlockReader &reader, const char *name, std::string &why);
+// Reads the header of the archive, which is open, and takes the memory that its blocks
+// need.
+[[nodiscard]] bool open_blocks(BlockReader &reader, std::string &why);
 
 enum class Step { kBlock, kEnd, kDamage };
 
@@ -67,25 +66,20 @@ enum class Step { kBlock, kEnd, kDamage };
 // over.
 [[nodiscard]] Step next_block(BlockReader &reader, std::string &why);
 
-// A stretch of a damaged archive.
-enum class ExtentKind { kIntact, kHeadLost, kLost };
-struct Extent {
-    std::uint64_t begin, end; // bytes of the archive
-    ExtentKind kind;          // one intact record; one without its head; no intact block
-    std::uint64_t data;       // where the block data begin, which go to `end`; 0 if lost
-    std::uint32_t heads;      // record heads that still show its blocks; 0: unknown
-};
+// Restores blocks of any size and any stages: a header that is lost can't tell them.
+class Restorer {
+public:
+    ~Restorer();
+    // False when there is not the memory.
+    [[nodiscard]] bool prepare();
+    // Restores the block whose data go from `begin` to `end`. Returns it, and its length,
+    // or nullptr when it can't be undone.
+    [[nodiscard]] const std::uint8_t *restore(ArchiveFile &archive, std::uint64_t begin,
+                                              std::uint64_t end, std::uint32_t &length);
 
-// Divides the archive behind its header into intact records and what lies between.
-// buffer: room for the data of the largest block.
-//
-// A record is intact when its head and its block CRC hold. Behind damage the heads
-// lead on if they can; that way a record inside the data of a damaged one (an archive
-// that was compressed once more) is not taken for one of this archive. Otherwise the
-// next intact record is searched for, byte by byte. As a block CRC covers all up to
-// the block's end, a block whose head alone is damaged is found by its end.
-[[nodiscard]] std::vector<Extent> survey(ArchiveFile &archive, bool header_holds,
-                                         std::uint8_t *buffer);
+private:
+    CoderContext bwt_{}, st_{}; // memory for blocks sorted in one way or the other
+};
 
 // Reads `count` bytes at `offset`; false when they are not all there.
 [[nodiscard]] bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes,

@@ -114,7 +114,7 @@ void complain(const char *subject, const char *message) {
 int test_archive(const char *name) {
     BlockReader reader;
     std::string why;
-    if (!open_blocks(reader, name, why)) {
+    if (!open_archive(reader.archive, name, why) || !open_blocks(reader, why)) {
         complain(name, why.c_str());
         return 1;
     }

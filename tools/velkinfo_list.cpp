@@ -163,7 +163,7 @@ void print_end(Number blocks, const Lengths &total, ListForm form, const std::st
 int list_archive(const char *name, ListForm form) {
     BlockReader reader;
     std::string why, damage;
-    if (!open_blocks(reader, name, why)) {
+    if (!open_archive(reader.archive, name, why) || !open_blocks(reader, why)) {
         complain(name, why.c_str());
         return 1;
     }
