@@ -32,25 +32,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     damage(archive);
     BlockReader reader;
     reader.archive.size = size;
-    reader.archive.file = fmemopen(archive.data(), size, "rb");
+    reader.archive.file.reset(fmemopen(archive.data(), size, "rb"));
     if (!prepared || reader.archive.file == nullptr) return 0;
 
     // Blocks that the reader restores are intact to the survey.
     std::string why;
-    bool reading = open_blocks(reader, why);
+    std::uint32_t memory_bytes;
+    bool reading = start_reading(source_of(reader.archive), reader.context, memory_bytes) ==
+                   ArchiveStatus::kGood;
     Survey survey(reader.archive, reading);
     std::uint64_t position = 0;
     for (Extent extent; survey.next(extent); position = extent.end) {
         expect(extent.begin < extent.end);
-        expect(extent.begin == position || (position == 0 && extent.begin <= 18));
-        reading = reading && next_block(reader, why) == Step::kBlock;
-        if (reading) expect(extent.data != 0 && extent.end == reader.position);
+        expect(extent.begin == position || (position == 0 && extent.begin <= kFirstRecord));
+        reading = reading && next_block(reader, why) == ArchiveStatus::kGood;
+        if (reading) expect(extent.data != 0 && extent.end == reader.archive.position);
         if (extent.data == 0) continue;
-        const auto covered = static_cast<std::uint32_t>(extent.end - extent.data - 4);
-        expect(crc32_block(&archive[extent.data], covered) == get_u32(&archive[extent.end - 4]));
+        const auto covered = static_cast<std::uint32_t>(extent.end - extent.data - kCrcBytes);
+        expect(crc32_block(&archive[extent.data], covered) ==
+               get_u32(&archive[extent.end - kCrcBytes]));
         std::uint32_t length;
         const auto *const block = restorer.restore(reader.archive, extent.data, extent.end, length);
-        if (reading) expect(block != nullptr && length == reader.block.original_len);
+        if (reading) expect(block != nullptr && length == reader.context.out_len);
     }
     expect(survey.checksummed() <= 64 * size + 102400);
     return 0;

@@ -236,7 +236,7 @@ TEST_F(Velkinfo, TestSaysWhichBlockAndWhy) {
         {bad_stage, block(0) + ": the CRC matches, but the DCE stage can't be undone"},
         {damaged(good, {{0, -15, 1, {'x'}}}), "does not begin as an archive"},
         {damaged(good, {{0, -3, 1, {1}}}), "header: the check byte does not match"},
-        {first_bytes(good, 4), "shorter than an archive's header"},
+        {first_bytes(good, 14), "shorter than an archive's header"},
     };
     const std::string line = copy + ": good, 6 blocks, 685360 bytes\n";
     for (const auto &[bytes, message] : cases) {

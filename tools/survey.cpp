@@ -9,10 +9,7 @@
 
 namespace {
 
-constexpr std::uint32_t kCrcBytes = 4;
-constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
 constexpr std::uint32_t kMaxRecordData = kMaxBlockSize + kBlockSlack;
-constexpr std::uint64_t kFirstRecord = kMagicBytes + kHeaderBytes;
 // Bytes may have got lost in a damaged head or been put into it.
 constexpr std::uint32_t kMaxDamagedHead = 4 * kRecordHeadBytes;
 
@@ -25,7 +22,8 @@ bool is_last_byte(std::uint8_t byte) {
 } // namespace
 
 Survey::Survey(ArchiveFile &archive, bool header_holds)
-    : archive_(archive), window_(archive), position_(std::min(kFirstRecord, archive.size)),
+    : archive_(archive), window_(archive),
+      position_(std::min<std::uint64_t>(kFirstRecord, archive.size)),
       tries_left_(1024 + archive.size / 8) {
     // Of a lost header bytes may be missing, too.
     for (std::uint64_t p = 0; !header_holds && p < position_; ++p) {

@@ -1,6 +1,5 @@
 // The command `salvage`.
-#include "archive/memory.h"
-#include "archive_reader.h"
+#include "archive_blocks.h"
 #include "survey.h"
 #include "velkinfo.h"
 
@@ -45,6 +44,7 @@ bool write_zeros(std::FILE *output, std::uint64_t count) {
 // that restores and is not the last.
 bool look_ahead(Restorer &restorer, ArchiveFile &archive, bool header_holds,
                 std::uint32_t &block_size) {
+    if (!header_holds) block_size = 0;
     Survey survey(archive, header_holds);
     bool intact = false, empty = header_holds;
     for (Extent extent; survey.next(extent); empty = false) {
@@ -129,8 +129,9 @@ int salvage_archive(const char *name, const char *output_name, const SalvageOpti
     }
     Settings settings{};
     std::uint32_t block_size = 0;
-    const bool header_holds = read_header(archive, settings, block_size, why);
-    if (!header_holds) std::printf("header lost: %s\n", why.c_str());
+    const ArchiveStatus header = read_start(source_of(archive), settings, block_size);
+    const bool header_holds = header == ArchiveStatus::kGood;
+    if (!header_holds) std::printf("header lost: %s\n", text_of(header));
     if (!look_ahead(restorer, archive, header_holds, block_size)) {
         complain(name, "no intact block; nothing written");
         return 1;
