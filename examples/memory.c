@@ -1,11 +1,10 @@
 // Compresses a file in memory, restores it and compares:
 //
 //   memory FILE
-#include <velk.h>
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <velk.h>
 
 static int fail(const char *what, velk_status status) {
     fprintf(stderr, "memory: %s: %s\n", what, velk_status_text(status));
@@ -32,8 +31,7 @@ int main(int argument_count, char **arguments) {
     fclose(file);
 
     size_t archive_size, restored_size;
-    velk_status status =
-        velk_compress(&options, original, size, archive, bound, &archive_size);
+    velk_status status = velk_compress(&options, original, size, archive, bound, &archive_size);
     if (status != VELK_OK) return fail("compression", status);
     status = velk_decompress(&options, archive, archive_size, restored, size, &restored_size);
     if (status != VELK_OK) return fail("restoring", status);

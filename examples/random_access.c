@@ -2,10 +2,9 @@
 // lies in are restored:
 //
 //   random_access ARCHIVE OFFSET SIZE
-#include <velk.h>
-
 #include <stdio.h>
 #include <stdlib.h>
+#include <velk.h>
 
 static int64_t read_archive(void *user, uint64_t offset, void *buffer, size_t size) {
     FILE *file = (FILE *)user;
@@ -35,8 +34,8 @@ int main(int argument_count, char **arguments) {
     velk_status status = VELK_ERROR_ARGUMENT;
     if (file != NULL) status = velk_reader_open(&reader, NULL, read_archive, file);
     if (status == VELK_OK)
-        status = copy_part(reader, strtoull(arguments[2], NULL, 10),
-                           strtoull(arguments[3], NULL, 10));
+        status =
+            copy_part(reader, strtoull(arguments[2], NULL, 10), strtoull(arguments[3], NULL, 10));
     velk_reader_close(reader);
     if (status == VELK_OK) return EXIT_SUCCESS;
     fprintf(stderr, "random_access: %s\n", velk_status_text(status));

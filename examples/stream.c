@@ -2,11 +2,10 @@
 // thread for each processor, and tells how far it is:
 //
 //   stream [-d] < INPUT > OUTPUT
-#include <velk.h>
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <velk.h>
 
 static int64_t read_input(void *user, void *buffer, size_t size) {
     (void)user;
@@ -21,8 +20,7 @@ static int64_t write_output(void *user, const void *buffer, size_t size) {
 
 static int show_progress(void *user, uint64_t bytes_in, uint64_t bytes_out) {
     (void)user;
-    fprintf(stderr, "\r%llu -> %llu", (unsigned long long)bytes_in,
-            (unsigned long long)bytes_out);
+    fprintf(stderr, "\r%llu -> %llu", (unsigned long long)bytes_in, (unsigned long long)bytes_out);
     return 0; // any other value would end the run
 }
 
