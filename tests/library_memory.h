@@ -10,7 +10,7 @@ struct MemoryWatch {
     MemoryWatch(const MemoryWatch &) = delete;
     MemoryWatch &operator=(const MemoryWatch &) = delete;
 
-    bool failed() const;          // whether a call was made to fail
-    std::size_t held() const;     // bytes not given back
+    bool failed() const;      // whether a call was made to fail
+    std::size_t held() const; // bytes not given back
     std::size_t most_held() const;
 };
