@@ -54,7 +54,7 @@ class _Original(io.RawIOBase):
         self._begin()
         number, at = divmod(self._position, self._decoder.block_size)
         with memoryview(buffer) as view, view.cast("B") as room:
-            if not len(room) or not self._keep(number):
+            if not self._keep(number):
                 return 0
             part = memoryview(self._block)[at : at + len(room)]
             room[: len(part)] = part
@@ -171,6 +171,8 @@ class _Writer:
                 self._size = self.position
                 self._encoders = [Encoder(self._size, **self._settings)]
                 self.archive.write(self._encoders[0].header)
+            while len(self._records) >= self._threads:  # none has an encoder to spare
+                self._write_oldest()
             last = self._encode(self._block) if self._block else b""
             while self._records:
                 self._write_oldest()
@@ -213,8 +215,8 @@ class VelkFile(io.BufferedIOBase):
     with a "b" behind it or without. `settings` go with writing only.
 
     Reading may seek if the archive's file can: what is read costs the blocks that it lies
-    in. The blocks that are written are compressed by threads, in memory for 8.5 blocks
-    each, and the archive is complete when this file is closed.
+    in. The blocks that are written are compressed by threads, in memory for 11 blocks each,
+    and the archive is complete when this file is closed.
     """
 
     _file = None  # the archive's, while this one is open
@@ -304,9 +306,6 @@ class VelkFile(io.BufferedIOBase):
 
     def readlines(self, hint=-1):
         return self._to_read().readlines(hint)
-
-    def __iter__(self):
-        return iter(self._to_read())
 
     def peek(self, size=0):
         """At least one byte, unless at the end; the position stays."""

@@ -172,9 +172,8 @@ class _Coder:
 
     def __init__(self, new, options, about):
         self._lock = threading.Lock()
-        handle = c_void_p()
-        new(byref(handle), options, about)
-        self._handle = handle
+        self._handle = c_void_p()
+        new(byref(self._handle), options, about)
 
     def __del__(self):
         self._free(self._handle)
