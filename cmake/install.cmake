@@ -55,5 +55,6 @@ large blocks and codes what is left with adaptive models: for when size matters.
 With it comes velkinfo, which lists, tests and salvages archives.")
 if(TARGET velk_shared)
   include(cmake/install_library.cmake)
+  include(cmake/install_python.cmake)
 endif()
 include(CPack)
