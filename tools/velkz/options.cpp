@@ -164,33 +164,42 @@ bool apply(int letter, const char *text, Options &options, Status &status) {
     for (const auto &s : kSwitches) {
         if (s.letter == letter) options.*s.member = s.value;
     }
-    const bool valued =
-        letter == '9' || letter >= kRange || std::strchr("oSbTM", letter) != nullptr;
-    if (!valued || letter == kNoProgress) return true;
+    if (text == nullptr && letter != '9') return true;
     const char *const right = apply_value(letter, text, options);
-    if (right != nullptr) status = usage_error(text, right);
+    if (right != nullptr) status = usage_error(text, right); // -9 is always right
     return right == nullptr;
 }
 
-// What would do harm, or something else than the user may think. Null: nothing.
-const char *conflict(const Options &o) {
-    const bool restores = o.mode == Mode::kRestore;
-    const bool writes = restores || o.mode == Mode::kCompress;
-    const auto streams = std::count(o.names.begin(), o.names.end(), kStandardStream);
-    const std::size_t to_stdout = o.to_stdout ? o.names.size() : static_cast<std::size_t>(streams);
-    if (!o.output.empty() && (!writes || o.to_stdout))
-        return "--output goes with neither -c, -t nor -l";
-    if (!o.output.empty() && o.names.size() != 1) return "--output takes one input";
-    if (o.mode == Mode::kCompress && to_stdout > 1)
-        return "several archives in one stream could not be restored; use tar";
-    if (o.remove && (!writes || o.to_stdout || o.ranged))
-        return "--rm goes with neither -c, -t, -l nor --range";
-    if (o.ranged && !restores) return "--range goes with -d";
-    if (o.ranged && o.output.empty() && to_stdout != o.names.size())
-        return "--range needs -c or -o: a part is not to bear the name of the whole";
-    if (o.size != VELK_SIZE_UNKNOWN && (o.mode != Mode::kCompress || o.names.size() != 1))
-        return "--size goes with the compression of one input";
-    return nullptr;
+// An option, and why it can't stand where it does.
+struct Conflict {
+    bool met;
+    const char *option, *why;
+};
+
+// Refuses what would do harm, or something else than the user may think.
+Status check_conflicts(const Options &o) {
+    const bool compresses = o.mode == Mode::kCompress;
+    const bool writes = compresses || o.mode == Mode::kRestore;
+    const auto standard = std::count(o.names.begin(), o.names.end(), kStandardStream);
+    const std::size_t streams = o.to_stdout ? o.names.size() : static_cast<std::size_t>(standard);
+    const bool one_file = !o.output.empty();
+    const Conflict conflicts[] = {
+        {one_file && (!writes || o.to_stdout), "--output", "goes with neither -c, -t nor -l"},
+        {one_file && o.names.size() != 1, "--output", "takes one input"},
+        {compresses && streams > 1, "--stdout",
+         "takes one input: several archives in a row could not be restored"},
+        {o.remove && (!writes || o.to_stdout || o.ranged), "--rm",
+         "goes with neither -c, -t, -l nor --range"},
+        {o.ranged && o.mode != Mode::kRestore, "--range", "goes with -d"},
+        {o.ranged && !one_file && streams != o.names.size(), "--range",
+         "needs -c or -o: a part is not to bear the name of the whole"},
+        {o.size != VELK_SIZE_UNKNOWN && (!compresses || o.names.size() != 1), "--size",
+         "goes with the compression of one input"},
+    };
+    for (const Conflict &conflict : conflicts) {
+        if (conflict.met) return usage_error(conflict.option, conflict.why);
+    }
+    return kSuccess;
 }
 
 void set_by_program_name(const char *path, Options &options) {
@@ -225,7 +234,6 @@ bool parse_options(int argument_count, char **arguments, Options &options, Statu
     }
     options.names.assign(arguments + optind, arguments + argument_count);
     if (options.names.empty()) options.names.emplace_back(kStandardStream);
-    const char *const why = conflict(options);
-    if (why != nullptr) status = usage_error("options", why);
-    return why == nullptr;
+    status = check_conflicts(options);
+    return status == kSuccess;
 }

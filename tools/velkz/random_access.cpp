@@ -120,6 +120,16 @@ Status list_one(const std::string &path, const Options &options, Sizes &total) {
     return kSuccess;
 }
 
+// After a range that goes beyond the original, which one without a length may.
+Status check_end(const Archive &archive) {
+    std::uint64_t end;
+    const velk_status status = velk_reader_size(archive.reader.get(), &end);
+    if (status != VELK_OK) return report(archive, status, kLast);
+    const Options &o = archive.options;
+    if (o.range_length == UINT64_MAX && o.range_offset <= end) return kSuccess;
+    return warning(archive.input.name, "the original ends at " + std::to_string(end) + " bytes");
+}
+
 } // namespace
 
 Status restore_range(const Input &input, const Output &output, const Options &options) {
@@ -137,9 +147,7 @@ Status restore_range(const Input &input, const Output &output, const Options &op
         if (answer != VELK_OK) return report(archive, answer, offset / archive.block_size);
         if (!write_whole(output, buffer.data(), got))
             return error(output.name, "can't be written: " + reason());
-        if (got == wanted) continue;
-        if (options.range_length == UINT64_MAX && offset + got >= options.range_offset) break;
-        return warning(input.name, "the original ends at " + std::to_string(offset + got));
+        if (got != wanted) return check_end(archive);
     }
     return kSuccess;
 }
