@@ -1,7 +1,15 @@
-# cmake --install puts the programs, their man pages and the bash completion in place;
-# cpack makes a .deb and a .tar.gz of the same files.
+# cmake --install puts the programs, their man pages and the bash completion in place, and
+# the C library; cpack makes packages, a .deb for each component, and a .tar.gz of all.
 include(GNUInstallDirs)
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
+
+function(install_page page component)
+  configure_file(docs/man/${page} ${PROJECT_BINARY_DIR}/man/${page} @ONLY)
+  string(REGEX REPLACE ".*\\." "" section ${page})
+  install(FILES ${PROJECT_BINARY_DIR}/man/${page}
+          DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+endfunction()
 
 install(TARGETS VELK RUNTIME)
 install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -10,10 +18,7 @@ install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 if(UNIX)
   install(TARGETS velkinfo RUNTIME)
   foreach(page VELK.1 velkinfo.1 velk.5)
-    configure_file(docs/man/${page} ${PROJECT_BINARY_DIR}/man/${page} @ONLY)
-    string(REGEX REPLACE ".*\\." "" section ${page})
-    install(FILES ${PROJECT_BINARY_DIR}/man/${page}
-            DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+    install_page(${page} programs)
   endforeach()
   set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completion/velk DESTINATION ${completions} RENAME VELK)
@@ -41,8 +46,14 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"VELK compresses one file into one archive and restores it. It sorts the file in
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME velk)
+set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION
+"${PROJECT_DESCRIPTION}
+VELK compresses one file into one archive and restores it. It sorts the file in
 large blocks and codes what is left with adaptive models: for when size matters.
 With it comes velkinfo, which lists, tests and salvages archives.")
+if(TARGET velk_shared)
+  include(cmake/install_library.cmake)
+endif()
 include(CPack)

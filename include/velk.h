@@ -14,12 +14,11 @@
 // Memory for blocks of N bytes and T threads at work:
 //
 //                  T = 1               T of 2 and more
-//   compression    8.125 N + 768 KiB   T * (10.125 N + 768 KiB)
-//   restoring      5 N + 329 KiB       T * (7 N + 329 KiB)
+//   compression    8.5 N + 770 KiB     T * (10.5 N + 770 KiB)
+//   restoring      5 N + 330 KiB       T * (7 N + 330 KiB)
 //
-// and less than 1 KiB a thread besides. With the ST on, an archive takes 8 MiB a thread in
-// place of 329 KiB to restore, and at least 8 MiB a thread to compress. An input of unknown
-// size takes one block size more until its first block is compressed.
+// With the ST on, 8 MiB take the place of the 330 KiB to restore, and a compressor takes at
+// least 8 MiB more than half of its N. An input of unknown size takes one block size more.
 #ifndef VELK_H
 #define VELK_H
 

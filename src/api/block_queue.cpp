@@ -152,8 +152,10 @@ void close_queue(BlockQueue &queue) {
     queue.closing = true;
     pthread_cond_broadcast(&queue.submitted);
     pthread_mutex_unlock(&queue.mutex);
-    while (Worker *const worker = queue.workers) {
+    // Any worker may be at work on any other's slot.
+    for (Worker *worker = queue.workers; worker != nullptr; worker = worker->next)
         pthread_join(worker->thread, nullptr);
+    while (Worker *const worker = queue.workers) {
         queue.workers = worker->next;
         queue.coder->free(worker->context);
         std::free(worker->slots[0].data);

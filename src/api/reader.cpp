@@ -22,7 +22,7 @@ struct velk_reader {
 
 namespace {
 
-constexpr std::uint64_t kFirstRoom = 512; // entries: 4 KiB
+constexpr std::uint64_t kFirstRoom = 8; // entries
 constexpr std::uint64_t kUnknown = VELK_SIZE_UNKNOWN;
 
 velk_status read_fully(const velk_reader &reader, std::uint64_t offset, std::uint8_t *buffer,

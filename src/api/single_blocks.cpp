@@ -2,6 +2,7 @@
 #include "api/coder.h"
 #include "api/options.h"
 #include "archive/format.h"
+#include "archive/memory.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -99,7 +100,7 @@ velk_status velk_record_size(const void *head, std::size_t *size) {
     std::uint32_t length;
     if (!get_record_head(static_cast<const std::uint8_t *>(head), length))
         return VELK_ERROR_DAMAGED;
-    if (length > SIZE_MAX - kRecordHeadBytes) return VELK_ERROR_DAMAGED;
+    if (length > kMaxBlockSize + kBlockSlack) return VELK_ERROR_DAMAGED;
     if (length != 0) *size = kRecordHeadBytes + std::size_t{length};
     return VELK_OK;
 }
