@@ -107,7 +107,7 @@ TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
         {"list", R"sh(velkz -l - text.ref <code.ref | awk '{ print $2, $4, $5, $6 }'
             velkz --list text.ref | awk 'NR == 2 { print $1 }' | grep -qx $(wc -c <text.ref))sh",
          "original blocks block size\n400001 4 131072 standard\n400001 4 131072 text.ref\n"
-         "800002 8 2 files\n"},
+         "800002 8 2 archives\n"},
         {"memory limit", "velkz -b128K -T9 -M3M text -c | velkcat -T9 -M1M | cmp - text"},
     });
 }

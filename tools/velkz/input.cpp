@@ -96,8 +96,9 @@ std::int64_t read_some_at(const Input &input, std::uint64_t offset, void *buffer
 bool has_changed(const Input &input) {
     struct stat now;
     if (!input.regular()) return false;
-    return fstat(input.fd, &now) != 0 || now.st_size != input.opened.st_size ||
-           now.st_mtime != input.opened.st_mtime;
+    if (fstat(input.fd, &now) != 0 || now.st_size != input.opened.st_size) return true;
+    const timespec before = times_of(input.opened).change, after = times_of(now).change;
+    return before.tv_sec != after.tv_sec || before.tv_nsec != after.tv_nsec;
 }
 
 Status remove_input(const Input &input) {
@@ -110,4 +111,12 @@ Status remove_input(const Input &input) {
 
 bool same_file(const struct stat &a, const struct stat &b) {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+Times times_of(const struct stat &file) {
+#ifdef __APPLE__
+    return {file.st_atimespec, file.st_mtimespec};
+#else
+    return {file.st_atim, file.st_mtim};
+#endif
 }

@@ -44,3 +44,9 @@ struct Input {
 [[nodiscard]] bool wait_for(int fd, short events);
 
 [[nodiscard]] bool same_file(const struct stat &a, const struct stat &b);
+
+// When the file was read and when it was written to.
+struct Times {
+    timespec access, change;
+};
+[[nodiscard]] Times times_of(const struct stat &file);

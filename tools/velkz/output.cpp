@@ -80,16 +80,13 @@ void copy_attributes(int fd, const struct stat &from) {
     mode_t mode = from.st_mode & 0777;
     [[maybe_unused]] const int owner_kept = fchown(fd, from.st_uid, static_cast<gid_t>(-1));
     if (fchown(fd, static_cast<uid_t>(-1), from.st_gid) != 0) {
-        const mode_t both = (mode >> 3) & mode & 7;
-        mode = (mode & 0700) | both << 3 | both;
+        const mode_t common = (mode >> 3) & mode & 7;
+        mode = (mode & 0700) | common << 3 | common;
     }
     fchmod(fd, mode);
-#ifdef __APPLE__
-    const timespec times[2] = {from.st_atimespec, from.st_mtimespec};
-#else
-    const timespec times[2] = {from.st_atim, from.st_mtim};
-#endif
-    futimens(fd, times);
+    const Times times = times_of(from);
+    const timespec both[2] = {times.access, times.change};
+    futimens(fd, both);
 }
 
 // Some file systems have no fsync, and write at once.
@@ -142,7 +139,10 @@ Status open_output(Output &output, const std::string &path, const Input &input,
     output.path = output.name = path;
     struct stat there, messages;
     if (path == kStandardStream) return open_in_place(output, input, options);
-    if (lstat(path.c_str(), &there) != 0) return open_temporary(output);
+    if (lstat(path.c_str(), &there) != 0) {
+        // Known now rather than when all is done: a name that is too long, for one.
+        return errno == ENOENT ? open_temporary(output) : error(output.name, reason());
+    }
     if (stat(path.c_str(), &there) == 0) {
         if (S_ISDIR(there.st_mode)) return error(output.name, "is a folder");
         if (same_file(there, input.opened)) return error(output.name, "is the input itself");
@@ -181,7 +181,7 @@ Status keep_output(Output &output, const Input &input) {
     bool safe = !named_later || on_disk(output.fd);
     safe = close(output.fd) == 0 && safe;
     output.fd = -1;
-    if (!safe) return error(output.name, reason());
+    if (!safe) return error(output.name, "can't be written: " + reason());
     if (!named_later) return kSuccess;
     const Status status = give_name(output);
     if (status != kSuccess) return status;

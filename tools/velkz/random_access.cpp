@@ -88,7 +88,7 @@ bool write_whole(const Output &output, const std::uint8_t *bytes, std::size_t si
 }
 
 struct Sizes {
-    Number archive = 0, original = 0, blocks = 0;
+    Number archive, original, blocks, archives;
 };
 
 void print_sizes(const Sizes &sizes, const std::string &block_size, const std::string &name) {
@@ -111,8 +111,12 @@ Status list_one(const std::string &path, const Options &options, Sizes &total) {
     if (answer != VELK_OK) return report(archive, answer, kLast);
     const std::uint64_t blocks =
         original / archive.block_size + (original % archive.block_size != 0);
+    if (total.archives++ == 0) {
+        std::printf("%14s %14s %9s %7s %10s  %s\n", "archive", "original", "ratio", "blocks",
+                    "block size", "name");
+    }
     const Sizes sizes{static_cast<std::uint64_t>(input.opened.st_size) - input.start, original,
-                      blocks};
+                      blocks, 1};
     print_sizes(sizes, std::to_string(archive.block_size), input.name);
     total.archive += sizes.archive;
     total.original += sizes.original;
@@ -153,14 +157,10 @@ Status restore_range(const Input &input, const Output &output, const Options &op
 }
 
 Status list_archives(const Options &options) {
-    std::printf("%14s %14s %9s %7s %10s  %s\n", "archive", "original", "ratio", "blocks",
-                "block size", "name");
-    std::fflush(stdout);
     Status status = kSuccess;
-    Sizes total;
+    Sizes total{0, 0, 0, 0};
     for (const std::string &name : options.names)
         status = worse(status, list_one(name, options, total));
-    if (options.names.size() > 1)
-        print_sizes(total, "", std::to_string(options.names.size()) + " files");
+    if (total.archives > 1) print_sizes(total, "", std::to_string(total.archives) + " archives");
     return status;
 }

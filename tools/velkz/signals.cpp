@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int kDeadly[] = {SIGHUP, SIGINT, SIGPIPE, SIGTERM};
+constexpr int kDeadly[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU};
 
 std::atomic<const char *> unfinished = nullptr;
 static_assert(std::atomic<const char *>::is_always_lock_free); // for the handler
