@@ -24,17 +24,6 @@ std::uint8_t byte(std::uint32_t value) {
     return static_cast<std::uint8_t>(value);
 }
 
-// Copies of `word`, to which the trailers are added.
-Bytes whole_copies(const Bytes &word, std::size_t n) {
-    const Bytes trailers = {1, 0, 0, 0};
-    const Bytes period = join({word, trailers});
-    const std::size_t length = (n + trailers.size()) / period.size() * period.size();
-    Bytes bytes(length - trailers.size());
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = period[i % period.size()];
-    return bytes;
-}
-
 // Letters of which EOL, with more spaces than zeros FLT32 and, as every context comes
 // with many others, LZP make nothing.
 Bytes declined_letters(std::size_t n, std::uint32_t letters, std::uint64_t seed) {
@@ -357,6 +346,16 @@ void add_files(std::vector<WorstInput> &inputs) {
 }
 
 } // namespace
+
+Bytes whole_copies(const Bytes &word, std::size_t n) {
+    const Bytes trailers = {1, 0, 0, 0};
+    const Bytes period = join({word, trailers});
+    const std::size_t length = (n + trailers.size()) / period.size() * period.size();
+    Bytes bytes(length - trailers.size());
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = period[i % period.size()];
+    return bytes;
+}
 
 Bytes rounds(std::size_t n, std::uint32_t values, std::uint32_t exchanges) {
     Random random(4);
