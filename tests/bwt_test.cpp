@@ -46,7 +46,7 @@ TEST(Bwt, PeriodsThatTakeTooManySteps) {
         const auto rows = sorted_rows(block, by_period),
                    right = sorted_rows(block, sort_by_tripling);
         for (std::size_t r = 0; r < rows.size(); ++r)
-            ASSERT_EQ(rows[r] >> 24, right[r] >> 24) << hex(block);
+            ASSERT_EQ(rows[r] >> 24, right[r] >> 24) << testing::PrintToString(block);
     }
 }
 
@@ -86,7 +86,7 @@ TEST(Bwt, InductionAgreesWithTripling) {
             ++periodic_blocks;
             continue;
         }
-        ASSERT_EQ(rows, sorted_rows(block, sort_by_tripling)) << hex(block);
+        ASSERT_EQ(rows, sorted_rows(block, sort_by_tripling)) << testing::PrintToString(block);
     }
     EXPECT_LT(periodic_blocks, 1500u);
 }

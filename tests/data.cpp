@@ -158,17 +158,6 @@ std::vector<NamedBytes> all_kinds(std::size_t largest) {
     };
 }
 
-std::string hex(const Bytes &bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text = std::to_string(bytes.size()) + " bytes:";
-    for (std::size_t i = 0; i < bytes.size() && i < 64; ++i) {
-        text += ' ';
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 15];
-    }
-    return text;
-}
-
 void write_file(const std::string &path, const Bytes &bytes) {
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char *>(bytes.data()),

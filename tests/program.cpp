@@ -1,6 +1,7 @@
 #include "program.h"
 
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,6 +48,13 @@ Finished run_velk(const std::vector<std::string> &arguments, const std::string &
 
 Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix) {
     return run(VELKINFO_PROGRAM, arguments, "", suffix);
+}
+
+void expect_golden(const std::string &name, const std::string &text) {
+    const std::string kept = VELK_GOLDEN "/" + name;
+    if (std::getenv("VELK_WRITE_GOLDEN") != nullptr) write_file(kept, to_bytes(text));
+    const Bytes expected = read_file(kept);
+    EXPECT_EQ(text, std::string(expected.begin(), expected.end()));
 }
 
 ScratchFolder::ScratchFolder() : folder(make_folder()) {}
