@@ -1,7 +1,6 @@
 #include "archive_call.h"
 
 #include "archive/format.h"
-#include "archive/memory.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 
@@ -41,13 +40,14 @@ ErrorCode restore_records(CoderContext &context, const Bytes &archive, Bytes &re
 
 } // namespace
 
-Chain::Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size) {
+Chain::Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size,
+             std::uint32_t block_size) {
     set_flags(forward_.settings, flags);
     set_flags(inverse_.settings, flags);
     forward_.settings.no_fallback = no_fallback;
     forward_.file_size = file_size;
-    usable_ = alloc_compress(forward_, kMinBlockSize) != 0 &&
-              alloc_decompress(inverse_, kMinBlockSize) != 0;
+    usable_ = alloc_compress(forward_, block_size) != 0 &&
+              alloc_decompress(inverse_, block_size) != 0;
 }
 
 Chain::~Chain() {

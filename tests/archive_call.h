@@ -2,18 +2,19 @@
 #pragma once
 
 #include "archive/coder_context.h"
+#include "archive/memory.h"
 #include "cli/error.h"
 #include "data.h"
 #include "pipeline/block.h"
 
 #include <optional>
 
-// A run's memory for one set of switches and the smallest block size, with all that is
-// in it kept from block to block.
+// A run's memory for one set of switches, with all that is in it kept from block to block.
 class Chain {
 public:
     // flags: those of an archive.
-    Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size);
+    Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size,
+          std::uint32_t block_size = kMinBlockSize);
     ~Chain();
     Chain(const Chain &) = delete;
     Chain &operator=(const Chain &) = delete;

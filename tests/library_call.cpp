@@ -47,7 +47,9 @@ int tell(void *user, std::uint64_t bytes_in, std::uint64_t bytes_out) {
 }
 
 std::int64_t read_at(void *user, std::uint64_t offset, void *buffer, std::size_t size) {
-    const Bytes &archive = *static_cast<const Bytes *>(user);
+    TestArchive &test = *static_cast<TestArchive *>(user);
+    const Bytes &archive = test.bytes;
+    if (test.good_calls-- == 0) return -1;
     if (offset >= archive.size()) return 0;
     const std::size_t part = std::min<std::size_t>({size, archive.size() - offset, 3000});
     std::copy_n(archive.begin() + static_cast<std::ptrdiff_t>(offset), part,
@@ -100,14 +102,15 @@ velk_stream TestStream::callbacks() {
     return {this, read_part, write_part, tell, {}};
 }
 
-velk_status open_reader(velk_reader *&reader, const Bytes &archive) {
-    return velk_reader_open(&reader, nullptr, read_at, const_cast<Bytes *>(&archive));
+velk_status open_reader(velk_reader *&reader, TestArchive &archive) {
+    return velk_reader_open(&reader, nullptr, read_at, &archive);
 }
 
-Outcome read_all(const Bytes &archive, std::size_t piece) {
+Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls) {
     Outcome outcome{VELK_OK, {}};
+    TestArchive test{archive, good_calls};
     velk_reader *reader;
-    outcome.status = open_reader(reader, archive);
+    outcome.status = open_reader(reader, test);
     for (std::size_t got = 1; outcome.status == VELK_OK && got != 0;) {
         const std::size_t at = outcome.bytes.size();
         outcome.bytes.resize(at + piece);
