@@ -43,8 +43,8 @@ Chain::Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size,
     set_flags(inverse_.settings, flags);
     forward_.settings.no_fallback = no_fallback;
     forward_.file_size = file_size;
-    usable_ = alloc_compress(forward_, block_size) != 0 &&
-              alloc_decompress(inverse_, block_size) != 0;
+    usable_ =
+        alloc_compress(forward_, block_size) != 0 && alloc_decompress(inverse_, block_size) != 0;
 }
 
 Chain::~Chain() {
