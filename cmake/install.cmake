@@ -1,5 +1,5 @@
-# cmake --install puts the programs, their man pages and the bash completion in place, and
-# the C library; cpack makes packages, a .deb for each component, and a .tar.gz of all.
+# cmake --install puts the programs, their man pages and completions in place, and the C
+# library; cpack makes packages, a .deb for each component, and a .tar.gz of all.
 include(GNUInstallDirs)
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
@@ -23,6 +23,14 @@ if(UNIX)
   set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completion/velk DESTINATION ${completions} RENAME VELK)
   install(FILES completion/velkinfo DESTINATION ${completions})
+  install(DIRECTORY completion/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+  # zsh looks into the first below /usr/local, Debian's into the second below /usr.
+  foreach(folder site-functions vendor-completions)
+    install(FILES completion/zsh/_velk DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${folder})
+  endforeach()
+endif()
+if(TARGET velkz)
+  include(cmake/install_velkz.cmake)
 endif()
 
 # The name in lower case, for those who type it; not where file systems don't tell
@@ -52,8 +60,10 @@ set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION
 "${PROJECT_DESCRIPTION}
 VELK compresses one file into one archive and restores it. It sorts the file in
 large blocks and codes what is left with adaptive models: for when size matters.
-With it comes velkinfo, which lists, tests and salvages archives.")
+With it come velkz, which does so in pipes, for many files and by all processors,
+and velkinfo, which lists, tests and salvages archives.")
 if(TARGET velk_shared)
   include(cmake/install_library.cmake)
+  include(cmake/install_python.cmake)
 endif()
 include(CPack)

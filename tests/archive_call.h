@@ -1,11 +1,9 @@
 // The chain of stages, and a whole archive, called on byte vectors.
 #pragma once
 
-#include "archive/coder_context.h"
+#include "archive/archive_io.h"
 #include "archive/memory.h"
-#include "cli/error.h"
 #include "data.h"
-#include "pipeline/block.h"
 
 #include <optional>
 
@@ -34,10 +32,12 @@ private:
 Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks);
 
 struct Restored {
-    ErrorCode error; // what the program would end with
-    Bytes bytes;     // what it would have written by then
+    ArchiveStatus status; // what ended the reading
+    Bytes bytes;          // the blocks before it
+    bool whole() const {
+        return status == ArchiveStatus::kEnd || status == ArchiveStatus::kEndMark;
+    }
 };
-// Reads the archive as the driver does.
 Restored restore_archive(const Bytes &archive);
 
 // Where the archive's records begin, and its end, as the record heads' lengths say.

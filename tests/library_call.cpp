@@ -63,9 +63,17 @@ Outcome resized(velk_status status, Bytes bytes, std::size_t size) {
 }
 
 // The library does not tell a header that no compressor writes from other files.
-velk_status status_of(ErrorCode error) {
-    if (error == ERR_NONE) return VELK_OK;
-    return error == ERR_HEADER || error == ERR_MEMORY ? VELK_ERROR_FORMAT : VELK_ERROR_DAMAGED;
+velk_status status_of(ArchiveStatus status) {
+    switch (status) {
+    case ArchiveStatus::kEnd:
+    case ArchiveStatus::kEndMark:
+        return VELK_OK;
+    case ArchiveStatus::kNotAnArchive:
+    case ArchiveStatus::kHeaderInvalid:
+        return VELK_ERROR_FORMAT;
+    default:
+        return VELK_ERROR_DAMAGED;
+    }
 }
 
 bool begins(const Bytes &whole, const Bytes &part) {
@@ -123,7 +131,7 @@ Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls) {
 
 std::string difference_to_program(const Bytes &archive) {
     const Restored expected = restore_archive(archive);
-    const Outcome right = {status_of(expected.error), expected.bytes};
+    const Outcome right = {status_of(expected.status), expected.bytes};
     std::uint64_t bound;
     const velk_status bounded = velk_decompress_bound(archive.data(), archive.size(), &bound);
     if (right.status == VELK_OK && (bounded != VELK_OK || bound < right.bytes.size()))
