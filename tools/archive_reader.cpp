@@ -4,12 +4,12 @@
 #include "archive/memory.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
+#include "terminal.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <unistd.h>
 
 namespace {
 
@@ -178,9 +178,8 @@ bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
     return alloc_decompress(reader.context, reader.block_size) != 0;
 }
 
-Step next_block(BlockReader &reader, std::string &why) {
+Step next_record(BlockReader &reader, std::string &why) {
     ArchiveFile &archive = reader.archive;
-    CoderContext &context = reader.context;
     if (reader.position == archive.size) {
         show_progress(archive, archive.size);
         return Step::kEnd;
@@ -191,7 +190,6 @@ Step next_block(BlockReader &reader, std::string &why) {
 
     std::uint8_t head[kRecordHeadBytes];
     std::uint32_t length;
-    BlockTrace trace{};
     if (!read_at(archive, reader.position, head, kRecordHeadBytes)) {
         why = "the record head is cut short";
     } else if (!get_record_head(head, length)) {
@@ -199,21 +197,37 @@ Step next_block(BlockReader &reader, std::string &why) {
     } else if (length == 0) {
         why = "an end mark with more bytes behind it";
         if (reader.position + kRecordHeadBytes == archive.size) {
+            --reader.block.number; // it is no block
             show_progress(archive, archive.size);
             return Step::kEnd;
         }
-    } else if (length > context.capacity || length < kMinRecordData) {
+    } else if (length > reader.context.capacity || length < kMinRecordData) {
         why = "no block has a record of " + std::to_string(length) + " bytes";
-    } else if (!read_at(archive, reader.position + kRecordHeadBytes, context.buf_in, length)) {
+    } else if (length > archive.size - reader.position - kRecordHeadBytes) {
         why = "the block is cut short";
     } else {
-        context.in_len = length;
-        if (decompress_block(context, &trace)) {
-            reader.block.coded_len = kRecordHeadBytes + length;
-            reader.position += reader.block.coded_len;
-            describe_block(reader, trace);
-            return Step::kBlock;
-        }
+        reader.block.coded_len = kRecordHeadBytes + length;
+        reader.position += reader.block.coded_len;
+        return Step::kBlock;
+    }
+    show_progress(archive, archive.size);
+    return Step::kDamage;
+}
+
+Step next_block(BlockReader &reader, std::string &why) {
+    ArchiveFile &archive = reader.archive;
+    CoderContext &context = reader.context;
+    const Step step = next_record(reader, why);
+    if (step != Step::kBlock) return step;
+
+    BlockTrace trace{};
+    context.in_len = reader.block.coded_len - kRecordHeadBytes;
+    if (!read_at(archive, reader.block.offset + kRecordHeadBytes, context.buf_in, context.in_len)) {
+        why = "the block can't be read";
+    } else if (decompress_block(context, &trace)) {
+        describe_block(reader, trace);
+        return Step::kBlock;
+    } else {
         why = !trace.crc_holds ? std::string("the block CRC does not match")
                                : std::string("the CRC matches, but the ") +
                                      kStageNames[trace.reached] + " stage can't be undone";
@@ -262,7 +276,7 @@ bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes, std::uint3
 
 void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
     using Clock = std::chrono::steady_clock;
-    static const bool terminal = isatty(STDERR_FILENO) == 1;
+    static const bool terminal = is_watched();
     static Clock::time_point next = Clock::now() + std::chrono::seconds(1);
     static bool shown = false;
     if (!terminal || (offset != archive.size && Clock::now() < next)) return;

@@ -63,8 +63,11 @@ struct BlockReader {
 
 enum class Step { kBlock, kEnd, kDamage };
 
-// Restores the next block in memory. At damage `why` holds the reason, and the walk is
-// over.
+// Passes over the next record and sets number, offset and coded_len of the block. At
+// damage `why` holds the reason, and the walk is over.
+[[nodiscard]] Step next_record(BlockReader &reader, std::string &why);
+
+// Does so and restores the block in memory. Damage as above.
 [[nodiscard]] Step next_block(BlockReader &reader, std::string &why);
 
 // A stretch of a damaged archive.

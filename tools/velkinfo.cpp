@@ -12,12 +12,13 @@ namespace {
 constexpr int kUsageStatus = 2;
 
 constexpr const char *kHelp =
-    "Usage: velkinfo list [--json | --stages] ARCHIVE\n"
+    "Usage: velkinfo list [--json | --quick | --stages] ARCHIVE\n"
     "       velkinfo test ARCHIVE...\n"
     "       velkinfo salvage [--force] [--fill] ARCHIVE OUTPUT\n"
     "\n"
-    "list      show the header, the blocks and what each stage did to their lengths\n"
-    "  --json    the same for programs\n"
+    "list      show the header, the blocks and how much each stage took off\n"
+    "  --json    all lengths, for programs\n"
+    "  --quick   from the record heads alone, restoring nothing\n"
     "  --stages  the lengths as a chart\n"
     "test      restore every block in memory and tell whether all checks hold\n"
     "salvage   restore every intact block of a damaged archive\n"
@@ -32,6 +33,7 @@ constexpr const char *kHelp =
 enum Option {
     OPTION_FIRST = 256,
     OPTION_JSON = 256,
+    OPTION_QUICK,
     OPTION_STAGES,
     OPTION_FORCE,
     OPTION_FILL,
@@ -42,6 +44,7 @@ enum Option {
 
 constexpr option kOptions[] = {
     {"json", no_argument, nullptr, OPTION_JSON},
+    {"quick", no_argument, nullptr, OPTION_QUICK},
     {"stages", no_argument, nullptr, OPTION_STAGES},
     {"force", no_argument, nullptr, OPTION_FORCE},
     {"fill", no_argument, nullptr, OPTION_FILL},
@@ -76,21 +79,22 @@ int run(int argument_count, char **arguments) {
     const char *const command = arguments[optind];
     char **const names = arguments + optind + 1;
     const int name_count = argument_count - optind - 1;
-    const bool list_options = has(OPTION_JSON) || has(OPTION_STAGES);
+    const int list_options = has(OPTION_JSON) + has(OPTION_QUICK) + has(OPTION_STAGES);
     const bool salvage_options = has(OPTION_FORCE) || has(OPTION_FILL);
 
     if (std::strcmp(command, "list") == 0) {
         if (name_count != 1) return usage_error(command, "takes one archive");
-        if (salvage_options) return usage_error(command, "takes --json or --stages only");
-        if (has(OPTION_JSON) && has(OPTION_STAGES))
-            return usage_error(command, "takes one of --json and --stages");
+        if (salvage_options) return usage_error(command, "takes --json, --quick or --stages only");
+        if (list_options > 1)
+            return usage_error(command, "takes one of --json, --quick and --stages");
         return list_archive(names[0], has(OPTION_JSON)     ? ListForm::kJson
+                                      : has(OPTION_QUICK)  ? ListForm::kQuick
                                       : has(OPTION_STAGES) ? ListForm::kStages
                                                            : ListForm::kTable);
     }
     if (std::strcmp(command, "test") == 0) {
         if (name_count < 1) return usage_error(command, "takes one archive or more");
-        if (list_options || salvage_options) return usage_error(command, "takes no options");
+        if (list_options != 0 || salvage_options) return usage_error(command, "takes no options");
         int status = 0;
         for (int i = 0; i < name_count; ++i)
             status |= test_archive(names[i]);
@@ -98,7 +102,7 @@ int run(int argument_count, char **arguments) {
     }
     if (std::strcmp(command, "salvage") == 0) {
         if (name_count != 2) return usage_error(command, "takes an archive and an output");
-        if (list_options) return usage_error(command, "takes --force and --fill only");
+        if (list_options != 0) return usage_error(command, "takes --force and --fill only");
         return salvage_archive(names[0], names[1], {has(OPTION_FORCE), has(OPTION_FILL)});
     }
     return usage_error(command, "no such command");
