@@ -1,23 +1,40 @@
-# cmake --install puts the programs, their man pages and the bash completion in place;
-# cpack makes a .deb and a .tar.gz of the same files.
+# cmake --install puts the programs, their man pages, the bash completion and what makes
+# archives known to others in place; cpack makes a .deb and a .tar.gz of the same files.
 include(GNUInstallDirs)
+set(CPACK_PACKAGE_CONTACT "The VELK authors <velk@authors.invalid>")
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
 
 install(TARGETS VELK RUNTIME)
 install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 
+# Compresses a file of the build folder, without a name and a date in it, and installs it.
+find_program(GZIP gzip)
+function(install_compressed file)
+  if(GZIP)
+    execute_process(COMMAND ${GZIP} -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
+    string(APPEND file .gz)
+  endif()
+  install(FILES ${file} ${ARGN})
+endfunction()
+
 if(UNIX)
   install(TARGETS velkinfo RUNTIME)
   foreach(page VELK.1 velkinfo.1 velk.5)
     configure_file(docs/man/${page} ${PROJECT_BINARY_DIR}/man/${page} @ONLY)
     string(REGEX REPLACE ".*\\." "" section ${page})
-    install(FILES ${PROJECT_BINARY_DIR}/man/${page}
-            DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+    install_compressed(${PROJECT_BINARY_DIR}/man/${page}
+                       DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
   endforeach()
   set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completion/velk DESTINATION ${completions} RENAME VELK)
   install(FILES completion/velkinfo DESTINATION ${completions})
+  # For file(1) and for desktops.
+  install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
+  install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
+  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/changelog @ONLY)
+  install_compressed(${PROJECT_BINARY_DIR}/changelog DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endif()
 
 # The name in lower case, for those who type it; not where file systems don't tell
@@ -29,12 +46,11 @@ if(UNIX AND NOT APPLE)
   file(WRITE ${links}/velk.1 ".so man1/VELK.1\n")
   install(FILES ${links}/velk DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES ${links}/velk DESTINATION ${completions})
-  install(FILES ${links}/velk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install_compressed(${links}/velk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_NAME velk)
-set(CPACK_PACKAGE_CONTACT "The VELK authors")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
@@ -42,7 +58,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"VELK compresses one file into one archive and restores it. It sorts the file in
-large blocks and codes what is left with adaptive models: for when size matters.
-With it comes velkinfo, which lists, tests and salvages archives.")
+"VELK compresses one file into one archive and restores it. It sorts the
+file in large blocks and codes what is left with adaptive models: for when
+size matters. With it comes velkinfo, which lists, tests and salvages
+archives.")
 include(CPack)
