@@ -2,6 +2,7 @@
 
 #include "archive/format.h"
 #include "archive/memory.h"
+#include "cli/file_names.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 #include "terminal.h"
@@ -134,12 +135,13 @@ ArchiveFile::~ArchiveFile() {
 bool open_archive(ArchiveFile &archive, const char *name, std::string &why) {
     std::error_code error;
     archive.name = name;
-    if (fs::is_regular_file(name, error)) archive.file = std::fopen(name, "rb");
+    const fs::path path = path_of(name);
+    if (fs::is_regular_file(path, error)) archive.file = std::fopen(name, "rb");
     if (archive.file == nullptr) {
-        why = fs::exists(name, error) ? "can't be read, or is not a regular file" : "not found";
+        why = fs::exists(path, error) ? "can't be read, or is not a regular file" : "not found";
         return false;
     }
-    archive.size = fs::file_size(name, error);
+    archive.size = fs::file_size(path, error);
     if (error) why = error.message();
     return !error;
 }
@@ -286,7 +288,8 @@ void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
         next = Clock::now() + std::chrono::milliseconds(250);
         shown = true;
     } else if (shown) {
-        std::fprintf(stderr, "\r\33[K");
+        // Not every console knows a code that clears the line.
+        std::fprintf(stderr, "\r%*s\r", static_cast<int>(archive.name.size() + 6), "");
         shown = false;
     }
     std::fflush(stderr);

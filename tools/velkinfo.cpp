@@ -2,6 +2,7 @@
 #include "velkinfo.h"
 
 #include "archive_reader.h"
+#include "cli/standard_streams.h"
 
 #include <cstdio>
 #include <cstring>
@@ -139,6 +140,7 @@ int test_archive(const char *name) {
 }
 
 int main(int argument_count, char **arguments) {
+    prepare_standard_streams();
     int status = run(argument_count, arguments);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain("standard output", "write error");
