@@ -1,6 +1,6 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
-#include "archive_reader.h"
+#include "archive_blocks.h"
 #include "terminal.h"
 #include "velkinfo.h"
 
@@ -17,7 +17,8 @@ using Number = unsigned long long; // what printf takes on every system
 // Lengths of one block, or the sums over several.
 struct Lengths {
     Number coded, original;
-    Number after[STAGE_COUNT];         // after each stage
+    // After each stage, trailers included; what a fallback took back counts as never done.
+    Number after[STAGE_COUNT];
     std::uint8_t trailer[STAGE_COUNT]; // 0: did not apply
 };
 
@@ -35,11 +36,13 @@ Layout layout_of(const BlockReader &reader) {
     return {offset, coded, original, 6 + offset + 1 + coded + 1 + original + 10, terminal_width()};
 }
 
-Lengths lengths_of(const BlockInfo &block) {
-    Lengths lengths{block.coded_len, block.original_len, {}, {}};
+Lengths lengths_of(const BlockReader &reader) {
+    Lengths lengths{reader.coded_len, reader.context.out_len, {}, {}};
+    const BlockTrace &trace = reader.trace;
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        lengths.after[stage] = block.len_after[stage];
-        lengths.trailer[stage] = block.trailer[stage];
+        const bool undone = trace.fallback && stage > STAGE_LZP;
+        lengths.after[stage] = trace.coded_len[undone ? STAGE_LZP : stage];
+        lengths.trailer[stage] = trace.trailer[stage];
     }
     return lengths;
 }
@@ -61,8 +64,8 @@ double percent(Number part, Number whole) {
     return whole == 0 ? 0 : 100 * static_cast<double>(part) / static_cast<double>(whole);
 }
 
-const char *form_of(const BlockInfo &block) {
-    return block.fallback ? "fallback" : "normal";
+const char *form_of(const BlockReader &reader) {
+    return reader.trace.fallback ? "fallback" : "normal";
 }
 
 void print_numbers(const Lengths &lengths, const Layout &layout) {
@@ -77,7 +80,7 @@ std::vector<std::string> stages_of(const Lengths &lengths, bool fallback) {
     if (fallback) words.emplace_back("fallback");
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
         if (lengths.trailer[stage] < (stage == STAGE_EOL ? 2 : 1)) continue;
-        words.emplace_back(kStageNames[stage]);
+        words.emplace_back(kStageTable[stage].name);
         const double saved = percent(before(lengths, stage), lengths.original) -
                              percent(lengths.after[stage], lengths.original);
         if (saved >= 0.5) words.back() += ' ' + std::to_string(std::lround(saved)) + '%';
@@ -111,26 +114,26 @@ void print_chart(const Lengths &lengths) {
     print_bar("original", lengths.original, lengths.original);
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
         if (lengths.trailer[stage] != 0)
-            print_bar(kStageNames[stage], lengths.after[stage], lengths.original);
+            print_bar(kStageTable[stage].name, lengths.after[stage], lengths.original);
     }
     print_bar("coded", lengths.coded, lengths.original);
 }
 
-void print_block(const BlockInfo &block, ListForm form, const Layout &layout) {
-    const Lengths lengths = lengths_of(block);
-    const Number number = block.number, offset = block.offset;
+void print_block(const BlockReader &reader, ListForm form, const Layout &layout) {
+    const Lengths lengths = lengths_of(reader);
+    const Number number = reader.number, offset = reader.offset;
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %*llu", number, layout.offset, offset);
         print_numbers(lengths, layout);
-        print_stages(lengths, block.fallback, layout);
+        print_stages(lengths, reader.trace.fallback, layout);
         break;
     case ListForm::kQuick:
         std::printf("%6llu %*llu %*llu\n", number, layout.offset, offset, layout.coded,
                     lengths.coded);
         break;
     case ListForm::kStages:
-        std::printf("\nblock %llu at offset %llu, %s, %.2f%%\n", number, offset, form_of(block),
+        std::printf("\nblock %llu at offset %llu, %s, %.2f%%\n", number, offset, form_of(reader),
                     percent(lengths.coded, lengths.original));
         print_chart(lengths);
         break;
@@ -138,12 +141,13 @@ void print_block(const BlockInfo &block, ListForm form, const Layout &layout) {
         std::printf("%s\n    {\"number\": %llu, \"offset\": %llu, \"coded\": %llu, "
                     "\"original\": %llu, \"form\": \"%s\", \"stages\": [",
                     number == 1 ? "" : ",", number, offset, lengths.coded, lengths.original,
-                    form_of(block));
-        for (unsigned stage = 0; stage < (block.fallback ? STAGE_BWT : STAGE_COUNT); ++stage) {
+                    form_of(reader));
+        for (unsigned stage = 0; stage < (reader.trace.fallback ? STAGE_BWT : STAGE_COUNT);
+             ++stage) {
             std::printf("%s\n      {\"name\": \"%s\", \"applied\": %s, \"trailer\": %d, "
                         "\"before\": %llu, \"after\": %llu}",
-                        stage == 0 ? "" : ",", kStageNames[stage],
-                        lengths.trailer[stage] != 0 ? "true" : "false", block.trailer[stage],
+                        stage == 0 ? "" : ",", kStageTable[stage].name,
+                        lengths.trailer[stage] != 0 ? "true" : "false", reader.trace.trailer[stage],
                         before(lengths, stage), lengths.after[stage]);
         }
         std::printf("]}");
@@ -155,18 +159,18 @@ void print_block(const BlockInfo &block, ListForm form, const Layout &layout) {
 void print_start(const BlockReader &reader, ListForm form, const Layout &layout) {
     const bool json = form == ListForm::kJson;
     const Number size = reader.archive.size;
+    const unsigned block_size = reader.context.capacity - kBlockSlack;
     if (json) {
         std::printf("{\n  \"archive_bytes\": %llu,\n  \"block_size\": %u,\n  \"stages_on\": [",
-                    size, reader.block_size);
+                    size, block_size);
     } else {
         std::printf("%s: %llu bytes\nblock size %u, stages on:", reader.archive.name.c_str(), size,
-                    reader.block_size);
+                    block_size);
     }
-    const unsigned off = flags_of(reader.context.settings);
     const char *between = "";
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        if ((off >> stage & 1u) != 0) continue;
-        std::printf(json ? "%s\"%s\"" : "%s %s", between, kStageNames[stage]);
+        if (reader.context.settings.*kStageTable[stage].off != 0) continue;
+        std::printf(json ? "%s\"%s\"" : "%s %s", between, kStageTable[stage].name);
         between = json ? ", " : "";
     }
     std::printf(json ? "],\n  \"blocks\": [" : "\n");
@@ -177,9 +181,9 @@ void print_start(const BlockReader &reader, ListForm form, const Layout &layout)
     std::printf("\n");
 }
 
-// block_size: N, which each block but the last restores to.
-void print_end(Number blocks, std::uint32_t block_size, const Lengths &total, ListForm form,
-               const Layout &layout, const std::string &damage) {
+void print_end(const BlockReader &reader, const Lengths &total, ListForm form, const Layout &layout,
+               const std::string &damage) {
+    const Number blocks = reader.number, block_size = reader.context.capacity - kBlockSlack;
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %-*s", blocks, layout.offset, blocks == 1 ? "block" : "blocks");
@@ -222,18 +226,11 @@ int list_archive(const char *name, ListForm form) {
     const auto step_on = form == ListForm::kQuick ? next_record : next_block;
     print_start(reader, form, layout);
     Lengths total{};
-    Number blocks = 0;
-    Step step;
-    while ((step = step_on(reader, why)) == Step::kBlock) {
-        print_block(reader.block, form, layout);
-        add(total, lengths_of(reader.block));
-        ++blocks;
+    while (step_on(reader, damage) == ArchiveStatus::kGood) {
+        print_block(reader, form, layout);
+        add(total, lengths_of(reader));
     }
-    if (step == Step::kDamage) {
-        damage = "block " + std::to_string(reader.block.number) + " at offset " +
-                 std::to_string(reader.block.offset) + ": " + why;
-    }
-    print_end(blocks, reader.block_size, total, form, layout, damage);
+    print_end(reader, total, form, layout, damage);
     if (!damage.empty()) complain(name, damage.c_str());
     return damage.empty() ? 0 : 1;
 }
