@@ -111,8 +111,10 @@ Bytes words(std::size_t n, Parameters p) {
     std::vector<std::uint32_t> text;
     for (std::size_t size = 0; size < n; size += dictionary[text.back()].size())
         text.push_back(random.below(p[0]));
-    if (p[2] == 1) std::sort(dictionary.begin(), dictionary.end());
-    if (p[2] == 1) std::sort(text.begin(), text.end());
+    if (p[2] == 1) {
+        std::sort(dictionary.begin(), dictionary.end());
+        std::sort(text.begin(), text.end());
+    }
     std::string all;
     for (const std::uint32_t word : text)
         all += dictionary[word];

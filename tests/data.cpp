@@ -1,6 +1,7 @@
 #include "data.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -167,4 +168,11 @@ void write_file(const std::string &path, const Bytes &bytes) {
 Bytes read_file(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+std::string kept_text(const std::string &name, const std::string &text) {
+    const std::string path = VELK_GOLDEN "/" + name;
+    if (std::getenv("VELK_WRITE_GOLDEN") != nullptr) write_file(path, to_bytes(text));
+    const Bytes kept = read_file(path);
+    return std::string(kept.begin(), kept.end());
 }

@@ -48,3 +48,7 @@ std::vector<NamedBytes> all_kinds(std::size_t largest);
 
 void write_file(const std::string &path, const Bytes &bytes);
 Bytes read_file(const std::string &path);
+
+// The text that tests/golden keeps under this name: the given one, once scripts/make-golden
+// has made the run write it.
+std::string kept_text(const std::string &name, const std::string &text);

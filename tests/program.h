@@ -17,9 +17,6 @@ Finished run_velk(const std::vector<std::string> &arguments, const std::string &
                   const std::string &suffix = "");
 Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix = "");
 
-// Compares with a text in tests/golden; scripts/make-golden makes the run write it instead.
-void expect_golden(const std::string &name, const std::string &text);
-
 // A folder for one test's files, removed with all that is in it at the end.
 struct ScratchFolder {
     ScratchFolder();
