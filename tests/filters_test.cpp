@@ -12,10 +12,10 @@ TEST(Flt32, DeclinesFilesTooLargeForItsNumbers) {
         Bytes in(40), out(40);
         std::uint8_t *from = in.data(), *to = out.data();
         std::uint32_t length;
-        flt32_encode(from, 10, to, length, file_size, 0);
+        flt32_encode(from, 12, to, length, file_size, 0);
         return to[length - 1];
     };
-    // base + R + n: 3 * file_size + 10 against 2^32.
+    // base + R + n: 3 * file_size + 12 against 2^32 - 1.
     EXPECT_EQ(trailer(1431655761), 1);
     EXPECT_EQ(trailer(1431655762), 0);
     EXPECT_EQ(trailer(0xFFFFFFFF), 0);

@@ -41,7 +41,9 @@ Family family(const std::string &name, int count, Make make) {
 // any length; breaks of all kinds.
 Bytes lines(Random &random) {
     const std::string breaks[] = {"\r\n", "\r\n", "\r\n", "\r\n ", "\r\n\r\n", "\n", "\r ", "\r"};
-    const std::uint32_t width = 20 + random.below(30), kinds = 3 + random.below(6);
+    const std::uint32_t width =
+                            random.below(12) == 0 ? 253 + random.below(4) : 20 + random.below(30),
+                        kinds = 3 + random.below(6);
     std::string text;
     for (std::uint32_t i = 1 + random.below(40); i > 0; --i) {
         const std::uint32_t less[] = {0, 0, random.below(4), 12 + random.below(6),
@@ -73,9 +75,10 @@ Bytes calls(Random &random) {
 }
 
 Bytes noisy_records(Random &random) {
-    const std::uint32_t n = 1 + random.below(random.below(9) == 0 ? 9000 : 400),
-                        size = 1 + random.below(5);
+    const std::uint32_t most[] = {12, 60, 400, 9000};
+    const std::uint32_t n = 1 + random.below(most[random.below(4)]), size = 1 + random.below(5);
     Bytes bytes = records(n, size, random.below(1u << 30));
+    if (random.below(3) == 0) std::fill_n(bytes.begin(), std::min(n, random.below(4)), 0);
     for (std::uint32_t p = 0; p < n && n % 2 == 0; p += size)
         bytes[p] = 7;
     for (std::uint32_t i = random.below(1 + random.below(100)); i > 0; --i)
@@ -96,6 +99,7 @@ Bytes matches(Random &random) {
         bytes.insert(bytes.end(), from, from + length);
         bytes.push_back(static_cast<std::uint8_t>(250 + random.below(6)));
     }
+    if (random.below(2) == 0) bytes.pop_back();
     return bytes;
 }
 
@@ -248,8 +252,10 @@ Bytes verdicts_on_anything(const Stage &stage) {
         EXPECT_TRUE(!restored || restored->size() <= capacity) << testing::PrintToString(data);
         append_verdict(all, restored);
     };
-    for (std::uint32_t n = 0; n < 12; ++n)
+    for (std::uint32_t n = 0; n < 12; ++n) {
         face(Bytes(n, 1), 40);
+        face(join({Bytes(n), {1}}), 40);
+    }
     for (int i = 0; i < (slow ? 60 : 1500); ++i) {
         Bytes data = random_bytes(random.below(60), 1 + random.below(256), random.below(1u << 30));
         if (!data.empty() && i % 4 != 0) data.back() = static_cast<std::uint8_t>(random.below(4));
