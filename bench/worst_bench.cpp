@@ -3,7 +3,7 @@
 //   worst_bench [MIB]...                   the table, of 2 MiB and the largest blocks
 //   worst_bench quick                      of 2 MiB and default switches
 //   worst_bench search MINUTES [MIB]       random members of the inputs' families, the
-//                                          worst last
+//                                          worst of each
 //
 // Times are processor time, the best of some tries. Every block runs on a stack that is
 // painted first, which shows how much of it has been used.
@@ -173,7 +173,7 @@ struct Table {
     std::vector<Row> rows;
     std::string head = "| Input |", line = "|---|";
     PaintedStack stack;
-    std::string deepest; // input
+    std::string deepest = "prose"; // input
 };
 
 void add_column(Table &table, std::uint32_t mib, const Switches &switches) {
@@ -215,9 +215,9 @@ void print_table(const std::vector<std::uint32_t> &sizes, bool all_switches) {
 
 struct Found {
     std::string name;
-    std::size_t family;
-    std::uint32_t parameters[3];
-    std::size_t switches;
+    std::size_t family = 0, switches = 0;
+    std::uint32_t parameters[3] = {};
+    std::uint32_t copies = 0; // whole periods, 0 for a file that is none
     Times times;
 };
 
@@ -227,15 +227,15 @@ std::uint32_t draw(Random &random, std::uint32_t limit) {
     return 1 + random.below(std::min(bound, limit));
 }
 
-// Another member of a family, or one near a bad one.
-Found next_try(Random &random, const std::vector<Found> &worst, std::uint32_t n) {
-    Found next{};
-    const bool vary = !worst.empty() && random.below(2) == 0;
-    if (vary) next = worst[random.below(static_cast<std::uint32_t>(worst.size()))];
-    if (!vary) next.family = random.below(static_cast<std::uint32_t>(kFamilies.size()));
-    if (!vary || random.below(4) == 0) next.switches = random.below(std::size(kSwitches));
+// Another member of a family, or one near `bad`.
+Found next_try(Random &random, const Found &bad, std::uint32_t n) {
+    const bool vary = bad.times.worst() > 0 && random.below(2) == 0;
+    Found next = bad;
+    next.name.clear();
+    if (!vary) next.copies = random.below(3) == 0 ? 1 + draw(random, 30) : 0;
+    if (next.copies != 0) next.name = std::to_string(next.copies) + " whole ";
     const Family &family = kFamilies[next.family];
-    next.name = family.name;
+    next.name += family.name;
     for (int i = 0; i < 3; ++i) {
         const std::uint32_t limit = family.limits[i] == 0 ? n / 2 : family.limits[i];
         if (!vary || random.below(3) == 0) next.parameters[i] = draw(random, limit);
@@ -245,29 +245,45 @@ Found next_try(Random &random, const std::vector<Found> &worst, std::uint32_t n)
     return next;
 }
 
+Bytes make(const Found &found, std::uint32_t n) {
+    const Family &family = kFamilies[found.family];
+    if (found.copies == 0) return family.make(n, found.parameters);
+    Bytes word = family.make(n / found.copies - 4, found.parameters);
+    for (auto &byte : word)
+        if (byte == 0 || byte == '\n' || byte == '\r') byte = ' '; // else FLT32 or EOL apply
+    std::fill_n(word.begin(), std::min<std::size_t>(word.size(), 4), ' ');
+    return whole_copies(word, n);
+}
+
+// Keeps the worst of each family, with and without copies, and switches.
 void search(double minutes, std::uint32_t n) {
-    constexpr std::size_t kKept = 40;
     PaintedStack stack;
     std::vector<std::unique_ptr<Setting>> settings;
     for (const Switches &switches : kSwitches)
         settings.push_back(std::make_unique<Setting>(stack, n, switches, 2));
     Random random(static_cast<std::uint64_t>(std::time(nullptr)));
-    std::vector<Found> worst;
+    std::vector<Found> worst(kFamilies.size() * 2 * std::size(kSwitches));
     const auto now = std::chrono::steady_clock::now;
     const auto end = now() + std::chrono::duration<double>(60 * minutes);
-    for (unsigned tries = 0; now() < end; ++tries) {
-        Found found = next_try(random, worst, n);
-        Setting &setting = *settings[found.switches];
-        if (tries % 20 == 0) setting.compare_with_prose();
-        found.times = setting.relative(kFamilies[found.family].make(n, found.parameters));
-        const auto at = std::find_if(worst.begin(), worst.end(), [&](const Found &other) {
-            return other.times.worst() < found.times.worst();
-        });
-        worst.insert(at, found);
-        if (worst.size() > kKept) worst.pop_back();
+    for (std::size_t tries = 0; now() < end; ++tries) {
+        const std::size_t kind = tries % worst.size();
+        Found bad = worst[kind];
+        bad.switches = kind % std::size(kSwitches);
+        bad.family = kind / std::size(kSwitches) / 2;
+        if (kind == 0) {
+            for (const auto &setting : settings)
+                setting->compare_with_prose();
+        }
+        Found found = next_try(random, bad, n);
+        found.times = settings[found.switches]->relative(make(found, n));
+        Found &kept =
+            worst[(found.family * 2 + (found.copies != 0)) * std::size(kSwitches) + found.switches];
+        if (found.times.worst() > kept.times.worst()) kept = found;
     }
-    for (auto found = worst.rbegin(); found != worst.rend(); ++found)
-        print_row({found->name, {found->times}});
+    std::sort(worst.begin(), worst.end(),
+              [](const Found &a, const Found &b) { return a.times.worst() > b.times.worst(); });
+    for (const Found &found : worst)
+        if (found.times.worst() > 0) print_row({found.name, {found.times}});
     std::printf("Deepest stack: %.1f kB\n", static_cast<double>(stack.most()) / 1000);
 }
 

@@ -24,17 +24,6 @@ std::uint8_t byte(std::uint32_t value) {
     return static_cast<std::uint8_t>(value);
 }
 
-// Copies of `word`, to which the trailers are added.
-Bytes whole_copies(const Bytes &word, std::size_t n) {
-    const Bytes trailers = {1, 0, 0, 0};
-    const Bytes period = join({word, trailers});
-    const std::size_t length = (n + trailers.size()) / period.size() * period.size();
-    Bytes bytes(length - trailers.size());
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = period[i % period.size()];
-    return bytes;
-}
-
 // Letters of which EOL, with more spaces than zeros FLT32 and, as every context comes
 // with many others, LZP make nothing.
 Bytes declined_letters(std::size_t n, std::uint32_t letters, std::uint64_t seed) {
@@ -84,21 +73,12 @@ Bytes noise(std::size_t n, Parameters p) {
     return bytes;
 }
 
-// All of so many values over and over, so many exchanges (less one) from round to round.
-Bytes rounds(std::size_t n, Parameters p) {
-    Random random(4);
-    Bytes order(p[0]), bytes;
-    std::iota(order.begin(), order.end(), 0);
-    while (bytes.size() < n) {
-        for (std::uint32_t i = 1; i < p[1]; ++i)
-            std::swap(order[random.below(p[0])], order[random.below(p[0])]);
-        bytes.insert(bytes.end(), order.begin(), order.end());
-    }
-    return first_bytes(bytes, n);
+// So many values, exchanges, less one.
+Bytes rounds_family(std::size_t n, Parameters p) {
+    return rounds(n, p[0], p[1] - 1);
 }
 
-// The rounds' values at random but for a mean stay of so many bytes with one of so many
-// neighbouring values.
+// A mean stay of so many bytes with so many values, which lie so far apart.
 Bytes drift(std::size_t n, Parameters p) {
     Random random(5);
     Bytes bytes(n);
@@ -131,8 +111,10 @@ Bytes words(std::size_t n, Parameters p) {
     std::vector<std::uint32_t> text;
     for (std::size_t size = 0; size < n; size += dictionary[text.back()].size())
         text.push_back(random.below(p[0]));
-    if (p[2] == 1) std::sort(dictionary.begin(), dictionary.end());
-    if (p[2] == 1) std::sort(text.begin(), text.end());
+    if (p[2] == 1) {
+        std::sort(dictionary.begin(), dictionary.end());
+        std::sort(text.begin(), text.end());
+    }
     std::string all;
     for (const std::uint32_t word : text)
         all += dictionary[word];
@@ -343,8 +325,8 @@ void add_runs_and_noise(std::vector<WorstInput> &inputs) {
         inputs.push_back(member("random, " + std::to_string(letters), noise, letters, 1));
     inputs.push_back(member("random, 256 but low", noise, 256, 2));
     for (const std::uint32_t exchanges : {0u, 8u, 40u, 256u})
-        inputs.push_back(member("rounds, " + std::to_string(exchanges) + " exchanges", rounds, 256,
-                                exchanges + 1));
+        inputs.push_back({"rounds, " + std::to_string(exchanges) + " exchanges",
+                          [=](std::size_t n) { return rounds(n, 256, exchanges); }});
 }
 
 void add_files(std::vector<WorstInput> &inputs) {
@@ -367,9 +349,31 @@ void add_files(std::vector<WorstInput> &inputs) {
 
 } // namespace
 
+Bytes whole_copies(const Bytes &word, std::size_t n) {
+    const Bytes trailers = {1, 0, 0, 0};
+    const Bytes period = join({word, trailers});
+    const std::size_t length = (n + trailers.size()) / period.size() * period.size();
+    Bytes bytes(length - trailers.size());
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = period[i % period.size()];
+    return bytes;
+}
+
+Bytes rounds(std::size_t n, std::uint32_t values, std::uint32_t exchanges) {
+    Random random(4);
+    Bytes order(values), bytes;
+    std::iota(order.begin(), order.end(), 0);
+    while (bytes.size() < n) {
+        for (std::uint32_t i = 0; i < exchanges; ++i)
+            std::swap(order[random.below(values)], order[random.below(values)]);
+        bytes.insert(bytes.end(), order.begin(), order.end());
+    }
+    return first_bytes(bytes, n);
+}
+
 const std::vector<Family> kFamilies = {
     {"periods", {0, 256, 2}, periods},  {"breaks", {1000000, 150, 2}, breaks},
-    {"noise", {256, 8, 1}, noise},      {"rounds", {256, 256, 1}, rounds},
+    {"noise", {256, 8, 1}, noise},      {"rounds", {256, 256, 1}, rounds_family},
     {"drift", {1000, 256, 256}, drift}, {"edits", {0, 1000000, 256}, edits},
     {"words", {100000, 40, 2}, words},  {"pieces", {100000, 256, 1000}, pieces},
     {"grown", {20, 20, 1000}, grown},   {"counters", {100000, 40, 256}, counters},

@@ -5,6 +5,14 @@
 
 #include <functional>
 
+// Copies of `word`, to which trailers are added of stages before the sort that all decline:
+// blocks with equal rotations.
+Bytes whole_copies(const Bytes &word, std::size_t n);
+
+// The byte values below `values` over and over, in an order in which so many pairs change
+// places each time: with few exchanges, every value's next place lies behind all others.
+Bytes rounds(std::size_t n, std::uint32_t values, std::uint32_t exchanges);
+
 // Makes a file of about `n` bytes, never more; the parameters' meaning is the family's.
 struct Family {
     const char *name;

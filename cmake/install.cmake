@@ -1,8 +1,36 @@
-# cmake --install puts the programs, their man pages, the bash completion and what makes
-# archives known to others in place; cpack makes a .deb and a .tar.gz of the same files.
+# cmake --install puts the programs, their man pages and completions in place, what makes
+# archives known to others, and the C library; cpack makes packages, a .deb for each
+# component, and a .tar.gz of all.
 include(GNUInstallDirs)
 set(CPACK_PACKAGE_CONTACT "The VELK authors <velk@authors.invalid>")
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
+
+# Compresses a file of the build folder, without a name and a date in it, and installs it.
+find_program(GZIP gzip)
+function(install_compressed file)
+  if(GZIP)
+    execute_process(COMMAND ${GZIP} -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
+    string(APPEND file .gz)
+  endif()
+  install(FILES ${file} ${ARGN})
+endfunction()
+
+function(install_page page component)
+  configure_file(docs/man/${page} ${PROJECT_BINARY_DIR}/man/${page} @ONLY)
+  string(REGEX REPLACE ".*\\." "" section ${page})
+  install_compressed(${PROJECT_BINARY_DIR}/man/${page}
+                     DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+endfunction()
+
+# What Debian asks of each package.
+function(install_changelog package component)
+  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  set(folder ${PROJECT_BINARY_DIR}/changelogs/${package})
+  configure_file(packaging/debian-changelog.in ${folder}/changelog @ONLY)
+  install_compressed(${folder}/changelog
+                     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
+endfunction()
 
 if(WIN32)
   # A .zip is unpacked into one folder.
@@ -17,22 +45,9 @@ install(TARGETS VELK velkinfo RUNTIME)
 install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME ${license})
 
-# Compresses a file of the build folder, without a name and a date in it, and installs it.
-find_program(GZIP gzip)
-function(install_compressed file)
-  if(GZIP)
-    execute_process(COMMAND ${GZIP} -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
-    string(APPEND file .gz)
-  endif()
-  install(FILES ${file} ${ARGN})
-endfunction()
-
 if(UNIX)
   foreach(page VELK.1 velkinfo.1 velk.5)
-    configure_file(docs/man/${page} ${PROJECT_BINARY_DIR}/man/${page} @ONLY)
-    string(REGEX REPLACE ".*\\." "" section ${page})
-    install_compressed(${PROJECT_BINARY_DIR}/man/${page}
-                       DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+    install_page(${page} programs)
   endforeach()
   set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completion/velk DESTINATION ${completions} RENAME VELK)
@@ -40,9 +55,15 @@ if(UNIX)
   # For file(1) and for desktops.
   install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
   install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
-  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/changelog @ONLY)
-  install_compressed(${PROJECT_BINARY_DIR}/changelog DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  install_changelog(velk programs)
+  install(DIRECTORY completion/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+  # zsh looks into the first below /usr/local, Debian's into the second below /usr.
+  foreach(folder site-functions vendor-completions)
+    install(FILES completion/zsh/_velk DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${folder})
+  endforeach()
+endif()
+if(TARGET velkz)
+  include(cmake/install_velkz.cmake)
 endif()
 
 # The name in lower case, for those who type it; not where file systems don't tell
@@ -64,15 +85,20 @@ else()
   set(CPACK_GENERATOR DEB TGZ)
 endif()
 set(CPACK_PACKAGE_NAME velk)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME velk)
+set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION
 "VELK compresses one file into one archive and restores it. It sorts the
 file in large blocks and codes what is left with adaptive models: for when
-size matters. With it comes velkinfo, which lists, tests and salvages
-archives.")
+size matters. With it come velkz, which does so in pipes, for many files and
+by all processors, and velkinfo, which lists, tests and salvages archives.")
+if(TARGET velk_shared)
+  include(cmake/install_library.cmake)
+  include(cmake/install_python.cmake)
+endif()
 include(CPack)

@@ -7,12 +7,9 @@
 #include "cli/file_names.h"
 #include "cli/standard_streams.h"
 #include "pipeline/block.h"
-#include "pipeline/crc32.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <system_error>
 
 namespace {
@@ -101,18 +98,6 @@ void print_stats(const char *const labels[4], const CoderContext &context) {
         std::printf("%s%.2f s\n", labels[i], ms[i] * 0.001);
 }
 
-std::uint32_t saturate(std::uint64_t size) {
-    constexpr std::uint64_t kLimit = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<std::uint32_t>(std::min(size, kLimit));
-}
-
-std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size) {
-    if (settings.no_auto_block_size != 0 || input_size > settings.max_block_size) {
-        return settings.max_block_size;
-    }
-    return std::max(static_cast<std::uint32_t>(input_size), kMinBlockSize);
-}
-
 // Sizes are printed as long long, which is what holds them on every system.
 long long printable(std::uint64_t size) {
     return static_cast<long long>(size);
@@ -125,7 +110,6 @@ void compress_file(CoderContext &context) {
     Files files = open_files(settings);
     context.file_size = saturate(files.input_size + 1);
     const std::uint32_t block_size = choose_block_size(settings, files.input_size);
-    crc32_init();
     const std::uint32_t memory_bytes = alloc_compress(context, block_size);
     if (memory_bytes == 0) error_exit(ERR_MEMORY, "");
     print_start(memory_bytes, "Compressing", settings);
@@ -168,7 +152,6 @@ void decompress_file(CoderContext &context) {
     const Settings &settings = context.settings;
     Files files = open_files(settings);
     context.file_size = saturate(files.input_size);
-    crc32_init();
 
     const ByteSource archive = {&files, read_file};
     std::uint32_t memory_bytes;

@@ -1,7 +1,11 @@
 #include "archive/format.h"
 
+#include "archive/memory.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
+
+#include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -28,6 +32,18 @@ std::uint8_t flags_of(const Settings &settings) {
 void set_flags(Settings &settings, std::uint8_t flags) {
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage)
         settings.*kStageTable[stage].off = (flags >> stage) & 1;
+}
+
+std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size) {
+    if (settings.no_auto_block_size != 0 || input_size > settings.max_block_size) {
+        return settings.max_block_size;
+    }
+    return std::max(static_cast<std::uint32_t>(input_size), kMinBlockSize);
+}
+
+std::uint32_t saturate(std::uint64_t size) {
+    constexpr std::uint64_t kLimit = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::min(size, kLimit));
 }
 
 void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_size) {

@@ -28,6 +28,11 @@ extern const StageEntry kStageTable[STAGE_COUNT];
 [[nodiscard]] std::uint8_t flags_of(const Settings &settings);
 void set_flags(Settings &settings, std::uint8_t flags);
 
+// The block size for an input of `input_size` bytes, and the size as
+// CoderContext::file_size holds it, which goes no further than 2^32 - 1.
+[[nodiscard]] std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size);
+[[nodiscard]] std::uint32_t saturate(std::uint64_t size);
+
 // Writes the kHeaderBytes bytes of a header record.
 void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_size);
 // Reads them; false when the check byte does not fit the rest.

@@ -2,7 +2,6 @@
 
 #include "dce/frequency_models.h"
 #include "filters/lzp.h"
-#include "pipeline/crc32.h"
 #include "sorting/bwt.h"
 #include "sorting/st.h"
 
@@ -73,7 +72,6 @@ std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size) {
     }
     context.buf_in = reinterpret_cast<std::uint8_t *>(context.work1);
     context.buf_out = context.buf_in + context.capacity;
-    crc32_init();
     return pair_bytes + 4 * index_entries + 4 * context.bit_words + kSortScratchBytes;
 }
 
@@ -95,7 +93,6 @@ std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size) 
     std::uint8_t *region = reinterpret_cast<std::uint8_t *>(context.work2);
     context.buf_in = region + (region_bytes - 2 * context.capacity);
     context.buf_out = context.buf_in + context.capacity;
-    crc32_init();
     return region_bytes + model_bytes;
 }
 

@@ -1,30 +1,33 @@
 // Sixteen bytes at a step (after M. Kounavis, F. Berry, "Novel Table Lookup-Based
-// Algorithms for High-Performance CRC Generation", 2008): crc_tables[k] is for a byte with
+// Algorithms for High-Performance CRC Generation", 2008): kCrcTables[k] is for a byte with
 // k more bytes of the step after it. 9 times as fast as a byte at a step.
 #include "pipeline/crc32.h"
+
+#include <array>
 
 namespace {
 
 constexpr std::uint32_t kStep = 16;
 
-std::uint32_t crc_tables[kStep][256];
-
-} // namespace
-
-void crc32_init() {
+// Made by the compiler, so that threads need not agree on who fills them.
+constexpr auto kCrcTables = [] {
+    std::array<std::array<std::uint32_t, 256>, kStep> tables{};
     for (std::uint32_t i = 0; i < 256; ++i) {
         std::uint32_t x = i;
         for (int bit = 0; bit < 8; ++bit)
             x = (x >> 1) ^ ((x & 1) != 0 ? 0xEDB88320u : 0);
-        crc_tables[0][i] = x;
+        tables[0][i] = x;
     }
     for (std::uint32_t k = 1; k < kStep; ++k) {
         for (std::uint32_t i = 0; i < 256; ++i) {
-            const std::uint32_t x = crc_tables[k - 1][i];
-            crc_tables[k][i] = (x >> 8) ^ crc_tables[0][x & 255];
+            const std::uint32_t x = tables[k - 1][i];
+            tables[k][i] = (x >> 8) ^ tables[0][x & 255];
         }
     }
-}
+    return tables;
+}();
+
+} // namespace
 
 std::uint32_t crc32_block(const std::uint8_t *buffer, std::uint32_t n) {
     if (n == 0) return 0;
@@ -35,13 +38,13 @@ std::uint32_t crc32_block(const std::uint8_t *buffer, std::uint32_t n) {
         std::uint32_t next = 0;
 #pragma GCC unroll 16
         for (std::uint32_t k = 0; k < kStep - 4; ++k)
-            next ^= crc_tables[k][step[k]];
+            next ^= kCrcTables[k][step[k]];
 #pragma GCC unroll 4
         for (std::uint32_t k = kStep - 4; k < kStep; ++k)
-            next ^= crc_tables[k][step[k] ^ (x >> (8 * (kStep - 1 - k)) & 255)];
+            next ^= kCrcTables[k][step[k] ^ (x >> (8 * (kStep - 1 - k)) & 255)];
         x = next;
     }
     while (p-- > 0)
-        x = (x >> 8) ^ crc_tables[0][(x ^ buffer[p]) & 255];
+        x = (x >> 8) ^ kCrcTables[0][(x ^ buffer[p]) & 255];
     return ~x;
 }

@@ -1,0 +1,14 @@
+# velkz, under its three names.
+install(TARGETS velkz RUNTIME)
+install_page(velkz.1 programs)
+install(FILES completion/velkz DESTINATION ${completions})
+
+set(links ${PROJECT_BINARY_DIR}/velkz_links)
+file(MAKE_DIRECTORY ${links})
+foreach(name unvelkz velkcat)
+  file(CREATE_LINK velkz ${links}/${name} SYMBOLIC)
+  file(WRITE ${links}/${name}.1 ".so man1/velkz.1\n")
+  install(FILES ${links}/${name} DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES ${links}/${name} DESTINATION ${completions})
+  install_compressed(${links}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endforeach()

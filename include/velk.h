@@ -1,0 +1,257 @@
+// libvelk: VELK's archives from a program. C99 and C++.
+//
+// - memory to memory: velk_compress, velk_decompress
+// - streams through callbacks: velk_compress_stream, velk_decompress_stream
+// - any place of the original, without restoring what is before it: velk_reader
+// - single blocks, for programs that spread the work themselves: velk_encoder, velk_decoder
+//
+// Nothing is printed, no process is ended, no exception leaves the library, and it keeps
+// no state outside the objects below. Every function may be called from several threads
+// at once, as long as each object (and each buffer) is in one call at a time; what says
+// `const` may be shared. The archive depends neither on the number of threads nor on the
+// machine: with the same settings and a known input size it is what `VELK e` writes.
+//
+// Memory for blocks of N bytes and T threads at work:
+//
+//                  T = 1               T of 2 and more
+//   compression    8.5 N + 770 KiB     T * (10.5 N + 770 KiB)
+//   restoring      5 N + 330 KiB       T * (7 N + 330 KiB)
+//
+// With the ST on, 8 MiB take the place of the 330 KiB to restore, and a compressor takes at
+// least 8 MiB more than half of its N. An input of unknown size takes one block size more.
+#ifndef VELK_H
+#define VELK_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__) && !defined(_WIN32)
+#define VELK_API __attribute__((visibility("default")))
+#else
+#define VELK_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// What came of a call. The values stay what they are.
+typedef enum velk_status {
+    VELK_OK = 0,
+    VELK_ERROR_ARGUMENT = 1, // a setting or an argument is out of its bounds
+    VELK_ERROR_MEMORY = 2,   // not to be had, or not within the memory limit
+    VELK_ERROR_SPACE = 3,    // the output does not fit into its buffer
+    VELK_ERROR_FORMAT = 4,   // not an archive of this format
+    VELK_ERROR_DAMAGED = 5,  // a check of the archive failed, or the archive is cut short
+    VELK_ERROR_READ = 6,     // a read callback failed, or an input ended too early
+    VELK_ERROR_WRITE = 7,    // a write callback failed
+    VELK_CANCELLED = 8       // the progress callback asked for it
+} velk_status;
+
+// A short English text for any value, with neither a full stop nor a line end.
+VELK_API const char *velk_status_text(velk_status status);
+
+// The library's version, as "0.95".
+VELK_API const char *velk_version(void);
+
+// Bits of `velk_options.stages_off`, and of the flags byte of an archive.
+enum {
+    VELK_OFF_EOL = 0x01,
+    VELK_OFF_FLT32 = 0x02,
+    VELK_OFF_DELTA = 0x04,
+    VELK_OFF_LZP = 0x08,
+    VELK_OFF_BWT = 0x10,
+    VELK_OFF_ST = 0x20,
+    VELK_OFF_RLE = 0x40,
+    VELK_OFF_DCE = 0x80
+};
+
+#define VELK_MIN_BLOCK_SIZE 131072u   // 128 KiB
+#define VELK_MAX_BLOCK_SIZE 16776192u // 16383 KiB
+#define VELK_MAX_THREADS 256u
+#define VELK_HEADER_SIZE 18u     // bytes before the first record of an archive
+#define VELK_RECORD_HEAD_SIZE 5u // bytes of a record before its data
+
+// An input size that is not known beforehand.
+#define VELK_SIZE_UNKNOWN UINT64_MAX
+
+// The settings of a call. Set them by velk_options_init first, then change what is to
+// differ: what a later version adds has its default there. A null pointer in place of
+// options stands for the defaults. Restoring takes only `threads` and `memory_limit` from
+// them, and the reader only `memory_limit`.
+typedef struct velk_options {
+    uint32_t block_size;      // bytes: VELK_MIN_BLOCK_SIZE to VELK_MAX_BLOCK_SIZE; 0: 2 MiB
+    uint32_t threads;         // at most so many work; 0: one a processor; above
+                              // VELK_MAX_THREADS: VELK_MAX_THREADS
+    uint64_t memory_limit;    // bytes; 0: none. Where it is too low for the threads,
+                              // fewer work; for one: VELK_ERROR_MEMORY
+    uint8_t stages_off;       // VELK_OFF_...; of BWT and ST at least one. Default: ST
+    uint8_t fixed_block_size; // 1: `block_size` even for a shorter input
+    uint8_t no_fallback;      // 1: sorting and coding are kept even where they do not pay
+    uint8_t reserved[45];     // 0
+} velk_options;
+
+VELK_API void velk_options_init(velk_options *options);
+
+// ---- Memory to memory
+
+// The most bytes that an archive of `size` bytes takes with these options; some inputs
+// take them all. 0 for options out of bounds and for sums beyond SIZE_MAX.
+VELK_API size_t velk_compress_bound(size_t size, const velk_options *options);
+
+// Writes the archive of the `in_size` bytes of `in` to `out`, which has room for
+// `capacity` bytes and does not overlap `in`. A null pointer will do for no bytes.
+// *out_size: the archive's bytes; after an error, how many bytes of `out` were written.
+VELK_API velk_status velk_compress(const velk_options *options, const void *in, size_t in_size,
+                                   void *out, size_t capacity, size_t *out_size);
+
+// *bound: no fewer bytes than the archive restores to, from its header and record heads
+// alone: up to one block size more than the original has, and 100 bytes a block.
+// VELK_ERROR_FORMAT or VELK_ERROR_DAMAGED as from velk_decompress, with *bound = 0.
+VELK_API velk_status velk_decompress_bound(const void *archive, size_t size, uint64_t *bound);
+
+// Restores the archive into `out`, which has room for `capacity` bytes and does not
+// overlap it. *out_size: the bytes restored; after an error, those of the blocks before it.
+// Whatever the bytes of the archive, nothing is read or written outside the buffers.
+// VELK_ERROR_FORMAT for what does not begin as an archive does, and for a header that no
+// compressor writes; VELK_ERROR_DAMAGED for all that a check finds, and what is cut short.
+VELK_API velk_status velk_decompress(const velk_options *options, const void *archive, size_t size,
+                                     void *out, size_t capacity, size_t *out_size);
+
+// ---- Streams
+
+// Callbacks of one call, all called by the thread that made it, never two at once. None
+// may leave the call by an exception or longjmp.
+typedef struct velk_stream {
+    void *user; // handed to each callback
+
+    // Puts up to `size` bytes, size > 0, into `buffer` and returns how many: fewer will do,
+    // 0 is the end of the input, below 0 a failure. As read(2).
+    int64_t (*read)(void *user, void *buffer, size_t size);
+
+    // Takes up to `size` bytes, size > 0, of `buffer` and returns how many: at least 1;
+    // anything else is a failure. What is left is handed over once more. As write(2).
+    int64_t (*write)(void *user, const void *buffer, size_t size);
+
+    // Called after each block has been written, with the input bytes that were taken for
+    // the output so far, and the output bytes. Any value but 0 ends the call with
+    // VELK_CANCELLED. May be null.
+    int (*progress)(void *user, uint64_t bytes_in, uint64_t bytes_out);
+
+    void *reserved[4]; // null
+} velk_stream;
+
+// Compresses `input_size` bytes of the stream, and reads no more than them. Fewer:
+// VELK_ERROR_READ, after the blocks that there were. VELK_SIZE_UNKNOWN: all up to the end
+// of the input. An input that then fits into one block gives the archive of a known size;
+// of a longer one, machine code comes out up to 0.3 % larger than with its size known.
+//
+// Errors come in the order of the blocks, as if one thread did all: what was written before
+// is the beginning of the archive. Threads that can't be had, and memory for them, only
+// make the call slower, as long as there is enough for one.
+VELK_API velk_status velk_compress_stream(const velk_options *options, const velk_stream *stream,
+                                          uint64_t input_size);
+
+// Restores the archive that the stream's input is, up to the end of the input or a record
+// of length 0. Errors as in velk_decompress and velk_compress_stream: what was written
+// before one is what the blocks before it hold.
+VELK_API velk_status velk_decompress_stream(const velk_options *options, const velk_stream *stream);
+
+// ---- Random access
+
+// An archive opened to read its original at any place. One thread at a time; any number of
+// readers over one archive.
+typedef struct velk_reader velk_reader;
+
+// Puts up to `size` bytes, size > 0, of the archive from `offset` on into `buffer` and
+// returns how many: fewer will do, 0 is the end of the archive, below 0 a failure. As
+// pread(2).
+typedef int64_t velk_read_at(void *user, uint64_t offset, void *buffer, size_t size);
+
+// Walks the archive's record heads, once, and keeps where the records lie: 8 bytes a block,
+// and up to as many spare ones. *reader: the reader; null after an error. `read_at` is
+// called with `user`, only inside calls of this reader's functions.
+VELK_API velk_status velk_reader_open(velk_reader **reader, const velk_options *options,
+                                      velk_read_at *read_at, void *user);
+
+// Gives back the reader's memory; null will do.
+VELK_API void velk_reader_close(velk_reader *reader);
+
+// *size: the bytes of the original. The first call decodes the last block.
+//
+// The reader takes it that each block but the last restores to the block size, as all
+// compressors write them. Where it decodes one that does not, here or in velk_reader_read,
+// the call ends with VELK_ERROR_FORMAT: such archives can only be restored from their start.
+VELK_API velk_status velk_reader_size(velk_reader *reader, uint64_t *size);
+
+// Puts the `size` bytes of the original from `offset` on into `buffer`; as many as there are
+// before its end. *read_size: how many; after an error, how many are right. The block
+// decoded last is kept, so that small reads in a row decode each block once.
+VELK_API velk_status velk_reader_read(velk_reader *reader, uint64_t offset, void *buffer,
+                                      size_t size, size_t *read_size);
+
+// ---- Single blocks
+//
+// An archive is its header and one record a block, one after the other:
+//
+//   | header: VELK_HEADER_SIZE bytes | record | record | ...
+//
+// Each block but the last holds velk_block_size bytes of the input, and no record needs
+// another one: any machine may make and restore any of them.
+
+// Bytes of each block but the last; 0 for options out of bounds.
+VELK_API uint32_t velk_block_size(const velk_options *options, uint64_t input_size);
+
+// Writes the VELK_HEADER_SIZE bytes of an archive's header.
+VELK_API velk_status velk_write_header(const velk_options *options, uint64_t input_size,
+                                       void *header);
+
+// Reads the VELK_HEADER_SIZE bytes of a header: sets `options` to the defaults and in them
+// `block_size`, `fixed_block_size` = 1 and `stages_off`. VELK_ERROR_FORMAT or
+// VELK_ERROR_DAMAGED for anything but a header that velk_write_header writes.
+VELK_API velk_status velk_read_header(const void *header, velk_options *options);
+
+// The memory to compress blocks, one after the other. One thread at a time.
+typedef struct velk_encoder velk_encoder;
+
+// For blocks of an input of `input_size` bytes. Give a size not yet known as what it may
+// become: machine code comes out larger where it is far from the truth. `threads` is of no
+// account. *encoder: null after an error.
+VELK_API velk_status velk_encoder_new(velk_encoder **encoder, const velk_options *options,
+                                      uint64_t input_size);
+VELK_API void velk_encoder_free(velk_encoder *encoder);
+
+// Writes the record of a block of 1 to velk_block_size bytes to `record`, which has room for
+// `capacity` bytes and does not overlap `block`; velk_compress_bound(block_size, options)
+// - VELK_HEADER_SIZE is always enough. *record_size: its bytes, 0 after an error.
+VELK_API velk_status velk_encode_block(velk_encoder *encoder, const void *block, size_t block_size,
+                                       void *record, size_t capacity, size_t *record_size);
+
+// The memory to restore blocks, one after the other. One thread at a time.
+typedef struct velk_decoder velk_decoder;
+
+// For records of the archive that begins with these VELK_HEADER_SIZE bytes; of the options
+// `memory_limit` counts. Errors as from velk_read_header; *decoder: null after one.
+VELK_API velk_status velk_decoder_new(velk_decoder **decoder, const velk_options *options,
+                                      const void *header);
+VELK_API void velk_decoder_free(velk_decoder *decoder);
+
+// *size: bytes of the record that begins with these VELK_RECORD_HEAD_SIZE bytes, the head
+// included; 0 for the head that ends an archive before the end of its file.
+// VELK_ERROR_DAMAGED when the head's check fails. A record longer than N + 105 bytes, N the
+// archive's block size, is damaged too.
+VELK_API velk_status velk_record_size(const void *head, size_t *size);
+
+// Restores the block of a record, `record_size` bytes with the head, to `block`, which has
+// room for `capacity` bytes and does not overlap `record`. A block of a compressor has at
+// most the archive's block size; another archive may hold up to 100 bytes more.
+// *block_size: its bytes, 0 after an error.
+VELK_API velk_status velk_decode_block(velk_decoder *decoder, const void *record,
+                                       size_t record_size, void *block, size_t capacity,
+                                       size_t *block_size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,167 @@
+#include "api/block_queue.h"
+
+#include <cstdlib>
+#include <cstring>
+#ifndef _WIN32
+#include <csignal>
+#endif
+
+struct Worker {
+    BlockQueue *queue;
+    CoderContext context;
+    pthread_t thread;
+    Slot slots[2];
+    Worker *next;
+};
+
+namespace {
+
+void code_in(const Coder &coder, CoderContext &context, Slot &slot) {
+    std::memcpy(context.buf_in, slot.data, slot.length);
+    context.in_len = slot.length;
+    slot.whole = coder.code(context, slot.bytes_in);
+    if (!slot.whole) return;
+    std::memcpy(slot.data, context.buf_out, context.out_len);
+    slot.length = context.out_len;
+}
+
+void *work(void *argument) {
+    Worker &worker = *static_cast<Worker *>(argument);
+    BlockQueue &queue = *worker.queue;
+    pthread_mutex_lock(&queue.mutex);
+    for (;;) {
+        while (queue.waiting == nullptr && !queue.closing)
+            pthread_cond_wait(&queue.submitted, &queue.mutex);
+        if (queue.closing) break;
+        Slot *const slot = queue.waiting;
+        queue.waiting = slot->next;
+        pthread_mutex_unlock(&queue.mutex);
+        code_in(*queue.coder, worker.context, *slot);
+        pthread_mutex_lock(&queue.mutex);
+        slot->done = true;
+        pthread_cond_signal(&queue.coded);
+    }
+    pthread_mutex_unlock(&queue.mutex);
+    return nullptr;
+}
+
+// The program's signals are for the program's threads.
+bool start_thread(Worker &worker) {
+#ifndef _WIN32
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+#endif
+    const bool started = pthread_create(&worker.thread, nullptr, work, &worker) == 0;
+#ifndef _WIN32
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+#endif
+    return started;
+}
+
+void give_slot_back(BlockQueue &queue, Slot *slot) {
+    slot->next = queue.free_slots;
+    queue.free_slots = slot;
+}
+
+// Takes over the context's memory if it returns true.
+bool add_worker(BlockQueue &queue, const CoderContext &context) {
+    const std::size_t room = context.capacity;
+    Worker *const worker = static_cast<Worker *>(std::calloc(1, sizeof(Worker)));
+    std::uint8_t *const data = static_cast<std::uint8_t *>(std::malloc(2 * room));
+    if (worker != nullptr && data != nullptr) {
+        worker->queue = &queue;
+        worker->context = context;
+        if (start_thread(*worker)) {
+            worker->next = queue.workers;
+            queue.workers = worker;
+            ++queue.worker_count;
+            for (std::size_t i = 0; i < 2; ++i) {
+                worker->slots[i].data = data + i * room;
+                give_slot_back(queue, &worker->slots[i]);
+            }
+            return true;
+        }
+    }
+    std::free(data);
+    std::free(worker);
+    return false;
+}
+
+} // namespace
+
+bool open_queue(BlockQueue &queue, const Coder &coder, const CoderContext &first,
+                std::uint32_t block_size, std::uint32_t max_workers) {
+    queue.coder = &coder;
+    queue.model.settings = first.settings;
+    queue.model.file_size = first.file_size;
+    queue.block_size = block_size;
+    queue.max_workers = max_workers;
+    return add_worker(queue, first);
+}
+
+Slot *free_slot(BlockQueue &queue) {
+    if (queue.under_way >= queue.worker_count && queue.worker_count < queue.max_workers) {
+        CoderContext context = queue.model;
+        if (queue.coder->alloc(context, queue.block_size) == 0) {
+            queue.max_workers = queue.worker_count;
+        } else if (!add_worker(queue, context)) {
+            queue.coder->free(context);
+            queue.max_workers = queue.worker_count;
+        }
+    }
+    Slot *const slot = queue.free_slots;
+    if (slot != nullptr) queue.free_slots = slot->next;
+    return slot;
+}
+
+void submit(BlockQueue &queue, Slot *slot) {
+    ++queue.under_way;
+    pthread_mutex_lock(&queue.mutex);
+    slot->done = false;
+    slot->next = nullptr;
+    if (queue.oldest == nullptr) {
+        queue.oldest = slot;
+    } else {
+        queue.newest->next = slot;
+    }
+    queue.newest = slot;
+    if (queue.waiting == nullptr) queue.waiting = slot;
+    pthread_cond_signal(&queue.submitted);
+    pthread_mutex_unlock(&queue.mutex);
+}
+
+Slot *oldest_done(BlockQueue &queue, bool wait) {
+    pthread_mutex_lock(&queue.mutex);
+    Slot *slot = queue.oldest;
+    while (wait && slot != nullptr && !slot->done)
+        pthread_cond_wait(&queue.coded, &queue.mutex);
+    if (slot != nullptr && !slot->done) slot = nullptr;
+    pthread_mutex_unlock(&queue.mutex);
+    return slot;
+}
+
+void retire(BlockQueue &queue, Slot *slot) {
+    --queue.under_way;
+    queue.oldest = slot->next;
+    give_slot_back(queue, slot);
+}
+
+void close_queue(BlockQueue &queue) {
+    pthread_mutex_lock(&queue.mutex);
+    queue.closing = true;
+    pthread_cond_broadcast(&queue.submitted);
+    pthread_mutex_unlock(&queue.mutex);
+    // Any worker may be at work on any other's slot.
+    for (Worker *worker = queue.workers; worker != nullptr; worker = worker->next)
+        pthread_join(worker->thread, nullptr);
+    while (Worker *const worker = queue.workers) {
+        queue.workers = worker->next;
+        queue.coder->free(worker->context);
+        std::free(worker->slots[0].data);
+        std::free(worker);
+    }
+    pthread_cond_destroy(&queue.coded);
+    pthread_cond_destroy(&queue.submitted);
+    pthread_mutex_destroy(&queue.mutex);
+}

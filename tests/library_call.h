@@ -1,0 +1,57 @@
+// libvelk called on byte vectors and through callbacks that misbehave.
+#pragma once
+
+#include "data.h"
+#include "velk.h"
+
+velk_options options_with(std::uint32_t threads, std::uint32_t block_size = VELK_MIN_BLOCK_SIZE);
+
+struct Outcome {
+    velk_status status;
+    Bytes bytes; // what was written
+    bool operator==(const Outcome &) const = default;
+};
+
+Outcome compress(const velk_options &options, const Bytes &in);
+// capacity: of the output.
+Outcome decompress(const velk_options &options, const Bytes &archive, std::size_t capacity);
+
+enum class Fault {
+    kNone,
+    kReadFails,
+    kReadEnds,    // early
+    kReadTooMuch, // more than was asked for
+    kWriteFails,
+    kWriteNothing,
+    kWriteTooMuch,
+    kCancel,
+};
+
+// A stream over byte vectors that reads and writes less than it is asked to.
+struct TestStream {
+    explicit TestStream(const Bytes &bytes) : in(bytes) {}
+    velk_stream callbacks();
+
+    const Bytes &in;
+    std::size_t at = 0;
+    Bytes out;
+    Fault fault = Fault::kNone;
+    int calls_before = 0; // the fault's kind of call goes well so many times
+    bool fault_met = false;
+    std::uint64_t told_in = 0, told_out = 0; // by the last call of `progress`
+    Random read_sizes{1}, write_sizes{2};
+};
+
+// What a reader reads from.
+struct TestArchive {
+    const Bytes &bytes;
+    int good_calls = -1; // then one fails; -1: none does
+};
+
+velk_status open_reader(velk_reader *&reader, TestArchive &archive);
+// Reads the original by a reader from its start, in pieces of `piece` bytes.
+Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1);
+
+// Restores the archive in every way that there is and compares with what the program would
+// make of it. Returns what differs; nothing most of the time.
+std::string difference_to_program(const Bytes &archive);

@@ -1,0 +1,336 @@
+// libvelk: the program's bytes by any number of threads, whatever the callbacks do and
+// however little memory there is.
+#include "archive/format.h"
+#include "archive_call.h"
+#include "library_call.h"
+#include "library_memory.h"
+#include "program.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+constexpr std::uint32_t kBlock = VELK_MIN_BLOCK_SIZE;
+
+// Nine blocks and a part, of which no two take the same time.
+const Bytes &mixed() {
+    static const Bytes bytes = [] {
+        Bytes b = join({prose(300000, 70, "\r\n", 1), code(400000, 2), records(200000, 4, 3),
+                        random_bytes(150000, 256, 4), runs(250000, 5)});
+        b.resize(9 * kBlock + 12345);
+        return b;
+    }();
+    return bytes;
+}
+
+const Bytes &mixed_archive() {
+    static const Bytes archive = compress(options_with(1), mixed()).bytes;
+    return archive;
+}
+
+TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
+    const ScratchFolder scratch;
+    const struct {
+        const char *switches;
+        velk_options options;
+        std::size_t size;
+    } cases[] = {
+        {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, {}}, mixed().size()},
+        {"-b200t", {204800, 0, 0, VELK_OFF_BWT, 0, 0, {}}, mixed().size()},
+        {"-b128zedfo", {kBlock, 0, 0, 0xAB, 0, 1, {}}, 3 * kBlock},
+        {"-a", {0, 0, 0, VELK_OFF_ST, 1, 0, {}}, 1000},
+        {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, {}}, kBlock + 1},
+        {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, {}}, 0},
+    };
+    for (auto c : cases) {
+        const Bytes in = first_bytes(mixed(), c.size);
+        write_file(scratch.input, in);
+        ASSERT_EQ(run_velk({"e", scratch.input, scratch.archive, c.switches}).status, 0);
+        const Bytes archive = read_file(scratch.archive);
+        const std::uint32_t most_threads = c.size == mixed().size() ? 8 : 2;
+        for (c.options.threads = 0; c.options.threads <= most_threads; ++c.options.threads) {
+            SCOPED_TRACE(std::string(c.switches) + " " + std::to_string(c.options.threads));
+            EXPECT_EQ(compress(c.options, in), (Outcome{VELK_OK, archive}));
+            EXPECT_EQ(decompress(c.options, archive, in.size()), (Outcome{VELK_OK, in}));
+            if (in.empty()) continue;
+            EXPECT_EQ(decompress(c.options, archive, in.size() - 1),
+                      (Outcome{VELK_ERROR_SPACE, first_bytes(in, in.size() - 1)}));
+        }
+        TestStream known(in), unknown(in);
+        velk_stream callbacks = known.callbacks();
+        EXPECT_EQ(velk_compress_stream(&c.options, &callbacks, in.size()), VELK_OK);
+        EXPECT_EQ(known.out, archive);
+        // Without the FLT32 filter, or within a block, the size is of no account.
+        callbacks = unknown.callbacks();
+        EXPECT_EQ(velk_compress_stream(&c.options, &callbacks, VELK_SIZE_UNKNOWN), VELK_OK);
+        EXPECT_EQ(decompress(c.options, unknown.out, in.size()), (Outcome{VELK_OK, in}));
+        const bool sized = in.size() > kBlock + 1 && (c.options.stages_off & VELK_OFF_FLT32) == 0;
+        EXPECT_TRUE(sized || unknown.out == archive);
+    }
+}
+
+// What the stages can add at most, and small blocks that take it.
+TEST(Library, BoundIsReachedAndNeverPassed) {
+    const struct {
+        int stages_off;
+        bool no_fallback;
+        std::size_t added;
+    } cases[] = {{VELK_OFF_ST, false, 29}, {VELK_OFF_ST | VELK_OFF_DCE, false, 18},
+                 {VELK_OFF_ST, true, 29},  {VELK_OFF_BWT, true, 28},
+                 {0xFF, true, 12},         {0xFF, false, 9}};
+    for (const auto &c : cases) {
+        velk_options options = options_with(1);
+        options.stages_off = static_cast<std::uint8_t>(c.stages_off);
+        options.no_fallback = c.no_fallback;
+        std::size_t most = 0;
+        for (const std::uint32_t seed : {1218u, 13u, 3u}) {
+            Random random(seed);
+            const std::uint32_t n = 2 + random.below(1200);
+            Bytes block = random_bytes(n, 4 + random.below(252), seed);
+            block[0] = '\n';
+            const Outcome outcome = compress(options, block); // with the bound as capacity
+            ASSERT_EQ(outcome.status, VELK_OK);
+            most = std::max(most + n, outcome.bytes.size()) - n;
+        }
+        EXPECT_EQ(most, VELK_HEADER_SIZE + VELK_RECORD_HEAD_SIZE + c.added);
+        EXPECT_EQ(velk_compress_bound(3 * kBlock + 1, &options),
+                  3 * kBlock + 1 + VELK_HEADER_SIZE + 4 * (VELK_RECORD_HEAD_SIZE + c.added));
+    }
+    EXPECT_EQ(velk_compress_bound(SIZE_MAX, nullptr), 0u);
+}
+
+// With no stage that takes time.
+velk_options quick_options(std::uint32_t threads) {
+    velk_options options = options_with(threads);
+    options.stages_off = 0xFF;
+    return options;
+}
+
+// Each kind of call goes wrong at each of its calls; threads change nothing of what was
+// written by then.
+TEST(Library, FaultsOfCallbacksAtEveryCall) {
+    const struct {
+        Fault fault;
+        velk_status status;
+    } cases[] = {{Fault::kReadFails, VELK_ERROR_READ},     {Fault::kReadTooMuch, VELK_ERROR_READ},
+                 {Fault::kReadEnds, VELK_ERROR_READ},      {Fault::kWriteFails, VELK_ERROR_WRITE},
+                 {Fault::kWriteNothing, VELK_ERROR_WRITE}, {Fault::kWriteTooMuch, VELK_ERROR_WRITE},
+                 {Fault::kCancel, VELK_CANCELLED}};
+    const Bytes in = first_bytes(mixed(), 4 * kBlock + 10);
+    const Bytes archive = compress(quick_options(1), in).bytes;
+    const auto run = [&](bool restoring, Fault fault, int call, std::uint32_t threads,
+                         TestStream &stream) {
+        stream.fault = fault;
+        stream.calls_before = call;
+        const velk_stream callbacks = stream.callbacks();
+        const velk_options options = quick_options(threads);
+        return restoring ? velk_decompress_stream(&options, &callbacks)
+                         : velk_compress_stream(&options, &callbacks, in.size());
+    };
+    for (int i = 0; i < 14; ++i) {
+        const auto &[fault, failure] = cases[i / 2];
+        const bool restoring = i % 2 != 0;
+        if (restoring && fault == Fault::kReadEnds) continue; // a damaged archive
+        const Bytes &from = restoring ? archive : in, &to = restoring ? in : archive;
+        for (int call = 0, met = true; met; ++call) {
+            TestStream one(from), three(from);
+            const velk_status status = run(restoring, fault, call, 1, one);
+            EXPECT_EQ(run(restoring, fault, call, 3, three), status);
+            ASSERT_EQ(three.out, one.out) << i << ", call " << call;
+            met = one.fault_met;
+            ASSERT_EQ(status, met ? failure : VELK_OK) << i << ", call " << call;
+            ASSERT_EQ(one.out, first_bytes(to, met ? one.out.size() : to.size()));
+            if (met) continue;
+            EXPECT_EQ(three.told_in, from.size());
+            EXPECT_EQ(three.told_out, to.size());
+        }
+    }
+}
+
+// What each function takes, one after the other.
+velk_status take_all_kinds_of_memory(const Bytes &in, const Bytes &archive) {
+    const velk_options options = quick_options(3);
+    const Outcome compressed = compress(options, in);
+    EXPECT_TRUE(compressed.status != VELK_OK || compressed.bytes == archive);
+    if (compressed.status != VELK_OK) return compressed.status;
+    const Outcome restored = decompress(options, archive, in.size());
+    EXPECT_TRUE(restored.status != VELK_OK || restored.bytes == in);
+    if (restored.status != VELK_OK) return restored.status;
+    TestStream stream(in);
+    const velk_stream callbacks = stream.callbacks();
+    velk_status status = velk_compress_stream(&options, &callbacks, VELK_SIZE_UNKNOWN);
+    if (status != VELK_OK) return status;
+    velk_reader *reader;
+    velk_encoder *encoder = nullptr;
+    velk_decoder *decoder = nullptr;
+    TestArchive test{archive};
+    status = open_reader(reader, test);
+    if (status == VELK_OK) status = velk_encoder_new(&encoder, &options, in.size());
+    if (status == VELK_OK) status = velk_decoder_new(&decoder, nullptr, archive.data());
+    velk_reader_close(reader);
+    velk_encoder_free(encoder);
+    velk_decoder_free(decoder);
+    return status;
+}
+
+// With the first allocations, or threads, only: done by fewer threads, or not enough
+// memory, and nothing is kept.
+TEST(Library, AllocationsAndThreadsThatFail) {
+    const Bytes in = first_bytes(mixed(), 5 * kBlock);
+    const Bytes archive = compress(quick_options(1), in).bytes;
+    for (const bool threads_fail : {false, true}) {
+        bool failed = true;
+        for (int good = 0; failed; ++good) {
+            memory_watch.restart(threads_fail ? -1 : good, threads_fail ? good : -1);
+            const velk_status status = take_all_kinds_of_memory(in, archive);
+            failed = memory_watch.failed;
+            EXPECT_TRUE(status == VELK_OK || (!threads_fail && status == VELK_ERROR_MEMORY));
+            EXPECT_EQ(memory_watch.held, 0) << good;
+        }
+    }
+    memory_watch.restart(-1, -1);
+}
+
+// The figures of the header, up to the pages that allocations are rounded to.
+TEST(Library, MemoryLimit) {
+    const Bytes &in = mixed(), &archive = mixed_archive();
+    const auto check = [&](std::uint64_t limit, std::uint64_t threads, bool restoring) {
+        velk_options options = options_with(4);
+        options.memory_limit = limit;
+        memory_watch.restart(-1, -1);
+        EXPECT_EQ(restoring ? decompress(options, archive, in.size()) : compress(options, in),
+                  (Outcome{VELK_OK, restoring ? in : archive}));
+        const auto most = static_cast<std::uint64_t>(memory_watch.most_held);
+        EXPECT_LE(most, limit + threads * (32 << 10));
+        EXPECT_TRUE(threads > 1 || most + (32 << 10) > limit); // several may find no work
+    };
+    for (std::uint64_t threads = 1; threads <= 3; ++threads) {
+        const std::uint64_t waiting = threads == 1 ? 0 : 2 * kBlock;
+        check(threads * (kBlock * 17 / 2 + waiting + (770 << 10)), threads, false);
+        check(threads * (kBlock * 5 + waiting + (330 << 10)), threads, true);
+    }
+    velk_options options = options_with(1);
+    options.memory_limit = kBlock * 5;
+    EXPECT_EQ(compress(options, in).status, VELK_ERROR_MEMORY);
+    EXPECT_EQ(decompress(options, archive, in.size()).status, VELK_ERROR_MEMORY);
+}
+
+TEST(Library, SettingsOutOfBounds) {
+    const velk_options wrong[] = {
+        {kBlock - 1, 1, 0, 0x20, 0, 0, {}}, {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, {}},
+        {kBlock, 1, 0, 0, 0, 0, {}},        {kBlock, 1, 0, 0x20, 2, 0, {}},
+        {kBlock, 1, 0, 0x20, 0, 2, {}},     {kBlock, 1, 0, 0x20, 0, 0, {0, 1}}};
+    for (const velk_options &options : wrong) {
+        EXPECT_EQ(velk_compress_bound(1, &options), 0u);
+        EXPECT_EQ(velk_block_size(&options, 1), 0u);
+        EXPECT_EQ(compress(options, {}).status, VELK_ERROR_ARGUMENT);
+        EXPECT_EQ(decompress(options, mixed_archive(), 0).status, VELK_ERROR_ARGUMENT);
+    }
+}
+
+TEST(Library, ReaderFindsEveryPlace) {
+    Random random(7);
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, std::size_t{2 * kBlock}, mixed().size()}) {
+        const Bytes in = first_bytes(mixed(), size);
+        // What follows the end mark is no part of the archive.
+        Bytes archive = join({compress(options_with(2), in).bytes, Bytes(7)});
+        put_record_head(&archive[archive.size() - 7], 0);
+        velk_reader *reader;
+        TestArchive test{archive};
+        ASSERT_EQ(open_reader(reader, test), VELK_OK);
+        for (int i = 0; i < 30; ++i) {
+            const std::size_t at = random.below(static_cast<std::uint32_t>(size + 10));
+            Bytes piece(random.below(i % 2 == 0 ? 100 : 3 * kBlock));
+            std::size_t got;
+            ASSERT_EQ(velk_reader_read(reader, at, piece.data(), piece.size(), &got), VELK_OK);
+            const std::size_t begin = std::min(at, size), end = std::min(at + piece.size(), size);
+            ASSERT_EQ(first_bytes(piece, got), Bytes(in.begin() + static_cast<long>(begin),
+                                                     in.begin() + static_cast<long>(end)));
+        }
+        std::uint64_t told;
+        EXPECT_EQ(velk_reader_size(reader, &told), VELK_OK);
+        EXPECT_EQ(told, size);
+        velk_reader_close(reader);
+    }
+    const Bytes in = first_bytes(mixed(), kBlock + 1000);
+    const Bytes archive = compress(options_with(1), in).bytes;
+    Outcome read{VELK_ERROR_READ, {}};
+    for (int good = 0; read.status == VELK_ERROR_READ; ++good) {
+        read = read_all(archive, 100000, good);
+        ASSERT_EQ(read.bytes, first_bytes(in, read.bytes.size()));
+    }
+    EXPECT_EQ(read, (Outcome{VELK_OK, in}));
+    const Bytes block = first_bytes(in, 1000);
+    EXPECT_EQ(read_all(make_archive(0x20, {block, block}), 5000).status, VELK_ERROR_FORMAT);
+}
+
+// Records made and restored in any order.
+TEST(Library, SingleBlocksMakeTheSameArchive) {
+    const velk_options options = options_with(1);
+    const Bytes &in = mixed();
+    Bytes archive(VELK_HEADER_SIZE), restored(kBlock);
+    ASSERT_EQ(velk_write_header(&options, in.size(), archive.data()), VELK_OK);
+    velk_options read;
+    ASSERT_EQ(velk_read_header(archive.data(), &read), VELK_OK);
+    EXPECT_EQ(velk_block_size(&read, 0), velk_block_size(&options, in.size()));
+    velk_encoder *encoder;
+    velk_decoder *decoder;
+    ASSERT_EQ(velk_encoder_new(&encoder, &options, in.size()), VELK_OK);
+    ASSERT_EQ(velk_decoder_new(&decoder, nullptr, archive.data()), VELK_OK);
+    std::vector<Bytes> records(in.size() / kBlock + 1, Bytes(2 * kBlock));
+    for (std::size_t i = records.size(); i-- > 0;) {
+        Bytes &record = records[i];
+        const std::uint8_t *const block = &in[i * kBlock];
+        const std::size_t length = std::min<std::size_t>(kBlock, in.size() - i * kBlock);
+        std::size_t size, told, got;
+        ASSERT_EQ(velk_encode_block(encoder, block, length, record.data(), record.size(), &size),
+                  VELK_OK);
+        EXPECT_EQ(velk_record_size(record.data(), &told), VELK_OK);
+        EXPECT_EQ(told, size);
+        const auto decode = [&](std::size_t of_record) {
+            return velk_decode_block(decoder, record.data(), of_record, restored.data(), length,
+                                     &got);
+        };
+        EXPECT_EQ(decode(size - 1), VELK_ERROR_DAMAGED);
+        ASSERT_EQ(decode(size), VELK_OK);
+        EXPECT_TRUE(got == length && std::equal(block, block + length, restored.begin()));
+        record.resize(size);
+    }
+    for (const Bytes &record : records)
+        archive = join({archive, record});
+    EXPECT_EQ(archive, mixed_archive());
+    velk_encoder_free(encoder);
+    velk_decoder_free(decoder);
+}
+
+TEST(Library, DamagedArchivesEndAsInTheProgram) {
+    const Bytes block = prose(400, 60, "\n", 1);
+    const Bytes archive = make_archive(0x20, {block, block, block});
+    for (std::size_t at = 0; at < archive.size(); ++at) {
+        ASSERT_EQ(difference_to_program(first_bytes(archive, at)), "") << at;
+        Bytes damaged = archive;
+        damaged[at] ^= static_cast<std::uint8_t>(1 << at % 8);
+        ASSERT_EQ(difference_to_program(damaged), "") << at;
+    }
+}
+
+// For the thread sanitizer.
+TEST(Library, TwoCallsAtOnce) {
+    const auto work = [] {
+        for (const std::uint32_t threads : {2u, 1u}) {
+            const velk_options options = options_with(threads);
+            EXPECT_EQ(compress(options, mixed()).bytes, mixed_archive());
+            EXPECT_EQ(decompress(options, mixed_archive(), mixed().size()).bytes, mixed());
+        }
+        EXPECT_EQ(read_all(mixed_archive(), 200000).bytes, mixed());
+    };
+    mixed_archive();
+    std::thread other(work);
+    work();
+    other.join();
+}
+
+} // namespace

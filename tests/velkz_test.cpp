@@ -1,0 +1,281 @@
+// velkz as a shell runs it: files, streams, signals, a terminal.
+#include "program.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Case {
+    const char *name, *script;
+    std::string output = {}; // of both streams
+    int status = 0;
+};
+
+std::string damage(const std::string &name) {
+    return "velkz: " + name +
+           ": block 2 at offset 32301 is damaged or cut short; 'velkinfo salvage' may restore the "
+           "others\n";
+}
+
+// Each script runs in a folder with `text` and `code`; with the extension .ref what VELK
+// makes of them, in four blocks; and bad.velk, text.ref with its second block damaged.
+class Velkz : public testing::Test, protected ScratchFolder {
+protected:
+    void SetUp() override {
+        fs::create_directory(bin);
+        fs::create_directory(files);
+        for (const std::string program : {"velkz", "unvelkz", "velkcat"}) {
+            const std::string name = bin + "/" + program;
+            write_file(name, to_bytes("#!/bin/sh\nexec " VELK_EMULATOR " '" VELKZ_FOLDER "/" +
+                                      program + "' \"$@\"\n"));
+            fs::permissions(name, fs::perms::owner_all);
+        }
+        write_file(files + "/text", prose(400001, 70, "\n", 1));
+        write_file(files + "/code", code(400001, 2));
+        for (const std::string name : {"/text", "/code"})
+            run_velk({"e", files + name, files + name + ".ref", "-b128"});
+        Bytes damaged = read_file(files + "/text.ref");
+        damaged[damaged.size() * 5 / 8] ^= 1;
+        write_file(files + "/bad.velk", damaged);
+    }
+    // The script in a folder of its own, where velkz is found.
+    std::string prepare(const char *script) const {
+        const std::string here = path("here");
+        fs::remove_all(here);
+        fs::copy(files, here);
+        return "cd '" + here + "'; PATH='" + bin + "':$PATH\n" + script;
+    }
+    void expect(const std::vector<Case> &cases) const {
+        for (const Case &c : cases) {
+            const std::string log = path("log");
+            const std::string script = "(" + prepare(c.script) + "\n) >'" + log + "' 2>&1";
+            const int status = std::system(script.c_str());
+            const Bytes bytes = read_file(log);
+            EXPECT_EQ(std::string(bytes.begin(), bytes.end()), c.output) << c.name;
+            EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, c.status) << c.name;
+        }
+    }
+    // All that a terminal shows where these keys are pressed.
+    std::string on_terminal(const char *text, const std::string &keys = "") const {
+        const std::string script = prepare(text);
+        int terminal;
+        const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+        if (child == 0) {
+            execl("/bin/sh", "sh", "-c", script.c_str(), nullptr);
+            _exit(127);
+        }
+        EXPECT_EQ(write(terminal, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+        std::string shown;
+        char part[4096];
+        for (ssize_t got; (got = read(terminal, part, sizeof part)) > 0;)
+            shown.append(part, static_cast<std::size_t>(got));
+        close(terminal);
+        waitpid(child, nullptr, 0);
+        return shown;
+    }
+
+private:
+    const std::string bin = path("bin"), files = path("files");
+};
+
+TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
+    expect({
+        {"file", "velkz -b128K text; cmp text.velk text.ref; cp text a; unvelkz -f text.velk\n"
+                 "cmp text a"},
+        {"threads", R"sh(for t in 1 2 3 4 5 6 7 8; do
+            velkz -T$t -b128K <code | cmp - code.ref && velkcat -T$t code.ref | cmp - code || exit
+        done)sh"},
+        {"size told", "cat code | velkz --size 400001 -b 131072 | cmp - code.ref"},
+        {"size unknown", "cat code | velkz -b128k | unvelkz | cmp - code"},
+        {"in one block", "cat code | velkz -9 >a; velkz code -9 -o b; cmp a b"},
+        {"standard input from where it stands", R"sh(tail -c +10 text >a
+            { dd bs=9 count=1 of=b status=none; velkz; } <text | velkcat | cmp - a)sh"},
+        {"made up as it is read", "velkz -c /proc/version | velkcat | cmp - /proc/version"},
+        {"tar", "tar -I velkz -cf a.tar text; tar -I velkz -xOf a.tar text | cmp - text"},
+        {"several", "velkz text code; cat text code >a; velkcat text.velk code.velk | cmp - a"},
+        {"ranges", R"sh(for r in 0:5 131000:200000 131071:1 9:0 1K:200K; do
+            dd if=code of=a iflag=skip_bytes,count_bytes skip=${r%:*} count=${r#*:} status=none
+            velkcat --range $r code.ref | cmp - a || echo $r
+        done; velkcat --range 400001: text.ref; velkcat --range 399999: code.ref | wc -c)sh",
+         "2\n"},
+        {"list", R"sh(velkz -l - text.ref <code.ref | awk '{ print $2, $4, $5, $6 }'
+            velkz --list text.ref | awk 'NR == 2 { print $1 }' | grep -qx $(wc -c <text.ref))sh",
+         "original blocks block size\n400001 4 131072 standard\n400001 4 131072 text.ref\n"
+         "800002 8 2 archives\n"},
+        {"memory limit", "velkz -b128K -T9 -M3M text -c | velkcat -T9 -M1M | cmp - text"},
+    });
+}
+
+TEST_F(Velkz, SaysWhatIsWrong) {
+    const std::string original_ends = "velkz: text.ref: the original ends at 400001 bytes\n";
+    expect({
+        {"full disk", "velkz -c text >/dev/full",
+         "velkz: standard output: can't be written: No space left on device\n", 1},
+        {"full disk, list", "velkz -l text.ref >/dev/full",
+         "velkz: standard output: can't be written: No space left on device\n", 1},
+        {"closed output", "velkz -c text >&-",
+         "velkz: standard output: can't be written: Bad file descriptor\n", 1},
+        {"closed input", "velkz -o a <&-",
+         "velkz: standard input: can't be read: Bad file descriptor\n", 1},
+        {"reader gone", "{ velkcat text.ref; echo $? >&2; } | :", "141\n"},
+        {"reader gone, told", "trap '' PIPE; { velkcat text.ref || echo $? >&2; } | :",
+         "velkz: standard output: can't be written: Broken pipe\n1\n"},
+        {"damage in a pipe", "cat bad.velk | velkz -d >a; echo $?; head -c 131072 text | cmp - a",
+         damage("standard input") + "1\n"},
+        {"damage in a range",
+         "velkcat --range 9:200000 bad.velk >a; velkcat --range 0:131072 bad.velk | cmp -n131063 "
+         "- a 9",
+         damage("bad.velk")},
+        {"goes on after damage",
+         "velkz -t text.ref bad.velk - code.ref <text; velkz -S .ref -d nothing.ref code.ref -f",
+         damage("bad.velk") + "velkz: standard input: is not a VELK archive\n"
+                              "velkz: nothing.ref: No such file or directory\n",
+         1},
+        {"header", "head -c 17 text.ref | velkz -t",
+         "velkz: standard input: the header is damaged or cut short; 'velkinfo salvage' may "
+         "restore the blocks\n",
+         1},
+        {"more behind the end", "{ cat text.ref; printf '\\34\\0\\0\\0\\0more'; } | velkz -t",
+         "velkz: standard input: what follows the archive's end is left out\n", 2},
+        {"range beyond the end",
+         "velkcat --range 400000:2 text.ref | wc -c; velkcat --range 400002: text.ref",
+         original_ends + "1\n" + original_ends, 2},
+        {"size told wrong",
+         "for n in 400000 400002; do cat text | velkz --size $n -o a; done; cat a",
+         "velkz: standard input: has more than the 400000 bytes of --size\n"
+         "velkz: standard input: ended early, after 400001 bytes\n"
+         "cat: a: No such file or directory\n",
+         1},
+        {"memory limit", "velkz -M 1M text",
+         "velkz: text: the memory limit is too low for blocks of this size\n", 1},
+        {"wrong options", R"sh(while read -r options; do
+            velkz $options </dev/null >>log 2>>log; echo $?
+        done <<end | uniq -c | tr -d ' '; ls a b code.velk
+-b127K a
+-b16M a
+-b1x a
+-M0 a
+-T-1 a
+-Tx a
+-S/ a
+--s=1 a
+--wrong a
+-c text code
+-c text -
+-o b text code
+-to b text.ref
+-co b text
+-c --rm text
+-t --rm text.ref
+-d --range 1:1 text.ref
+-d --range 1 -c text.ref
+--range 1:1 -c text
+-d --rm --range 1:1 -o b text.ref
+--size 9 text code
+end)sh",
+         "211\nls: cannot access 'a': No such file or directory\nls: cannot access 'b': No such "
+         "file or directory\nls: cannot access 'code.velk': No such file or directory\n",
+         2},
+    });
+}
+
+TEST_F(Velkz, LosesNothing) {
+    expect({
+        {"what is there already",
+         "echo old >text.velk; velkz text; cat text.velk; velkz -f text; velkcat text.velk | cmp - "
+         "text",
+         "velkz: text.velk: exists; -f overwrites it\nold\n"},
+        {"what comes meanwhile", R"sh({ until ls .velkz-* >b; do sleep .01; done 2>b
+            echo mine >a; cat text; } | velkz -o a; cat a; ls -A)sh",
+         "velkz: a: exists by now; -f overwrites it\nmine\n"
+         "a\nb\nbad.velk\ncode\ncode.ref\ntext\ntext.ref\n"},
+        {"full disk", "ulimit -f 4; velkz code; ls -A",
+         "velkz: code.velk: can't be written: File too large\n"
+         "bad.velk\ncode\ncode.ref\ntext\ntext.ref\n"},
+        {"the input", R"sh(ln text a; velkz -f text -o a; velkz -f -o text <text; velkz <text >>text
+            cmp text a; velkcat text.ref | cmp - text)sh",
+         "velkz: a: is the input itself\nvelkz: text: is the input itself\n"
+         "velkz: standard output: is the input itself\n"},
+        {"the input removed",
+         "cp text a; velkz --rm a; ls a; velkz -d --rm a.velk; cmp a text; ls *k",
+         "ls: cannot access 'a': No such file or directory\nbad.velk\n"},
+        {"the input kept",
+         R"sh(mkfifo f; cat f >b & velkz --rm -o f code; wait; velkcat b | cmp - code
+            velkz -d --rm bad.velk
+            ls bad.velk; { cat text.ref; printf '\34\0\0\0\0more'; } >c.velk
+            velkz -qd --rm c.velk; cmp c text; ls c.velk)sh",
+         "velkz: code: kept, as the output is not a file of its own\n" + damage("bad.velk") +
+             "bad.velk\nc.velk\n"},
+        {"kinds", R"sh(ln -s text link; mkfifo pipe; mkdir dir; velkz link pipe dir; echo $?
+            velkz -f link; velkcat link.velk | cmp - text; velkz -c link | cmp - link.velk
+            velkz text -o dir; velkz -q pipe)sh",
+         "velkz: link: is a symbolic link, skipped\nvelkz: pipe: is not a regular file, skipped\n"
+         "velkz: dir: is a folder, skipped\n2\nvelkz: dir: is a folder\n",
+         2},
+        {"a link in the output's place",
+         "echo old >a; ln -s a b; velkz -fo b text; cat a; velkcat b | cmp - text", "old\n"},
+        {"another name of a stream", "velkz -o /dev/stdout text >a; velkcat a | cmp - text"},
+        {"suffixes", R"sh(velkz bad.velk; unvelkz code; cp text.ref .ref; unvelkz -S .ref .ref
+            velkz -S _x code; unvelkz -S _x code_x -o a; cmp a code; ls *d.v* .r*)sh",
+         "velkz: bad.velk: has the suffix .velk already, skipped\n"
+         "velkz: code: does not end in .velk, skipped; -o names the output\n"
+         "velkz: .ref: does not end in .ref, skipped; -o names the output\n.ref\nbad.velk\n"},
+        {"names", R"sh(for n in "$(printf 'a\nb\033\377 c')" "$(printf %0250d 1)" -n; do
+                cp text "./$n"; velkz -- "$n"; rm "./$n"; velkz -d -- "$n.velk"; cmp "./$n" text
+            done; velkz -q "$(printf 'a\nb\033\377 c')")sh",
+         "velkz: a?b?\xFF c.velk: exists; -f overwrites it\n", 1},
+        {"mode and times", R"sh(chmod 4664 text; touch -d @981173106.789 text; umask 077
+            velkz text; unvelkz text.velk -o a; velkz <text -o b; cat text | velkz -o c
+            stat -c '%n %a %.3Y' text.velk a b; stat -c %a c)sh",
+         "text.velk 664 981173106.789\na 664 981173106.789\nb 664 981173106.789\n600\n"},
+    } // namespace
+    );
+}
+
+// A shell has its background ignore SIGINT, and tells of killed processes.
+TEST_F(Velkz, SignalsLeaveNothingHalf) {
+    expect({
+        {"while it waits", R"sh(mkfifo in; echo old >a
+            for s in HUP INT PIPE TERM; do
+                env --default-signal=INT velkz -fo a <in &
+                exec 3>in; cat code >&3; ls .velkz-* | wc -l; kill -$s $!; wait $!; echo $?
+            done 2>../messages; cat a; ls -A)sh",
+         "1\n129\n1\n130\n1\n141\n1\n143\nold\na\nbad.velk\ncode\ncode.ref\nin\ntext\ntext.ref\n"},
+        {"at any time", R"sh(cp code saved
+            for t in .003 .01 .03 .06 .1 .15; do for s in HUP INT TERM KILL; do
+                cp text.ref a; timeout -s $s $t velkz -b128K -fo a code; cmp code saved
+                cmp -s a text.ref || cmp -s a code.ref || echo $s $t
+                [ $s = KILL ] || ls -A | grep velkz-
+                rm -f .velkz-*
+            done; done 2>log; ! grep -v Killed log)sh"},
+        {"ignored", R"sh(mkfifo in; trap '' HUP; velkz -o a <in &
+            exec 3>in; cat code >&3; kill -HUP $!; exec 3>&-; wait $!; velkcat a | cmp - code)sh"},
+    });
+}
+
+TEST_F(Velkz, KnowsATerminal) {
+    EXPECT_EQ(on_terminal("velkz -c text; velkz -d; velkz -f -o /dev/tty text"),
+              "velkz: standard output: archives are not written to a terminal; -h for help\r\n"
+              "velkz: standard input: archives are not read from a terminal; -h for help\r\n"
+              "velkz: /dev/tty: archives are not written to a terminal; -h for help\r\n");
+    const std::string question = "velkz: text.velk exists; overwrite it? (y/N) ";
+    const char *const asked =
+        "stty -echo; echo old >text.velk; velkz text; echo $?; wc -c <text.velk";
+    EXPECT_TRUE(on_terminal(asked, "n\n")
+                    .ends_with(question + "velkz: text.velk: exists, skipped\r\n2\r\n4\r\n"));
+    EXPECT_TRUE(on_terminal(asked, "y\n").find(question + "0\r\n") != std::string::npos);
+
+    const std::string slow = "{ cat text; sleep .7; cat text; } | velkz -b128K -o a ";
+    const std::string shown = on_terminal(slow.c_str());
+    EXPECT_TRUE(shown.starts_with("\rstandard input  ") && shown.ends_with("\r\x1B[K")) << shown;
+    EXPECT_EQ(on_terminal((slow + "--no-progress").c_str()), "");
+    EXPECT_EQ(on_terminal((slow + "2>a.log; cat a.log").c_str()), "");
+}
+
+} // namespace

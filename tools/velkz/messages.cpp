@@ -1,0 +1,49 @@
+#include "messages.h"
+
+#include "progress.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+bool quiet = false;
+
+void print(const std::string &name, const std::string &what) {
+    clear_progress();
+    std::fprintf(stderr, "velkz: %s: %s\n", printable(name).c_str(), what.c_str());
+}
+
+} // namespace
+
+Status worse(Status a, Status b) {
+    if (a == kError || b == kError) return kError;
+    return a == kSuccess ? b : a;
+}
+
+Status error(const std::string &name, const std::string &what) {
+    print(name, what);
+    return kError;
+}
+
+Status warning(const std::string &name, const std::string &what) {
+    if (!quiet) print(name, what);
+    return kWarning;
+}
+
+void silence_warnings() {
+    quiet = true;
+}
+
+std::string reason() {
+    return std::strerror(errno);
+}
+
+std::string printable(const std::string &name) {
+    std::string result = name;
+    for (char &c : result) {
+        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
+    }
+    return result;
+}

@@ -1,0 +1,31 @@
+// What velkz writes. A file gets its name when all of it is on the disk; until then it has
+// a name of its own in the same folder, which is gone again however the run ends.
+#pragma once
+
+#include "input.h"
+
+struct Output {
+    Output() = default;
+    ~Output(); // what has not been kept is removed
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+
+    int fd = -1;
+    std::string path;      // kStandardStream for standard output
+    std::string name;      // for messages
+    std::string temporary; // empty for what is written where it is: streams and devices
+    bool replaces = false; // may take the place of another file
+};
+
+// Opens `path` for what is made of `input`, never the input itself. Another file is only
+// replaced if that is forced or the user, asked on the terminal, says so. A link is
+// replaced, not what it leads to. Anything but kSuccess has been reported.
+[[nodiscard]] Status open_output(Output &output, const std::string &path, const Input &input,
+                                 const Options &options);
+
+// As write(2), but signals and streams that are to be waited for are no errors.
+[[nodiscard]] std::int64_t write_some(const Output &output, const void *buffer, std::size_t size);
+
+// Gives the file the input's mode, owner and times, has all of it written to the disk, and
+// then gives it its name. After kSuccess the input may be removed.
+[[nodiscard]] Status keep_output(Output &output, const Input &input);

@@ -1,0 +1,57 @@
+#include "signals.h"
+
+#include "progress.h"
+
+#include <atomic>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kDeadly[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU};
+
+std::atomic<const char *> unfinished = nullptr;
+static_assert(std::atomic<const char *>::is_always_lock_free); // for the handler
+
+sigset_t deadly_signals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : kDeadly)
+        sigaddset(&set, number);
+    return set;
+}
+
+// SA_RESETHAND has restored the default, which ends the program as this returns.
+void end_by(int number) {
+    const char *const path = unfinished;
+    if (path != nullptr) unlink(path);
+    clear_progress();
+    raise(number);
+}
+
+} // namespace
+
+void catch_signals() {
+    struct sigaction action = {}, before;
+    action.sa_handler = end_by;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    action.sa_mask = deadly_signals();
+    for (const int number : kDeadly) {
+        if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+            sigaction(number, &action, nullptr);
+    }
+    // A limit on file sizes is to be met as a full disk is: by a message.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void remove_on_signal(const char *path) {
+    unfinished = path;
+}
+
+SignalsHeld::SignalsHeld() {
+    const sigset_t set = deadly_signals();
+    sigprocmask(SIG_BLOCK, &set, &before_);
+}
+
+SignalsHeld::~SignalsHeld() {
+    sigprocmask(SIG_SETMASK, &before_, nullptr);
+}

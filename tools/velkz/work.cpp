@@ -1,0 +1,154 @@
+#include "work.h"
+
+#include "faults.h"
+#include "input.h"
+#include "output.h"
+#include "progress.h"
+#include "random_access.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <unistd.h>
+
+namespace {
+
+// One call of the library.
+struct Run {
+    const Input &input;
+    const Output *output; // null: what is restored is only checked
+    const Options &options;
+    Progress progress;
+    Amounts done;             // up to the last block that was written
+    std::uint64_t blocks = 0; // written
+    std::uint64_t bytes_read = 0;
+    int read_error = 0, write_error = 0; // errno
+};
+
+std::int64_t read_input(void *user, void *buffer, std::size_t size) {
+    Run &run = *static_cast<Run *>(user);
+    const std::int64_t got = read_some(run.input, buffer, size);
+    if (got < 0) run.read_error = errno;
+    if (got > 0) run.bytes_read += static_cast<std::uint64_t>(got);
+    run.progress.show(run.done);
+    return got;
+}
+
+std::int64_t write_output(void *user, const void *buffer, std::size_t size) {
+    Run &run = *static_cast<Run *>(user);
+    if (run.output == nullptr) return static_cast<std::int64_t>(size);
+    const std::int64_t put = write_some(*run.output, buffer, size);
+    if (put < 0) run.write_error = errno;
+    return put;
+}
+
+int note_block(void *user, std::uint64_t bytes_in, std::uint64_t bytes_out) {
+    Run &run = *static_cast<Run *>(user);
+    run.done = {bytes_in, bytes_out};
+    ++run.blocks;
+    run.progress.show(run.done);
+    return 0;
+}
+
+Status report(const Run &run, velk_status status) {
+    const std::string &name = run.input.name;
+    errno = run.read_error;
+    if (status == VELK_ERROR_READ && errno != 0) return error(name, "can't be read: " + reason());
+    if (status == VELK_ERROR_READ)
+        return error(name, "ended early, after " + std::to_string(run.bytes_read) + " bytes");
+    errno = run.write_error;
+    if (status == VELK_ERROR_WRITE) return error(run.output->name, "can't be written: " + reason());
+    if (status != VELK_ERROR_DAMAGED) return error(name, fault(status, run.options));
+    if (run.bytes_read <= VELK_HEADER_SIZE) return error(name, header_damage());
+    return error(name, damage(run.blocks + 1, run.blocks == 0 ? VELK_HEADER_SIZE : run.done.in));
+}
+
+bool more_follows(const Input &input) {
+    char byte;
+    return read_some(input, &byte, 1) > 0;
+}
+
+Status compress(Run &run, const velk_stream &stream) {
+    const bool told = run.options.size != VELK_SIZE_UNKNOWN;
+    const std::uint64_t size = told ? run.options.size : run.input.size;
+    const velk_status status = velk_compress_stream(&run.options.library, &stream, size);
+    if (status != VELK_OK) return report(run, status);
+    if (told && more_follows(run.input))
+        return error(run.input.name,
+                     "has more than the " + std::to_string(size) + " bytes of --size");
+    return has_changed(run.input) ? warning(run.input.name, "was written to while it was read")
+                                  : kSuccess;
+}
+
+Status restore(Run &run, const velk_stream &stream) {
+    const velk_status status = velk_decompress_stream(&run.options.library, &stream);
+    if (status != VELK_OK) return report(run, status);
+    return more_follows(run.input)
+               ? warning(run.input.name, "what follows the archive's end is left out")
+               : kSuccess;
+}
+
+Status transfer(const Input &input, const Output *output, const Options &options) {
+    const bool compresses = options.mode == Mode::kCompress;
+    const bool text_on_terminal =
+        output != nullptr && output->fd == STDOUT_FILENO && isatty(STDOUT_FILENO) != 0;
+    const bool shown =
+        !options.quiet && !options.no_progress && !text_on_terminal && isatty(STDERR_FILENO) != 0;
+    const std::uint64_t size = options.size != VELK_SIZE_UNKNOWN ? options.size : input.size;
+    Run run{input, output, options, {input.name, size, compresses, shown}, {}};
+    velk_stream stream{};
+    stream.user = &run;
+    stream.read = read_input;
+    stream.write = write_output;
+    stream.progress = note_block;
+    const Status status = compresses ? compress(run, stream) : restore(run, stream);
+    if (status != kError && options.verbose) {
+        clear_progress();
+        std::fprintf(stderr, "%s: %s\n", printable(input.name).c_str(),
+                     run.progress.summary(run.done).c_str());
+    }
+    return status;
+}
+
+// Where the output goes: kStandardStream, or the name of a file.
+Status name_output(const Input &input, const Options &options, std::string &path) {
+    path = options.output;
+    if (!path.empty()) return kSuccess;
+    path = kStandardStream;
+    if (options.to_stdout || input.standard()) return kSuccess;
+    path = input.path;
+    const bool suffixed = path.ends_with(options.suffix);
+    if (options.mode == Mode::kCompress) {
+        path += options.suffix;
+        if (!suffixed || options.force) return kSuccess;
+        return warning(input.name, "has the suffix " + options.suffix + " already, skipped");
+    }
+    if (suffixed) path.resize(path.size() - options.suffix.size());
+    const bool named = suffixed && !path.empty() && path.back() != '/';
+    return named ? kSuccess
+                 : warning(input.name,
+                           "does not end in " + options.suffix + ", skipped; -o names the output");
+}
+
+} // namespace
+
+Status process(const std::string &path, const Options &options) {
+    Input input;
+    Status status = open_input(input, path, options);
+    if (status != kSuccess) return status;
+    if (options.mode == Mode::kTest) return transfer(input, nullptr, options);
+
+    std::string output_path;
+    status = name_output(input, options, output_path);
+    if (status != kSuccess) return status;
+    Output output;
+    status = open_output(output, output_path, input, options);
+    if (status != kSuccess) return status;
+    status =
+        options.ranged ? restore_range(input, output, options) : transfer(input, &output, options);
+    if (status == kError) return status;
+    const bool in_place = output.temporary.empty();
+    status = worse(status, keep_output(output, input));
+    if (status != kSuccess || !options.remove || input.standard()) return status;
+    return in_place ? warning(input.name, "kept, as the output is not a file of its own")
+                    : remove_input(input);
+}
