@@ -71,7 +71,8 @@ void for_each_event(const std::uint8_t *block, std::uint32_t n, Visit visit) {
         const bool in_header = values++ < header_values;
         const std::uint32_t context = distance_context(stats[s], run.flag);
         const std::uint32_t set = secondary_index(prev_value) * kSymbols;
-        update_stats(stats[s], prev_value, v, run.term);
+        update_stats(stats[s], v, run.term);
+        prev_value = v;
         if (v < kFirstLongValue) {
             visit(context, static_cast<Event>(set + v), 0u, in_header);
             return true;

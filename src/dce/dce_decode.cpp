@@ -18,20 +18,20 @@ struct Decoder {
     std::uint32_t prev_value;
 };
 
-// The next value, below 2^26 + 4. After a fault (see `failed`) it means nothing.
-[[gnu::always_inline]] inline std::uint32_t decode_value(Decoder &decoder, Models &models,
-                                                         SymbolStats &stats, RunContext run) {
-    const std::uint32_t context = distance_context(stats, run.flag);
+// The next value, below 2^26 + 4. After a fault (see `failed`) it means nothing. The
+// statistics are not updated. Calls `meanwhile` as `decode_pair` does.
+template<typename Meanwhile>
+[[gnu::always_inline]] inline std::uint32_t
+decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile meanwhile) {
+    FreqModel &secondary = models.secondary[secondary_index(decoder.prev_value)].context[context];
     std::uint32_t v =
-        decode_pair(decoder.range, models.primary.context[context],
-                    models.secondary[secondary_index(decoder.prev_value)].context[context]);
+        decode_pair(decoder.range, models.primary.context[context], secondary, meanwhile);
     if (v >= kFirstLongValue) {
         const std::uint32_t e = v - kFirstLongValue; // at most 23
         const std::uint32_t top = decode_doubled(decoder.range, models.bit[e]);
         v = 4 + ((4 + top) << e) + get(decoder.raw, e);
     }
-    update_stats(stats, decoder.prev_value, v, run.term);
-    return v;
+    return decoder.prev_value = v;
 }
 
 bool failed(const Decoder &decoder) {
@@ -43,7 +43,10 @@ bool failed(const Decoder &decoder) {
 bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::uint32_t capacity,
                    PendingList &pending, std::uint8_t &first_byte) {
     const auto next = [&](std::uint32_t s) {
-        return decode_value(decoder, models, stats[s], kNoRun);
+        const std::uint32_t context = distance_context(stats[s], kNoRun.flag);
+        const std::uint32_t v = decode_value(decoder, models, context, [] {});
+        update_stats(stats[s], v, kNoRun.term);
+        return v;
     };
     const std::uint32_t byte_values = next(0);
     const std::uint32_t n_plus_1 = next(0);
@@ -90,28 +93,38 @@ bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8
     std::uint32_t end = entry_number(pending.entry[0]);
     std::uint32_t limit = entry_number(pending.entry[pending.count]);
     std::uint8_t s = first_byte;
+    struct { // the run before: what its value is to change
+        std::uint8_t byte;
+        std::uint32_t term, v, known;
+    } before{};
     for (; runs > 0; --runs) {
-        fill_run(out, p, end - p, s, capacity);
-        const std::uint32_t v = decode_value(decoder, models, stats[s], run_context(end - p));
-        const std::uint8_t next = entry_byte(pending.entry[0]);
-        p = end;
+        const RunContext run = run_context(end - p);
+        const std::uint32_t context = distance_context(stats[s], run.flag);
+        const std::uint32_t v = decode_value(decoder, models, context, [&] {
+            if (p > 0) [[likely]] {
+                replace_first(pending, before.known, before.byte);
+                update_stats(stats[before.byte], before.v, before.term);
+            }
+            fill_run(out, p, end - p, s, capacity);
+        });
+        // v may reach 2^26, n is below 2^24: no overflow.
+        before = {s, run.term, v, end - 1 + v};
         if (v == 0) [[unlikely]] {
+            before.known = kNever;
             if (pending.count == 0) {
                 if (runs > 1) return false; // n is reached
+                p = end;
                 break;
             }
-            remove_first(pending);
-            end = entry_number(pending.entry[0]);
+            --pending.count;
             ++limit;
-        } else {
-            // v may reach 2^26, n is below 2^24: no overflow.
-            const std::uint32_t known = end - 1 + v;
-            if (known >= limit) return false;
-            // E1, or the place of `s` if it comes first; the list itself may follow later.
-            end = std::min(entry_number(pending.entry[1]), known) + 1;
-            replace_first(pending, known, s);
+        } else if (before.known >= limit) {
+            return false;
         }
-        s = next;
+        // E1, or the place of `s` if that comes first. The list itself follows later.
+        p = end;
+        end = std::min(entry_number(pending.entry[1]), before.known) + 1;
+        s = entry_byte(pending.entry[0]);
     }
     length = p;
     return !failed(decoder);

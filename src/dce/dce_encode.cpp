@@ -29,7 +29,8 @@ inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, s
     assert(context < kFirstBitContext);
     FreqModel &p = models.primary.context[context];
     FreqModel &s = models.secondary[secondary_index(encoder.prev_value)].context[context];
-    update_stats(stats, encoder.prev_value, v, run.term);
+    update_stats(stats, v, run.term);
+    encoder.prev_value = v;
     ++encoder.value_count;
 
     if (v < kFirstLongValue) {
