@@ -43,9 +43,9 @@ bool failed(const Decoder &decoder) {
 bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::uint32_t capacity,
                    PendingList &pending, std::uint8_t &first_byte) {
     const auto next = [&](std::uint32_t s) {
-        const std::uint32_t context = distance_context(stats[s], kNoRun.flag);
+        const std::uint32_t context = distance_context(stats[s], kNoRun);
         const std::uint32_t v = decode_value(decoder, models, context, [] {});
-        update_stats(stats[s], v, kNoRun.term);
+        update_stats(stats[s], v, kNoRun);
         return v;
     };
     const std::uint32_t byte_values = next(0);
@@ -95,20 +95,19 @@ bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8
     std::uint8_t s = first_byte;
     struct { // the run before: what its value is to change
         std::uint8_t byte;
-        std::uint32_t term, v, known;
+        std::uint32_t length, v, known;
     } before{};
     for (; runs > 0; --runs) {
-        const RunContext run = run_context(end - p);
-        const std::uint32_t context = distance_context(stats[s], run.flag);
+        const std::uint32_t context = distance_context(stats[s], end - p);
         const std::uint32_t v = decode_value(decoder, models, context, [&] {
             if (p > 0) [[likely]] {
                 replace_first(pending, before.known, before.byte);
-                update_stats(stats[before.byte], before.v, before.term);
+                update_stats(stats[before.byte], before.v, before.length);
             }
             fill_run(out, p, end - p, s, capacity);
         });
         // v may reach 2^26, n is below 2^24: no overflow.
-        before = {s, run.term, v, end - 1 + v};
+        before = {s, end - p, v, end - 1 + v};
         if (v == 0) [[unlikely]] {
             before.known = kNever;
             if (pending.count == 0) {

@@ -133,8 +133,8 @@ inline std::uint32_t header_value(const std::uint8_t *block, std::uint32_t n,
     return k == 3 ? 0 : position[0] - position[-1];
 }
 
-// Calls emit(v, s, run) for every value v of the block in the order of coding: s is
-// the byte value whose statistics serve it, `run` the run that it follows. Ends early,
+// Calls emit(v, s, run_length) for every value v of the block in the order of coding: s
+// is the byte value whose statistics serve it; it follows a run of that length. Ends early,
 // and returns false, when emit does. runs: n entries, any contents; 0 < n < 2^24.
 template<typename Emit>
 bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *runs, Emit emit) {
@@ -160,7 +160,7 @@ bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *r
                 length = run_length(block, n, p);
             p += length;
         }
-        if (!emit(v, s, run_context(length))) return false;
+        if (!emit(v, s, length)) return false;
     }
     return true;
 }
