@@ -81,16 +81,16 @@ inline void fill_run(std::uint8_t *out, std::uint32_t p, std::uint32_t length, s
     }
 }
 
-// Decodes `runs` runs; `length` becomes the bytes that they fill. Each run starts
+// Decodes `runs` runs; `out_len` becomes the bytes that they fill. Each run starts
 // where the one before it ended and ends at the next pending position, at the latest
 // at n, so every write stays below n, or `capacity`, and there are at most n runs. What
 // is checked here keeps damaged data within the buffers; whether the coder has failed
 // is asked once, at the end.
 bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8_t *out,
                  std::uint32_t runs, PendingList &pending, std::uint8_t first_byte,
-                 std::uint32_t capacity, std::uint32_t &length) {
+                 std::uint32_t capacity, std::uint32_t &out_len) {
     std::uint32_t p = 0;
-    std::uint32_t end = entry_number(pending.entry[0]);
+    std::uint32_t length = entry_number(pending.entry[0]);
     std::uint32_t limit = entry_number(pending.entry[pending.count]);
     std::uint8_t s = first_byte;
     struct { // the run before: what its value is to change
@@ -98,34 +98,35 @@ bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8
         std::uint32_t length, v, known;
     } before{};
     for (; runs > 0; --runs) {
-        const std::uint32_t context = distance_context(stats[s], end - p);
+        const std::uint32_t context = distance_context(stats[s], length);
         const std::uint32_t v = decode_value(decoder, models, context, [&] {
             if (p > 0) [[likely]] {
                 replace_first(pending, before.known, before.byte);
                 update_stats(stats[before.byte], before.v, before.length);
             }
-            fill_run(out, p, end - p, s, capacity);
+            fill_run(out, p, length, s, capacity);
         });
+        p += length;
         // v may reach 2^26, n is below 2^24: no overflow.
-        before = {s, end - p, v, end - 1 + v};
+        before = {s, length, v, p - 1 + v};
+        // The next run starts here, at E0, and ends at E1,
+        length = entry_number(pending.entry[1]) + 1 - p;
+        s = entry_byte(pending.entry[0]);
         if (v == 0) [[unlikely]] {
             before.known = kNever;
             if (pending.count == 0) {
                 if (runs > 1) return false; // n is reached
-                p = end;
                 break;
             }
             --pending.count;
             ++limit;
-        } else if (before.known >= limit) {
-            return false;
+            continue;
         }
-        // E1, or the place of `s` if that comes first. The list itself follows later.
-        p = end;
-        end = std::min(entry_number(pending.entry[1]), before.known) + 1;
-        s = entry_byte(pending.entry[0]);
+        if (before.known >= limit) return false;
+        // or before the next one of the byte, if that comes first.
+        length = std::min(length, v);
     }
-    length = p;
+    out_len = p;
     return !failed(decoder);
 }
 
