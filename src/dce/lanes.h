@@ -33,6 +33,14 @@ inline Lanes all_lanes(std::uint32_t number) {
     return Lanes{} + static_cast<std::uint16_t>(number);
 }
 
+// Vector i of a row: all bits are set in the lanes from number x of the row on, x below
+// 2^15. (As signed numbers, which is how SSE2 compares.)
+inline Lanes lanes_from(std::uint32_t x, std::uint32_t i) {
+    typedef std::int16_t Numbers __attribute__((vector_size(2 * kLanes)));
+    const Numbers numbers = Numbers{0, 1, 2, 3, 4, 5, 6, 7} + static_cast<std::int16_t>(kLanes * i);
+    return reinterpret_cast<Lanes>(numbers >= Numbers{} + static_cast<std::int16_t>(x));
+}
+
 // a - b, but 0 where b is larger.
 inline Lanes subtract_down_to_0(Lanes a, Lanes b) {
 #ifdef __SSE2__
