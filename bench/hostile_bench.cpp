@@ -17,6 +17,7 @@
 #include "sorting/rle.h"
 #include "sorting/st.h"
 #include "stage_call.h"
+#include "worst_inputs.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -104,22 +105,6 @@ Bytes mix(std::size_t n, const std::string &letters, std::uint64_t seed) {
     return bytes;
 }
 
-// All 256 byte values over and over, in an order that changes a little each time: every
-// value's next place lies behind all others.
-Bytes rounds(std::size_t n, std::uint32_t exchanges) {
-    Random random(4);
-    Bytes order(256), bytes;
-    for (unsigned i = 0; i < 256; ++i)
-        order[i] = static_cast<std::uint8_t>(i);
-    while (bytes.size() < n) {
-        for (std::uint32_t i = 0; i < exchanges; ++i)
-            std::swap(order[random.below(256)], order[random.below(256)]);
-        bytes.insert(bytes.end(), order.begin(), order.end());
-    }
-    bytes.resize(n);
-    return bytes;
-}
-
 std::vector<NamedBytes> hostile(StageIndex stage, std::size_t n) {
     const Bytes noise = random_bytes(n, 256, 1), few = random_bytes(n, 3, 2);
     const Bytes half(noise.begin(), noise.begin() + static_cast<std::ptrdiff_t>(n / 2));
@@ -154,13 +139,16 @@ std::vector<NamedBytes> hostile(StageIndex stage, std::size_t n) {
         Bytes rotated = sorted;
         std::rotate(rotated.begin(), rotated.begin() + 1, rotated.end());
         const Bytes end = {1, 0, 0, 0, 1};
-        return {{"noise", join({noise, end})},         {"noise of few values", join({few, end})},
-                {"sorted", join({sorted, end})},       {"sorted and rotated", join({rotated, end})},
-                {"rounds", join({rounds(n, 0), end})}, {"equal bytes", join({Bytes(n, 'a'), end})}};
+        return {{"noise", join({noise, end})},
+                {"noise of few values", join({few, end})},
+                {"sorted", join({sorted, end})},
+                {"sorted and rotated", join({rotated, end})},
+                {"rounds", join({rounds(n, 256, 0), end})},
+                {"equal bytes", join({Bytes(n, 'a'), end})}};
     }
     case ST:
         return {{"noise", kSt.forward(noise)},
-                {"rounds", kSt.forward(rounds(n, 20))},
+                {"rounds", kSt.forward(rounds(n, 256, 20))},
                 {"noise as a column", join({noise, {0, 0, 0, 1}})}};
     case RLE: {
         Bytes bits(n / 2, 1), heads = periodic("aaabbb", n / 2 - 100);
@@ -174,10 +162,10 @@ std::vector<NamedBytes> hostile(StageIndex stage, std::size_t n) {
     }
     case DCE: {
         // As much of it as still gets coded shorter than it is.
-        const Bytes skewed = join({random_bytes(n / 2, 200, 5), rounds(n / 2, 4)});
-        return {{"rounds of all byte values", kDce.forward(rounds(n, 0))},
-                {"rounds with 8 exchanges", kDce.forward(rounds(n, 8))},
-                {"rounds with 40 exchanges", kDce.forward(rounds(n, 40))},
+        const Bytes skewed = join({random_bytes(n / 2, 200, 5), rounds(n / 2, 256, 4)});
+        return {{"rounds of all byte values", kDce.forward(rounds(n, 256, 0))},
+                {"rounds with 8 exchanges", kDce.forward(rounds(n, 256, 8))},
+                {"rounds with 40 exchanges", kDce.forward(rounds(n, 256, 40))},
                 {"noise of 200 values", kDce.forward(random_bytes(n, 200, 5))},
                 {"noise of 100 values", kDce.forward(random_bytes(n, 100, 5))},
                 {"noise of 16 values", kDce.forward(random_bytes(n, 16, 5))},

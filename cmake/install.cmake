@@ -64,5 +64,6 @@ With it come velkz, which does so in pipes, for many files and by all processors
 and velkinfo, which lists, tests and salvages archives.")
 if(TARGET velk_shared)
   include(cmake/install_library.cmake)
+  include(cmake/install_python.cmake)
 endif()
 include(CPack)

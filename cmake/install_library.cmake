@@ -23,7 +23,8 @@ install(FILES ${PROJECT_BINARY_DIR}/velk.pc DESTINATION ${pkgconfig} COMPONENT d
 install_page(velk.3 development)
 set(docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc)
 install(FILES docs/library.md DESTINATION ${docdir}/libvelk-dev COMPONENT development)
-install(DIRECTORY examples DESTINATION ${docdir}/libvelk-dev COMPONENT development)
+install(DIRECTORY examples DESTINATION ${docdir}/libvelk-dev COMPONENT development
+        PATTERN *.py EXCLUDE)
 install(FILES LICENSE DESTINATION ${docdir}/libvelk-dev RENAME copyright COMPONENT development)
 install(FILES LICENSE DESTINATION ${docdir}/libvelk0 RENAME copyright COMPONENT runtime)
 

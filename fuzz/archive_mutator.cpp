@@ -1,18 +1,16 @@
-// The mutator of the targets whose input is a true archive, which VELK itself can be
-// given. It sets check bytes, lengths and block CRCs right, or nothing would get past them.
+// The mutator of the targets that take an archive. It sets check bytes, lengths and block
+// CRCs right, or nothing would get past them.
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 
+#include <cstddef>
 #include <cstring>
 
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t max_size);
 
 namespace {
-
-constexpr std::size_t kStart = kMagicBytes + kHeaderBytes;
-constexpr std::uint32_t kCrcBytes = 4;
 
 // The length of a record beyond the end, or of no bytes, becomes all that is left.
 void repair_records(std::uint8_t *records, std::size_t size) {
@@ -38,14 +36,14 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t s
     crc32_init();
     size = LLVMFuzzerMutate(data, size, max_size);
     // One in 32 stays as it is; one in 32 keeps its block size.
-    if (seed % 32 == 0 || max_size < kStart) return size;
-    if (size < kStart) {
-        std::memset(data + size, 0, kStart - size);
-        size = kStart;
+    if (seed % 32 == 0 || max_size < kFirstRecord) return size;
+    if (size < kFirstRecord) {
+        std::memset(data + size, 0, kFirstRecord - size);
+        size = kFirstRecord;
     }
     std::memcpy(data, kMagic, kMagicBytes);
     std::uint8_t *const header = data + kMagicBytes;
     put_header(header, header[1], seed % 32 == 1 ? get_u32(header + 2) : kMinBlockSize);
-    repair_records(data + kStart, size - kStart);
+    repair_records(data + kFirstRecord, size - kFirstRecord);
     return size;
 }

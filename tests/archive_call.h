@@ -1,19 +1,18 @@
 // The chain of stages, and a whole archive, called on byte vectors.
 #pragma once
 
-#include "archive/coder_context.h"
-#include "cli/error.h"
+#include "archive/archive_io.h"
+#include "archive/memory.h"
 #include "data.h"
-#include "pipeline/block.h"
 
 #include <optional>
 
-// A run's memory for one set of switches and the smallest block size, with all that is
-// in it kept from block to block.
+// A run's memory for one set of switches, with all that is in it kept from block to block.
 class Chain {
 public:
     // flags: those of an archive.
-    Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size);
+    Chain(std::uint8_t flags, bool no_fallback, std::uint32_t file_size,
+          std::uint32_t block_size = kMinBlockSize);
     ~Chain();
     Chain(const Chain &) = delete;
     Chain &operator=(const Chain &) = delete;
@@ -33,10 +32,12 @@ private:
 Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks);
 
 struct Restored {
-    ErrorCode error; // what the program would end with
-    Bytes bytes;     // what it would have written by then
+    ArchiveStatus status; // what ended the reading
+    Bytes bytes;          // the blocks before it
+    bool whole() const {
+        return status == ArchiveStatus::kEnd || status == ArchiveStatus::kEndMark;
+    }
 };
-// Reads the archive as the driver does.
 Restored restore_archive(const Bytes &archive);
 
 // Where the archive's records begin, and its end, as the record heads' lengths say.

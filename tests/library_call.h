@@ -42,10 +42,15 @@ struct TestStream {
     Random read_sizes{1}, write_sizes{2};
 };
 
-// A reader over a byte vector; null after an error.
-velk_status open_reader(velk_reader *&reader, const Bytes &archive);
+// What a reader reads from.
+struct TestArchive {
+    const Bytes &bytes;
+    int good_calls = -1; // then one fails; -1: none does
+};
+
+velk_status open_reader(velk_reader *&reader, TestArchive &archive);
 // Reads the original by a reader from its start, in pieces of `piece` bytes.
-Outcome read_all(const Bytes &archive, std::size_t piece);
+Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1);
 
 // Restores the archive in every way that there is and compares with what the program would
 // make of it. Returns what differs; nothing most of the time.

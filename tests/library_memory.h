@@ -1,16 +1,15 @@
-// Watches, and upsets, the memory and the threads that libvelk takes: the tests are linked
-// so that its calls of malloc, calloc, realloc, free and pthread_create come here.
+// Upsets and counts what libvelk takes: the tests are linked so that its calls of malloc,
+// calloc, realloc, free and pthread_create come here.
 #pragma once
 
-#include <cstddef>
+#include <atomic>
 
+// Since the last `restart`.
 struct MemoryWatch {
-    MemoryWatch(int good_allocations, int good_threads); // then all fail; below 0: none does
-    ~MemoryWatch();
-    MemoryWatch(const MemoryWatch &) = delete;
-    MemoryWatch &operator=(const MemoryWatch &) = delete;
-
-    bool failed() const;      // whether a call was made to fail
-    std::size_t held() const; // bytes not given back
-    std::size_t most_held() const;
+    std::atomic<int> good_allocations = -1, good_threads = -1; // then all fail; -1: none does
+    std::atomic<bool> failed = false;
+    std::atomic<long> held = 0, most_held = 0; // bytes
+    void restart(int allocations, int threads);
 };
+
+extern MemoryWatch memory_watch;

@@ -1,7 +1,7 @@
 // velkinfo: looks into archives. The command line, and the command `test`.
 #include "velkinfo.h"
 
-#include "archive_reader.h"
+#include "archive_blocks.h"
 
 #include <cstdio>
 #include <cstring>
@@ -29,27 +29,6 @@ constexpr const char *kHelp =
     "\n"
     "Exit status: 0 if all is well, 1 for damage or failure, 2 for a wrong command line.\n";
 
-enum Option {
-    OPTION_FIRST = 256,
-    OPTION_JSON = 256,
-    OPTION_STAGES,
-    OPTION_FORCE,
-    OPTION_FILL,
-    OPTION_HELP,
-    OPTION_VERSION,
-    OPTION_END
-};
-
-constexpr option kOptions[] = {
-    {"json", no_argument, nullptr, OPTION_JSON},
-    {"stages", no_argument, nullptr, OPTION_STAGES},
-    {"force", no_argument, nullptr, OPTION_FORCE},
-    {"fill", no_argument, nullptr, OPTION_FILL},
-    {"help", no_argument, nullptr, OPTION_HELP},
-    {"version", no_argument, nullptr, OPTION_VERSION},
-    {nullptr, 0, nullptr, 0},
-};
-
 int usage_error(const char *subject, const char *message) {
     complain(subject, message);
     std::fprintf(stderr, "Try 'velkinfo --help'.\n");
@@ -57,18 +36,22 @@ int usage_error(const char *subject, const char *message) {
 }
 
 int run(int argument_count, char **arguments) {
-    bool given[OPTION_END - OPTION_FIRST] = {};
+    int json = 0, stages = 0, force = 0, fill = 0, help = 0, version = 0;
+    const option options[] = {
+        {"json", no_argument, &json, 1},   {"stages", no_argument, &stages, 1},
+        {"force", no_argument, &force, 1}, {"fill", no_argument, &fill, 1},
+        {"help", no_argument, &help, 1},   {"version", no_argument, &version, 1},
+        {nullptr, 0, nullptr, 0},
+    };
     int chosen;
-    while ((chosen = getopt_long(argument_count, arguments, "", kOptions, nullptr)) != -1) {
+    while ((chosen = getopt_long(argument_count, arguments, "", options, nullptr)) != -1) {
         if (chosen == '?') return usage_error("command line", "wrong option");
-        given[chosen - OPTION_FIRST] = true;
     }
-    const auto has = [&](Option wanted) { return given[wanted - OPTION_FIRST]; };
-    if (has(OPTION_HELP)) {
+    if (help != 0) {
         std::fputs(kHelp, stdout);
         return 0;
     }
-    if (has(OPTION_VERSION)) {
+    if (version != 0) {
         std::printf("velkinfo (VELK) %s\n", VELK_VERSION);
         return 0;
     }
@@ -76,17 +59,17 @@ int run(int argument_count, char **arguments) {
     const char *const command = arguments[optind];
     char **const names = arguments + optind + 1;
     const int name_count = argument_count - optind - 1;
-    const bool list_options = has(OPTION_JSON) || has(OPTION_STAGES);
-    const bool salvage_options = has(OPTION_FORCE) || has(OPTION_FILL);
+    const bool list_options = json != 0 || stages != 0;
+    const bool salvage_options = force != 0 || fill != 0;
 
     if (std::strcmp(command, "list") == 0) {
         if (name_count != 1) return usage_error(command, "takes one archive");
         if (salvage_options) return usage_error(command, "takes --json or --stages only");
-        if (has(OPTION_JSON) && has(OPTION_STAGES))
+        if (json != 0 && stages != 0)
             return usage_error(command, "takes one of --json and --stages");
-        return list_archive(names[0], has(OPTION_JSON)     ? ListForm::kJson
-                                      : has(OPTION_STAGES) ? ListForm::kStages
-                                                           : ListForm::kTable);
+        return list_archive(names[0], json != 0     ? ListForm::kJson
+                                      : stages != 0 ? ListForm::kStages
+                                                    : ListForm::kTable);
     }
     if (std::strcmp(command, "test") == 0) {
         if (name_count < 1) return usage_error(command, "takes one archive or more");
@@ -99,7 +82,7 @@ int run(int argument_count, char **arguments) {
     if (std::strcmp(command, "salvage") == 0) {
         if (name_count != 2) return usage_error(command, "takes an archive and an output");
         if (list_options) return usage_error(command, "takes --force and --fill only");
-        return salvage_archive(names[0], names[1], {has(OPTION_FORCE), has(OPTION_FILL)});
+        return salvage_archive(names[0], names[1], {force != 0, fill != 0});
     }
     return usage_error(command, "no such command");
 }
@@ -118,17 +101,15 @@ int test_archive(const char *name) {
         complain(name, why.c_str());
         return 1;
     }
-    Step step;
+    ArchiveStatus status;
     std::uint64_t original = 0;
-    while ((step = next_block(reader, why)) == Step::kBlock)
-        original += reader.block.original_len;
-    if (step == Step::kDamage) {
-        why = "block " + std::to_string(reader.block.number) + " at offset " +
-              std::to_string(reader.block.offset) + ": " + why;
+    while ((status = next_block(reader, why)) == ArchiveStatus::kGood)
+        original += reader.context.out_len;
+    if (status != ArchiveStatus::kEnd) {
         complain(name, why.c_str());
         return 1;
     }
-    const unsigned long long blocks = reader.block.number;
+    const unsigned long long blocks = reader.number;
     std::printf("%s: good, %llu %s, %llu bytes\n", name, blocks, blocks == 1 ? "block" : "blocks",
                 static_cast<unsigned long long>(original));
     return 0;

@@ -1,6 +1,6 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
-#include "archive_reader.h"
+#include "archive_blocks.h"
 #include "velkinfo.h"
 
 #include <algorithm>
@@ -13,15 +13,18 @@ using Number = unsigned long long; // what printf takes on every system
 // Lengths of one block, or the sums over several.
 struct Lengths {
     Number coded, original;
-    Number after[STAGE_COUNT]; // after each stage
+    // After each stage, trailers included; what a fallback took back counts as never done.
+    Number after[STAGE_COUNT];
     bool applied[STAGE_COUNT];
 };
 
-Lengths lengths_of(const BlockInfo &block) {
-    Lengths lengths{block.coded_len, block.original_len, {}, {}};
+Lengths lengths_of(const BlockReader &reader) {
+    Lengths lengths{reader.coded_len, reader.context.out_len, {}, {}};
+    const BlockTrace &trace = reader.trace;
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        lengths.after[stage] = block.len_after[stage];
-        lengths.applied[stage] = block.trailer[stage] != 0;
+        const bool undone = trace.fallback && stage > STAGE_LZP;
+        lengths.after[stage] = trace.coded_len[undone ? STAGE_LZP : stage];
+        lengths.applied[stage] = trace.trailer[stage] != 0;
     }
     return lengths;
 }
@@ -43,8 +46,8 @@ double percent(Number part, Number whole) {
     return whole == 0 ? 0 : 100 * static_cast<double>(part) / static_cast<double>(whole);
 }
 
-const char *form_of(const BlockInfo &block) {
-    return block.fallback ? "fallback" : "normal";
+const char *form_of(const BlockReader &reader) {
+    return reader.trace.fallback ? "fallback" : "normal";
 }
 
 void print_numbers(const Lengths &lengths) {
@@ -57,7 +60,7 @@ void print_changes(const Lengths &lengths) {
         if (!lengths.applied[stage]) continue;
         const auto change = static_cast<long long>(lengths.after[stage]) -
                             static_cast<long long>(before(lengths, stage));
-        std::printf(" %s %+lld", kStageNames[stage], change);
+        std::printf(" %s %+lld", kStageTable[stage].name, change);
     }
     std::printf("\n");
 }
@@ -73,23 +76,23 @@ void print_chart(const Lengths &lengths) {
     print_bar("original", lengths.original, lengths.original);
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
         if (lengths.applied[stage])
-            print_bar(kStageNames[stage], lengths.after[stage], lengths.original);
+            print_bar(kStageTable[stage].name, lengths.after[stage], lengths.original);
     }
     print_bar("coded", lengths.coded, lengths.original);
 }
 
-void print_block(const BlockInfo &block, ListForm form) {
-    const Lengths lengths = lengths_of(block);
-    const Number number = block.number, offset = block.offset;
+void print_block(const BlockReader &reader, ListForm form) {
+    const Lengths lengths = lengths_of(reader);
+    const Number number = reader.number, offset = reader.offset;
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %12llu ", number, offset);
         print_numbers(lengths);
-        std::printf("  %-8s ", form_of(block));
+        std::printf("  %-8s ", form_of(reader));
         print_changes(lengths);
         break;
     case ListForm::kStages:
-        std::printf("\nblock %llu at offset %llu, %s, %.2f%%\n", number, offset, form_of(block),
+        std::printf("\nblock %llu at offset %llu, %s, %.2f%%\n", number, offset, form_of(reader),
                     percent(lengths.coded, lengths.original));
         print_chart(lengths);
         break;
@@ -97,12 +100,13 @@ void print_block(const BlockInfo &block, ListForm form) {
         std::printf("%s\n    {\"number\": %llu, \"offset\": %llu, \"coded\": %llu, "
                     "\"original\": %llu, \"form\": \"%s\", \"stages\": [",
                     number == 1 ? "" : ",", number, offset, lengths.coded, lengths.original,
-                    form_of(block));
-        for (unsigned stage = 0; stage < (block.fallback ? STAGE_BWT : STAGE_COUNT); ++stage) {
+                    form_of(reader));
+        for (unsigned stage = 0; stage < (reader.trace.fallback ? STAGE_BWT : STAGE_COUNT);
+             ++stage) {
             std::printf("%s\n      {\"name\": \"%s\", \"applied\": %s, \"trailer\": %d, "
                         "\"before\": %llu, \"after\": %llu}",
-                        stage == 0 ? "" : ",", kStageNames[stage],
-                        lengths.applied[stage] ? "true" : "false", block.trailer[stage],
+                        stage == 0 ? "" : ",", kStageTable[stage].name,
+                        lengths.applied[stage] ? "true" : "false", reader.trace.trailer[stage],
                         before(lengths, stage), lengths.after[stage]);
         }
         std::printf("]}");
@@ -114,18 +118,18 @@ void print_block(const BlockInfo &block, ListForm form) {
 void print_start(const BlockReader &reader, ListForm form) {
     const bool json = form == ListForm::kJson;
     const Number size = reader.archive.size;
+    const unsigned block_size = reader.context.capacity - kBlockSlack;
     if (json) {
         std::printf("{\n  \"archive_bytes\": %llu,\n  \"block_size\": %u,\n  \"stages_on\": [",
-                    size, reader.block_size);
+                    size, block_size);
     } else {
         std::printf("%s: %llu bytes, block size %u, stages on:", reader.archive.name.c_str(), size,
-                    reader.block_size);
+                    block_size);
     }
-    const unsigned off = flags_of(reader.context.settings);
     const char *between = "";
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        if ((off >> stage & 1u) != 0) continue;
-        std::printf(json ? "%s\"%s\"" : "%s %s", between, kStageNames[stage]);
+        if (reader.context.settings.*kStageTable[stage].off != 0) continue;
+        std::printf(json ? "%s\"%s\"" : "%s %s", between, kStageTable[stage].name);
         between = json ? ", " : "";
     }
     std::printf(json ? "],\n  \"blocks\": [" : "\n");
@@ -169,18 +173,11 @@ int list_archive(const char *name, ListForm form) {
     }
     print_start(reader, form);
     Lengths total{};
-    Number blocks = 0;
-    Step step;
-    while ((step = next_block(reader, why)) == Step::kBlock) {
-        print_block(reader.block, form);
-        add(total, lengths_of(reader.block));
-        ++blocks;
+    while (next_block(reader, damage) == ArchiveStatus::kGood) {
+        print_block(reader, form);
+        add(total, lengths_of(reader));
     }
-    if (step == Step::kDamage) {
-        damage = "block " + std::to_string(reader.block.number) + " at offset " +
-                 std::to_string(reader.block.offset) + ": " + why;
-    }
-    print_end(blocks, total, form, damage);
+    print_end(reader.number, total, form, damage);
     if (!damage.empty()) complain(name, damage.c_str());
     return damage.empty() ? 0 : 1;
 }

@@ -1,51 +1,18 @@
 // The command `salvage`.
-#include "archive/memory.h"
-#include "archive_reader.h"
-#include "pipeline/crc32.h"
+#include "archive_blocks.h"
+#include "survey.h"
 #include "velkinfo.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <utility>
+#include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 
 using Number = unsigned long long; // what printf takes on every system
-
-// Restores blocks of any size and any stages: a header that is lost can't tell them.
-class Restorer {
-public:
-    ~Restorer() {
-        free_decompress(bwt_);
-        free_decompress(st_);
-    }
-    // False when there is not the memory.
-    bool prepare() {
-        bwt_.settings.st_off = 1;
-        st_.settings.bwt_off = 1;
-        return alloc_decompress(bwt_, kMaxBlockSize) != 0 &&
-               alloc_decompress(st_, kMaxBlockSize) != 0;
-    }
-    // The restored block and its length; nullptr when it can't be undone.
-    const std::uint8_t *restore(ArchiveFile &archive, const Extent &extent, std::uint32_t &length) {
-        for (CoderContext *context : {&bwt_, &st_}) {
-            context->in_len = static_cast<std::uint32_t>(extent.end - extent.data);
-            if (read_at(archive, extent.data, context->buf_in, context->in_len) &&
-                decompress_block(*context)) {
-                length = context->out_len;
-                return context->buf_out;
-            }
-        }
-        return nullptr;
-    }
-    std::uint8_t *buffer() { return bwt_.buf_in; }
-
-private:
-    CoderContext bwt_{}, st_{}; // memory for blocks sorted in one way or the other
-};
 
 // Opens the output, which must not exist or, with `force`, not be the archive.
 std::FILE *open_output(const char *name, const ArchiveFile &archive, bool force, std::string &why) {
@@ -72,16 +39,27 @@ bool write_zeros(std::FILE *output, std::uint64_t count) {
     return true;
 }
 
-// N, which every block but the last restores to: from the header or else from the
-// first intact block that is not the last. 0: unknown.
-std::uint32_t find_block_size(Restorer &restorer, ArchiveFile &archive,
-                              const std::vector<Extent> &extents) {
-    for (std::size_t i = 0; i + 1 < extents.size(); ++i) {
+// Whether there is an intact block, or nothing at all behind a header. Where the header
+// does not tell it, sets N, which every block but the last restores to: from the first
+// that restores and is not the last.
+bool look_ahead(Restorer &restorer, ArchiveFile &archive, bool header_holds,
+                std::uint32_t &block_size) {
+    if (!header_holds) block_size = 0;
+    Survey survey(archive, header_holds);
+    bool intact = false, empty = header_holds;
+    for (Extent extent; survey.next(extent); empty = false) {
+        if (extent.data == 0) continue;
+        intact = true;
+        if (header_holds) break;
         std::uint32_t length;
-        if (extents[i].data != 0 && restorer.restore(archive, extents[i], length) != nullptr)
-            return length;
+        if (extent.end != archive.size &&
+            restorer.restore(archive, extent.data, extent.end, length) != nullptr) {
+            block_size = length;
+            break;
+        }
     }
-    return 0;
+    show_progress(archive, archive.size);
+    return intact || empty;
 }
 
 struct Tally {
@@ -109,12 +87,13 @@ std::uint64_t report_loss(const Extent &extent, bool at_end, std::uint32_t fill,
     return zeros;
 }
 
-bool write_extents(Restorer &restorer, ArchiveFile &archive, const std::vector<Extent> &extents,
-                   std::uint32_t fill, std::FILE *output, Tally &tally) {
-    for (const Extent &extent : extents) {
+bool write_extents(Restorer &restorer, ArchiveFile &archive, bool header_holds, std::uint32_t fill,
+                   std::FILE *output, Tally &tally) {
+    Survey survey(archive, header_holds);
+    for (Extent extent; survey.next(extent);) {
         std::uint32_t length = 0;
         const std::uint8_t *const block =
-            extent.data != 0 ? restorer.restore(archive, extent, length) : nullptr;
+            extent.data != 0 ? restorer.restore(archive, extent.data, extent.end, length) : nullptr;
         if (block != nullptr) {
             if (std::fwrite(block, 1, length, output) != length) return false;
             ++tally.blocks;
@@ -126,10 +105,9 @@ bool write_extents(Restorer &restorer, ArchiveFile &archive, const std::vector<E
             }
         } else {
             const std::uint64_t zeros =
-                report_loss(extent, &extent == &extents.back(), fill, tally);
+                report_loss(extent, extent.end == archive.size, fill, tally);
             if (!write_zeros(output, zeros)) return false;
         }
-        show_progress(archive, extent.begin);
     }
     show_progress(archive, archive.size);
     return true;
@@ -138,7 +116,6 @@ bool write_extents(Restorer &restorer, ArchiveFile &archive, const std::vector<E
 } // namespace
 
 int salvage_archive(const char *name, const char *output_name, const SalvageOptions &options) {
-    crc32_init();
     ArchiveFile archive;
     Restorer restorer;
     std::string why;
@@ -152,13 +129,10 @@ int salvage_archive(const char *name, const char *output_name, const SalvageOpti
     }
     Settings settings{};
     std::uint32_t block_size = 0;
-    const bool header_holds = read_header(archive, settings, block_size, why);
-    if (!header_holds) std::printf("header lost: %s\n", why.c_str());
-    const std::vector<Extent> extents = survey(archive, header_holds, restorer.buffer());
-    if (!header_holds) block_size = find_block_size(restorer, archive, extents);
-    const auto lost = [](const Extent &extent) { return extent.kind == ExtentKind::kLost; };
-    const bool empty_archive = header_holds && extents.empty();
-    if (!empty_archive && std::all_of(extents.begin(), extents.end(), lost)) {
+    const ArchiveStatus header = read_start(source_of(archive), settings, block_size);
+    const bool header_holds = header == ArchiveStatus::kGood;
+    if (!header_holds) std::printf("header lost: %s\n", text_of(header));
+    if (!look_ahead(restorer, archive, header_holds, block_size)) {
         complain(name, "no intact block; nothing written");
         return 1;
     }
@@ -171,7 +145,7 @@ int salvage_archive(const char *name, const char *output_name, const SalvageOpti
     Tally tally{};
     tally.whole = header_holds;
     const std::uint32_t fill = options.fill ? block_size : 0;
-    const bool written = write_extents(restorer, archive, extents, fill, output, tally);
+    const bool written = write_extents(restorer, archive, header_holds, fill, output, tally);
     if (std::fclose(output) != 0 || !written) {
         complain(output_name, "write error");
         return 1;

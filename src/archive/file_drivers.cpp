@@ -1,12 +1,12 @@
 #include "archive/file_drivers.h"
 
+#include "archive/archive_io.h"
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "cli/error.h"
 #include "pipeline/block.h"
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 #if __has_include(<unistd.h>)
@@ -64,20 +64,27 @@ Files open_files(const Settings &settings) {
     return files;
 }
 
-void write_bytes(const Files &files, const Settings &settings, const void *bytes,
-                 std::uint32_t count) {
-    if (std::fwrite(bytes, 1, count, files.output) != count) {
-        error_exit(ERR_WRITE, settings.output_name);
-    }
-}
-
 // Fewer than `count` bytes mean the end of the input. A medium that fails half-way must
 // not pass for it.
-std::uint32_t read_bytes(const Files &files, const Settings &settings, void *bytes,
-                         std::uint32_t count) {
-    const std::size_t got = std::fread(bytes, 1, count, files.input);
-    if (std::ferror(files.input) != 0) error_exit(ERR_READ, settings.input_name);
-    return static_cast<std::uint32_t>(got);
+bool read_file(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
+    std::FILE *const input = static_cast<Files *>(user)->input;
+    got = static_cast<std::uint32_t>(std::fread(bytes, 1, count, input));
+    return std::ferror(input) == 0;
+}
+
+bool write_file(void *user, const void *bytes, std::uint32_t count) {
+    return std::fwrite(bytes, 1, count, static_cast<Files *>(user)->output) == count;
+}
+
+// Ends the run unless an archive could be read, up to here or to its end.
+void check(ArchiveStatus status, const Settings &settings) {
+    using enum ArchiveStatus;
+    if (status == kGood || status == kEnd || status == kEndMark) return;
+    if (status == kReadFailed || status == kHeaderCut || status == kHeadCut)
+        error_exit(ERR_READ, settings.input_name);
+    if (status == kNotAnArchive) error_exit(ERR_HEADER, kMagic);
+    if (status == kHeaderInvalid || status == kNoMemory) error_exit(ERR_MEMORY, "");
+    error_exit(ERR_CRC, "");
 }
 
 // A full disk may only show when the buffers are written out, and on a network when the
@@ -115,28 +122,27 @@ long long printable(std::uint64_t size) {
 
 void compress_file(CoderContext &context) {
     const Settings &settings = context.settings;
-    const Files files = open_files(settings);
+    Files files = open_files(settings);
     context.file_size = saturate(files.input_size + 1);
     const std::uint32_t block_size = choose_block_size(settings, files.input_size);
     const std::uint32_t memory_bytes = alloc_compress(context, block_size);
     if (memory_bytes == 0) error_exit(ERR_MEMORY, "");
     print_start(memory_bytes, "Compressing", settings);
 
-    std::uint8_t header[kHeaderBytes];
-    put_header(header, flags_of(settings), block_size);
-    write_bytes(files, settings, kMagic, kMagicBytes);
-    write_bytes(files, settings, header, kHeaderBytes);
-    std::uint64_t archive_size = kMagicBytes + kHeaderBytes;
-    std::uint64_t bytes_read = 0;
-
-    while ((context.in_len = read_bytes(files, settings, context.buf_in, block_size)) != 0) {
+    const ByteSink archive = {&files, write_file};
+    std::uint64_t archive_size = 0, bytes_read = 0;
+    const auto count = [&](std::uint32_t written) {
+        if (written == 0) error_exit(ERR_WRITE, settings.output_name);
+        archive_size += written;
+    };
+    count(write_start(archive, settings, block_size));
+    for (;;) {
+        if (!read_file(&files, context.buf_in, block_size, context.in_len))
+            error_exit(ERR_READ, settings.input_name);
+        if (context.in_len == 0) break;
         bytes_read += context.in_len;
         compress_block(context);
-        std::uint8_t head[kRecordHeadBytes];
-        put_record_head(head, context.out_len);
-        write_bytes(files, settings, head, kRecordHeadBytes);
-        write_bytes(files, settings, context.buf_out, context.out_len);
-        archive_size += kRecordHeadBytes + context.out_len;
+        count(write_record(archive, context.buf_out, context.out_len));
         print_progress_mark();
     }
     free_compress(context);
@@ -158,44 +164,26 @@ void compress_file(CoderContext &context) {
 }
 
 void decompress_file(CoderContext &context) {
-    Settings &settings = context.settings;
-    const Files files = open_files(settings);
+    const Settings &settings = context.settings;
+    Files files = open_files(settings);
     context.file_size = saturate(files.input_size);
 
-    char magic[kMagicBytes];
-    if (read_bytes(files, settings, magic, kMagicBytes) != kMagicBytes ||
-        std::memcmp(magic, kMagic, kMagicBytes) != 0) {
-        error_exit(ERR_HEADER, kMagic);
-    }
-    std::uint8_t header[kHeaderBytes];
-    if (read_bytes(files, settings, header, kHeaderBytes) != kHeaderBytes) {
-        error_exit(ERR_READ, settings.input_name);
-    }
-    std::uint8_t flags;
-    std::uint32_t block_size;
-    if (!get_header(header, flags, block_size)) error_exit(ERR_CRC, "");
-    set_flags(settings, flags);
-    const std::uint32_t memory_bytes = alloc_decompress(context, block_size);
-    if (memory_bytes == 0) error_exit(ERR_MEMORY, "");
+    const ByteSource archive = {&files, read_file};
+    std::uint32_t memory_bytes;
+    check(start_reading(archive, context, memory_bytes), settings);
     print_start(memory_bytes, "Decompressing", settings);
 
     std::uint64_t output_size = 0;
-    std::uint8_t head[kRecordHeadBytes];
-    while (const std::uint32_t head_len = read_bytes(files, settings, head, kRecordHeadBytes)) {
-        if (head_len != kRecordHeadBytes) error_exit(ERR_READ, settings.input_name);
-        std::uint32_t length;
-        if (!get_record_head(head, length)) error_exit(ERR_CRC, "");
-        if (length == 0) break;
-        if (length > context.capacity) error_exit(ERR_CRC, "");
-        // A block cut short has lost its CRC, which must not be made up from what an
-        // earlier block left in the buffer.
-        if (read_bytes(files, settings, context.buf_in, length) != length) error_exit(ERR_CRC, "");
-        context.in_len = length;
-        if (!decompress_block(context)) error_exit(ERR_CRC, "");
-        write_bytes(files, settings, context.buf_out, context.out_len);
+    std::uint32_t length;
+    BlockTrace trace;
+    ArchiveStatus status;
+    while ((status = read_block(archive, context, length, trace)) == ArchiveStatus::kGood) {
+        if (!write_file(&files, context.buf_out, context.out_len))
+            error_exit(ERR_WRITE, settings.output_name);
         output_size += context.out_len;
         print_progress_mark();
     }
+    check(status, settings);
     free_decompress(context);
     close_files(files, settings);
 

@@ -9,28 +9,29 @@
 
 namespace {
 
-constexpr std::uint8_t Settings::*kStageFlags[8] = {
-    &Settings::eol_off, &Settings::flt32_off, &Settings::delta_off, &Settings::lzp_off,
-    &Settings::bwt_off, &Settings::st_off,    &Settings::rle_off,   &Settings::dce_off,
-};
-
 std::uint8_t check_byte(const std::uint8_t *bytes, std::uint32_t count) {
     return static_cast<std::uint8_t>(crc32_block(bytes, count));
 }
 
 } // namespace
 
+const StageEntry kStageTable[STAGE_COUNT] = {
+    {"EOL", &Settings::eol_off}, {"FLT32", &Settings::flt32_off}, {"DELTA", &Settings::delta_off},
+    {"LZP", &Settings::lzp_off}, {"BWT", &Settings::bwt_off},     {"ST", &Settings::st_off},
+    {"RLE", &Settings::rle_off}, {"DCE", &Settings::dce_off},
+};
+
 std::uint8_t flags_of(const Settings &settings) {
     unsigned flags = 0;
-    for (unsigned i = 0; i < 8; ++i) {
-        if (settings.*kStageFlags[i] != 0) flags |= 1u << i;
+    for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
+        if (settings.*kStageTable[stage].off != 0) flags |= 1u << stage;
     }
     return static_cast<std::uint8_t>(flags);
 }
 
 void set_flags(Settings &settings, std::uint8_t flags) {
-    for (unsigned i = 0; i < 8; ++i)
-        settings.*kStageFlags[i] = (flags >> i) & 1;
+    for (unsigned stage = 0; stage < STAGE_COUNT; ++stage)
+        settings.*kStageTable[stage].off = (flags >> stage) & 1;
 }
 
 std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size) {

@@ -8,13 +8,21 @@
 #pragma once
 
 #include "cli/settings.h"
+#include "pipeline/block.h"
 
 #include <cstdint>
 
 constexpr char kMagic[] = "VELK_V0.95a>";
 constexpr std::uint32_t kMagicBytes = sizeof kMagic - 1;
 constexpr std::uint32_t kHeaderBytes = 6;
+constexpr std::uint32_t kFirstRecord = kMagicBytes + kHeaderBytes; // its offset
 constexpr std::uint32_t kRecordHeadBytes = 5;
+
+struct StageEntry {
+    const char *name;
+    std::uint8_t Settings::*off; // its flag
+};
+extern const StageEntry kStageTable[STAGE_COUNT];
 
 // The flags byte that says which stages `settings` has off, and back.
 [[nodiscard]] std::uint8_t flags_of(const Settings &settings);

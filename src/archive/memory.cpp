@@ -15,11 +15,6 @@ namespace {
 
 static_assert(kModelAreaBytes <= kSortScratchBytes);
 
-bool valid(const CoderContext &context, std::uint32_t block_size) {
-    const bool both_sorts = context.settings.bwt_off == 0 && context.settings.st_off == 0;
-    return block_size >= kMinBlockSize && block_size <= kMaxBlockSize && !both_sorts;
-}
-
 // Sorts reach all over their arrays, and the processor remembers where few small pages
 // are: blocks of 16 MB gain 5 to 15 %, those of 2 MiB 2 to 5 %. Only pages that lie in the
 // array as a whole are asked for, so the memory stays what has been reserved; without an
@@ -52,10 +47,15 @@ void release(std::uint32_t *&array) {
 
 } // namespace
 
+bool is_valid_header(const Settings &settings, std::uint32_t block_size) {
+    const bool both_sorts = settings.bwt_off == 0 && settings.st_off == 0;
+    return block_size >= kMinBlockSize && block_size <= kMaxBlockSize && !both_sorts;
+}
+
 // All sums below stay under 2^28: capacity is below 2^24.
 
 std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size) {
-    if (!valid(context, block_size)) return 0;
+    if (!is_valid_header(context.settings, block_size)) return 0;
     context.capacity = block_size + kBlockSlack;
     context.bit_words = context.capacity / 8;
     const std::uint32_t index_entries =
@@ -76,7 +76,7 @@ std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size) {
 }
 
 std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size) {
-    if (!valid(context, block_size)) return 0;
+    if (!is_valid_header(context.settings, block_size)) return 0;
     context.capacity = block_size + kBlockSlack;
     const std::uint32_t region_bytes = context.settings.bwt_off == 0
                                            ? 5 * context.capacity

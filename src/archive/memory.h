@@ -23,11 +23,14 @@ constexpr std::uint32_t kMaxBlockSize = 16776192;
 constexpr std::uint32_t kBlockSlack = 100;
 static_assert(kMaxBlockSize + kBlockSlack < (1u << 24));
 
+// Whether a compressor could write an archive of this block size, in bytes, with these
+// stages off: of the sorting transforms at least one.
+[[nodiscard]] bool is_valid_header(const Settings &settings, std::uint32_t block_size);
+
 // Sets `capacity`, the work arrays and the buffer pair for block size `block_size` bytes;
 // on compression all memory is zero-filled. `settings.st_off` and
 // `settings.bwt_off` must be set before. Returns the bytes taken, or 0, with nothing
-// taken, when `block_size` lies outside kMinBlockSize..kMaxBlockSize, both sorting
-// transforms are on, or the memory is not to be had.
+// taken, when `is_valid_header` refuses them or the memory is not to be had.
 [[nodiscard]] std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size);
 [[nodiscard]] std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size);
 

@@ -20,9 +20,6 @@
 namespace {
 
 constexpr std::uint8_t kFallbackMarker = 2;
-constexpr std::uint32_t kCrcBytes = 4;
-// The shortest data of a block record: one byte before the CRC.
-constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
 
 // Adds the milliseconds from its making to its end to a timer of the context.
 class StageTimer {

@@ -15,7 +15,12 @@
 
 #include <cstdint>
 
-// The stages, in the order of the forward chain.
+constexpr std::uint32_t kCrcBytes = 4;
+// The shortest data of a block record: one byte before the CRC.
+constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
+
+// The stages, in the order of the forward chain, which is that of their bits in an
+// archive's flags byte.
 enum StageNumber : unsigned {
     STAGE_EOL,
     STAGE_FLT32,

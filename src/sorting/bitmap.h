@@ -8,13 +8,45 @@ inline void set_bit(std::uint32_t *bits, std::uint32_t i) {
     bits[i / 32] |= 1u << (i % 32);
 }
 
+inline void clear_bit(std::uint32_t *bits, std::uint32_t i) {
+    bits[i / 32] &= ~(1u << (i % 32));
+}
+
 inline bool get_bit(const std::uint32_t *bits, std::uint32_t i) {
     return (bits[i / 32] >> (i % 32) & 1) != 0;
 }
 
-// Words that hold `count` bits.
+// The number of bits set. (std::popcount is a call where the machine need not have it.)
+inline std::uint32_t count_ones(std::uint32_t bits) {
+    bits -= bits >> 1 & 0x55555555u;
+    bits = (bits & 0x33333333u) + (bits >> 2 & 0x33333333u);
+    return ((bits + (bits >> 4)) & 0x0F0F0F0Fu) * 0x01010101u >> 24;
+}
+
+// Words that hold `count` bits and one more.
 constexpr std::uint32_t bitmap_words(std::uint32_t count) {
     return count / 32 + 1;
+}
+
+// The first bit from i on, i at most `count`, that differs from those of `flip`, which is 0
+// or all ones; `count` or more when none below it does.
+inline std::uint32_t find_bit(const std::uint32_t *bits, std::uint32_t i, std::uint32_t count,
+                              std::uint32_t flip) {
+    std::uint32_t word = i / 32;
+    std::uint32_t wanted = (bits[word] ^ flip) & ~0u << (i % 32);
+    while (wanted == 0) {
+        if (++word >= bitmap_words(count)) return count;
+        wanted = bits[word] ^ flip;
+    }
+    return word * 32 + static_cast<std::uint32_t>(std::countr_zero(wanted));
+}
+
+inline std::uint32_t find_set(const std::uint32_t *bits, std::uint32_t i, std::uint32_t count) {
+    return find_bit(bits, i, count, 0);
+}
+
+inline std::uint32_t find_clear(const std::uint32_t *bits, std::uint32_t i, std::uint32_t count) {
+    return find_bit(bits, i, count, ~0u);
 }
 
 // Calls visit(i) for each set bit i < count, in increasing order.

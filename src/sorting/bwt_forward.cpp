@@ -14,7 +14,9 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
     }
     assert(n > 0 && n <= kPositionMask);
     const SortArrays arrays = {pair_region, index_array, bit_array, model_area};
-    if (!sort_by_induction(arrays, in, n, out)) sort_by_tripling(arrays, in, n, out);
+    if (!sort_by_induction(arrays, in, n, out) && !sort_by_tripling(arrays, in, n, out)) {
+        sort_by_period(arrays, in, n, out);
+    }
 
     std::uint32_t primary_index = 1;
     for (std::uint32_t row = 0; row < n; ++row) {

@@ -1,21 +1,21 @@
 // Induced sorting of cyclic rotations, with a direct sort of the valleys.
 //
 // A position is of type S when its rotation is smaller than the one that begins one
-// position later, else of type L. An S position behind an L is a valley; there are at most
-// n / 2. Sorted valleys determine the order of all rotations in two passes over the rows
-// (P. Ko, S. Aluru, "Space efficient linear time construction of suffix arrays", 2003).
+// position later, else of type L. The sorted valleys (sorting/valleys.h) determine the order
+// of all rotations in two passes over the rows (P. Ko, S. Aluru, "Space efficient linear time
+// construction of suffix arrays", 2003).
 //
 // Valleys are few and real data tells them apart in a few bytes, so they are sorted by
-// comparison, 5 bytes at a time (sorting/valleys.h). A bucket for each two-byte beginning
-// holds entries with the next five bytes, which need no look at the block.
+// comparison, 5 bytes at a time. A bucket for each two-byte beginning holds entries with the
+// next five bytes, which need no look at the block.
 //
 // The arrays, by their use over time (spare: the pair region behind the two buffers):
 //
 //                  valleys sorted      ties broken                         passes
-//   index array    entries             places (n/2) | names (n/2)          rows
-//   spare          counting scratch    scratch | string of names           valleys
+//   index array    entries             places | rows and names of ties     rows
+//   spare          counting scratch    scratch                             valleys
 //   model area     bucket ends         -                                   -
-//   bit array      valley marks | tie marks | marks of tied valleys, of the name sort
+//   bit array      valley marks | tie marks | kept valleys | marks of the name sort
 #include "pipeline/byte_order.h"
 #include "sorting/bitmap.h"
 #include "sorting/prefetch.h"
@@ -35,57 +35,99 @@ constexpr std::uint32_t kAhead = 32;
 
 // Valleys ------------------------------------------------------------------------
 
-// By first byte, how many rotations there are of each type.
-struct TypeCounts {
-    std::uint32_t l[256];
-    std::uint32_t s[256];
+// Of eight bytes each, the lowest first, in which those of a are smaller, and in which they
+// are equal: bit i for byte i.
+struct Comparison {
+    std::uint64_t smaller, equal;
 };
 
-// Lists the valleys, from the last to the first, position 0 foremost. Returns their number;
-// 0 when all bytes are equal. list: n / 2 + 1 entries.
-std::uint32_t find_valleys(const Valleys &v, std::uint32_t *list, TypeCounts &counts) {
+Comparison compare_bytes(std::uint64_t a, std::uint64_t b) {
+    constexpr std::uint64_t kHighs = 0x8080808080808080u;
+    const auto gather = [](std::uint64_t highs) {
+        return (highs >> 7) * 0x0102040810204080u >> 56;
+    };
+    const std::uint64_t differences = a ^ b;
+    const std::uint64_t low_not_smaller = (a | kHighs) - (b & ~kHighs);
+    const std::uint64_t smaller = ((~a & b) | (~differences & ~low_not_smaller)) & kHighs;
+    const std::uint64_t different = ((differences & ~kHighs) + ~kHighs) | differences;
+    return {gather(smaller), gather(~different & kHighs)};
+}
+
+// Which of 64 positions, from the one of `text` on, are of type S; next_is_s: the type of the
+// one behind them. 73 bytes are read.
+std::uint64_t find_types(const std::uint8_t *text, bool next_is_s) {
+    std::uint64_t s = 0, equal = 0;
+    for (std::uint32_t i = 0; i < 64; i += 8) {
+        const Comparison c = compare_bytes(get_u64(text + i), get_u64(text + i + 1));
+        s |= c.smaller << i;
+        equal |= c.equal << i;
+    }
+    // Before an equal byte the type is the same: passed on by 1, 2, 4, ... positions.
+    s |= equal & std::uint64_t{next_is_s} << 63;
+    for (std::uint32_t step = 1; step < 64; step *= 2) {
+        s |= equal & s >> step;
+        equal &= equal >> step;
+    }
+    return s;
+}
+
+// Marks the valleys and returns their number; 0 when all bytes are equal. Goes through the
+// text from its end: the odd positions there one by one, then 64 at a time.
+std::uint32_t find_valleys(const Valleys &v) {
     std::uint32_t rise = 0; // the first byte that differs from the next one
     while (rise < v.n && v.text[rise] == v.text[rise + 1])
         ++rise;
     if (rise == v.n) return 0;
+    const bool first_is_s = v.text[rise] < v.text[rise + 1];
 
-    // Two sets of counters, so that equal neighbours do not wait for each other.
-    std::uint32_t count[2][2][256] = {};
-    std::uint32_t later_is_s = v.text[rise] < v.text[rise + 1];
-    std::uint32_t later = v.text[0];
+    const bool last_is_s = v.text[v.n - 1] < v.text[0] + std::uint32_t{first_is_s};
+
     std::uint32_t valleys = 0;
-    for (std::uint32_t p = v.n; p-- > 0;) {
-        const std::uint32_t here = v.text[p];
-        const std::uint32_t is_s = here < later + later_is_s;
-        list[valleys] = p + 1;
-        valleys += later_is_s & ~is_s;
-        ++count[p % 2][is_s][here];
-        later = here;
-        later_is_s = is_s;
+    const auto mark = [&](std::uint32_t p, std::uint64_t s, bool before_is_s) {
+        const std::uint64_t marks = s & ~(s << 1 | before_is_s);
+        v.marks[p / 32] = static_cast<std::uint32_t>(marks);
+        v.marks[p / 32 + 1] = static_cast<std::uint32_t>(marks >> 32);
+        valleys += count_ones(v.marks[p / 32]) + count_ones(v.marks[p / 32 + 1]);
+    };
+    std::uint32_t p = v.n / 64 * 64;
+    std::uint64_t above = 0; // the types of the positions from p on
+    bool is_s = first_is_s;
+    for (std::uint32_t q = v.n; q-- > p;) {
+        is_s = v.text[q] < v.text[q + 1] + std::uint32_t{is_s};
+        above = above << 1 | is_s;
     }
-    if (list[0] == v.n) list[0] = 0;
-    for (std::uint32_t c = 0; c < 256; ++c) {
-        counts.l[c] = count[0][0][c] + count[1][0][c];
-        counts.s[c] = count[0][1][c] + count[1][1][c];
+    for (; p > 0; p -= 64) {
+        const std::uint64_t s = find_types(v.text + p - 64, is_s);
+        mark(p, above, s >> 63 != 0);
+        above = s;
+        is_s = (s & 1) != 0;
     }
+    mark(0, above, last_is_s);
     return valleys;
+}
+
+void count_bytes(const Valleys &v, std::uint32_t *counts) {
+    // Four sets of counters, so that equal neighbours do not wait for each other.
+    std::uint32_t count[4][256] = {};
+    for (std::uint32_t p = 0; p < v.n; ++p)
+        ++count[p % 4][v.text[p]];
+    for (std::uint32_t c = 0; c < 256; ++c)
+        counts[c] = count[0][c] + count[1][c] + count[2][c] + count[3][c];
 }
 
 // Makes the entries, in the order of the first two bytes, and leaves in bucket_ends where
 // those of each two bytes end.
-void fill_buckets(const Valleys &v, const std::uint32_t *list, std::uint32_t *bucket_ends) {
+void fill_buckets(const Valleys &v, std::uint32_t *bucket_ends) {
     const auto bucket = [&](std::uint32_t p) { return v.text[p] * 256u + v.text[p + 1]; };
     std::fill(bucket_ends, bucket_ends + kTextBuckets, 0);
-    for (std::uint32_t i = 0; i < v.count; ++i)
-        ++bucket_ends[bucket(list[i])];
+    for_each_bit(v.marks, v.n, [&](std::uint32_t p) { ++bucket_ends[bucket(p)]; });
     std::uint32_t sum = 0;
     for (std::uint32_t k = 0; k < kTextBuckets; ++k)
         sum += std::exchange(bucket_ends[k], sum);
-    for (std::uint32_t i = 0; i < v.count; ++i) {
-        const std::uint32_t p = list[i];
+    for_each_bit(v.marks, v.n, [&](std::uint32_t p) {
         const std::uint64_t key = get_u64_be(v.text + p + kBucketDepth) >> kKeyShift;
         v.entries[bucket_ends[bucket(p)]++] = key << kKeyShift | p;
-    }
+    });
 }
 
 // Passes -------------------------------------------------------------------------
@@ -104,13 +146,13 @@ std::uint32_t entry_before(const Valleys &v, std::uint32_t entry) {
 // Puts all rotations in their rows. In the rows of a first byte the L positions come first.
 // valley: row entries of the sorted valleys; valley_ends: where those of each first byte end.
 void induce(const Valleys &v, const std::uint32_t *valley, const std::uint32_t *valley_ends,
-            const TypeCounts &counts, std::uint32_t *rows) {
+            const std::uint32_t *byte_counts, std::uint32_t *rows) {
     std::uint32_t first_row[257];
     std::uint32_t next[256]; // by first byte, the next row to fill
     first_row[0] = 0;
     for (std::uint32_t c = 0; c < 256; ++c) {
         next[c] = first_row[c];
-        first_row[c + 1] = first_row[c] + counts.l[c] + counts.s[c];
+        first_row[c + 1] = first_row[c] + byte_counts[c];
     }
     const auto fetch = [&](std::uint32_t entry) {
         prefetch(v.text, (entry & kPositionMask) - std::uintptr_t{2});
@@ -176,20 +218,18 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     Valleys v{};
     v.text = text;
     v.n = n;
+    // The bit array holds at least n / 8 + 10 words; all marks together take, in bits, 3.5 n
+    // and, in words, 4 and one for each level of the name sort.
     v.marks = arrays.bit_array;
     v.tie_marks = v.marks + bitmap_words(n);
     v.entries = reinterpret_cast<ValleyEntry *>(index_array);
     v.scratch = reinterpret_cast<ValleyEntry *>(spare);
-    std::uint32_t *const more_marks = v.tie_marks + bitmap_words(n / 2);
+    std::uint32_t *const more_marks = v.tie_marks + bitmap_words(n / 2) + 1;
 
-    TypeCounts counts;
-    std::uint32_t *const list = spare;
-    v.count = find_valleys(v, list, counts);
+    v.count = find_valleys(v);
     if (v.count == 0) return false;
-    std::fill(v.marks, more_marks, 0);
-    for (std::uint32_t i = 0; i < v.count; ++i)
-        set_bit(v.marks, list[i]);
-    fill_buckets(v, list, bucket_ends);
+    fill_buckets(v, bucket_ends);
+    std::fill(v.tie_marks, more_marks, 0);
     sort_valleys(v, bucket_ends);
 
     for (std::uint32_t i = 0; i < v.count; ++i) {
@@ -205,6 +245,8 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     std::uint32_t valley_ends[256];
     for (std::uint32_t c = 0; c < 256; ++c)
         valley_ends[c] = bucket_ends[c * 256 + 255];
-    induce(v, valley, valley_ends, counts, index_array);
+    std::uint32_t byte_counts[256];
+    count_bytes(v, byte_counts);
+    induce(v, valley, valley_ends, byte_counts, index_array);
     return true;
 }

@@ -1,12 +1,7 @@
-// A position is of type S when its rotation is smaller than the one that begins one
-// position later, else of type L. An S position behind an L is a valley. Once the
-// valleys are sorted, one pass over the rows in increasing order puts the L positions in
-// their rows, each through the position behind it, and one in decreasing order the
-// S positions.
-//
-// The same two passes first sort the valleys by the piece up to the next valley; each
-// piece then gets a name, and the string of the names, at most half as long, is sorted in
-// the same way. Everything happens in `rows`:
+// The two passes of sorting/induced_sort.cpp, over names in place of bytes. They first sort
+// the valleys of the string by the piece up to the next valley; each piece then gets a name
+// of its own, and the string of those names, at most half as long, is sorted in the same
+// way. Everything happens in `rows`:
 //
 //   | sorted valleys (v) | names by position / 2 ............. |
 //   | sorted valleys (v) | ................ | names in order (v) |

@@ -1,10 +1,11 @@
-// The two ways of sorting a block's cyclic rotations.
+// The ways of sorting a block's cyclic rotations.
 //
 // `sort_by_induction` is fast and sorts every block whose rotations all differ.
 // `sort_by_tripling` sorts any block; for a periodic one, a shorter block repeated, it
-// fixes the order of equal rotations, which is part of the archive format.
+// fixes the order of equal rotations, which is part of the archive format. Blocks can be made
+// on which it would take quadratic time; their order is that of `sort_by_period`.
 //
-// Both leave the sorted rotations in the index array as row entries:
+// All leave the sorted rotations in the index array as row entries:
 //
 //   row r:  | b[p-1] (8) | p (24) |, p the start of the rotation in row r
 #pragma once
@@ -27,6 +28,11 @@ struct SortArrays {
 [[nodiscard]] bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block,
                                      std::uint32_t n, std::uint8_t *scratch);
 
-// The block is destroyed.
-void sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
-                      std::uint8_t *scratch);
+// Returns false when that takes more steps than a bound allows; then the block is still, or
+// again, in its place. Else it is destroyed.
+[[nodiscard]] bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
+                                    std::uint8_t *scratch);
+
+// Any block, periodic or not. Linear time beside that of sorting the period.
+void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
+                    std::uint8_t *scratch);

@@ -18,8 +18,13 @@
 // Where the order of equal elements decides the order of equal rotations, and with it
 // the primary index, every step is part of the format: the quicksorts' pivots and
 // exchanges, the insertion sort's gap, the order of the groups.
+//
+// What is equal under all of that is a block made to meet the quicksort's worst pivots. Its
+// sort is given up after a number of steps, which is part of the format, too.
+#include "sorting/bitmap.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
+#include "sorting/tripling_quicksort.h"
 
 #include <bit>
 #include <cassert>
@@ -51,65 +56,32 @@ bool equal_keys(const Triple &a, const Triple &b) {
     return a.key1 == b.key1 && a.key2 == b.key2;
 }
 
+int compare(const Triple &a, const Triple &b) {
+    if (less(a, b)) return -1;
+    return equal_keys(a, b) ? 0 : 1;
+}
+
+// A step is a row, or triple, that is compared with a pivot or whose keys are fetched. Periods
+// of text, tables, code, words, Fibonacci and Thue-Morse strings take up to 2.5 n log n; bad
+// pivots could make it n^2 / 12. Blocks of a few thousand bytes may always take as many.
+constexpr std::int64_t kMaxStepsFactor = 4;
+constexpr std::int64_t kStepsOfAnyBlock = 1 << 24;
+
+std::int64_t max_steps(std::uint32_t n) {
+    return kMaxStepsFactor * n * std::bit_width(n) + kStepsOfAnyBlock;
+}
+
 // The arrays and the state that the steps of one block's sort share.
 struct Sorter {
     std::uint32_t n;
     std::uint32_t *rows;
     std::uint32_t *ranks;
     std::uint32_t *group_bits;
-    Triple *triples;          // slot 0 is not used
-    std::uint8_t *third;      // by row, the third byte of its rotation
-    std::uint32_t h;          // depth to which the rows of a group are known to be equal
-    std::uint32_t pivot_seed; // 0..32767
+    Triple *triples;     // slot 0 is not used
+    std::uint8_t *third; // by row, the third byte of its rotation
+    std::uint32_t h;     // depth to which the rows of a group are known to be equal
+    QuicksortState quicksort;
 };
-
-// Row numbers are below 2^24, so signed ones hold them and one less than the first.
-using Index = std::int32_t;
-
-Index next_pivot(Sorter &s, Index lo, Index hi) {
-    s.pivot_seed = (s.pivot_seed * 7621 + 1) % 32768;
-    switch (s.pivot_seed % 3) {
-    case 0:
-        return lo;
-    case 1:
-        return (lo + hi) / 2;
-    default:
-        return hi;
-    }
-}
-
-// Group bitmap -------------------------------------------------------------------
-
-void set_group_bit(Sorter &s, std::uint32_t row) {
-    s.group_bits[row / 32] |= 1u << (row % 32);
-}
-
-bool group_bit(const Sorter &s, std::uint32_t row) {
-    return (s.group_bits[row / 32] >> (row % 32) & 1) != 0;
-}
-
-// The first bit from `row` on that is clear (flip = 0) or set (flip = all ones);
-// n + 1 when the words of bits 0..n hold none.
-std::uint32_t find_bit(const Sorter &s, std::uint32_t row, std::uint32_t flip) {
-    const std::uint32_t last_word = s.n / 32;
-    std::uint32_t word = row / 32;
-    if (word > last_word) return s.n + 1;
-    std::uint32_t wanted = ~(s.group_bits[word] ^ flip) & (~0u << (row % 32));
-    while (wanted == 0) {
-        if (word == last_word) return s.n + 1;
-        ++word;
-        wanted = ~(s.group_bits[word] ^ flip);
-    }
-    return word * 32 + static_cast<std::uint32_t>(std::countr_zero(wanted));
-}
-
-std::uint32_t find_clear(const Sorter &s, std::uint32_t row) {
-    return find_bit(s, row, 0);
-}
-
-std::uint32_t find_set(const Sorter &s, std::uint32_t row) {
-    return find_bit(s, row, ~0u);
-}
 
 // Calls process(first, end) for each group of two rows or more, in row order. The
 // callee may set bits inside the group.
@@ -117,51 +89,12 @@ template<typename Process>
 void for_each_group(const Sorter &s, Process process) {
     std::uint32_t row = 0;
     while (row < s.n) {
-        const std::uint32_t clear = find_clear(s, row + 1);
+        const std::uint32_t clear = find_clear(s.group_bits, row + 1, s.n);
         if (clear >= s.n) return;
         const std::uint32_t first = clear - 1;
-        const std::uint32_t end = find_set(s, clear); // bit n ends the search
+        const std::uint32_t end = find_set(s.group_bits, clear, s.n); // bit n ends the search
         process(first, end);
         row = end;
-    }
-}
-
-// Quicksort ----------------------------------------------------------------------
-
-// Sorts lo..hi of what `ops` gives access to; recursion is as deep as the pivots are
-// bad. ops.sorted_otherwise(lo, hi) may take over short ranges, ops.load_pivot(i)
-// fixes the pivot, ops.order(i) compares element i with it (below 0, 0, above 0).
-template<typename Ops>
-void quicksort(Sorter &s, Ops &ops, Index lo, Index hi) {
-    for (;;) {
-        if (ops.sorted_otherwise(lo, hi)) return;
-        ops.load_pivot(next_pivot(s, lo, hi));
-        Index i = lo;
-        Index j = hi;
-        while (i < j) {
-            while (ops.order(i) < 0)
-                ++i;
-            while (ops.order(j) > 0)
-                --j;
-            if (i <= j) ops.exchange(i++, j--);
-        }
-        // Elements equal to the pivot that met in the middle are in their place.
-        if (j >= lo) {
-            while (lo < j && ops.order(j) == 0)
-                --j;
-        }
-        if (i <= hi) {
-            while (ops.order(i) == 0) {
-                if (i >= hi) {
-                    if (lo < j) quicksort(s, ops, lo, j);
-                    return;
-                }
-                ++i;
-            }
-        }
-        if (lo < j) quicksort(s, ops, lo, j);
-        lo = i;
-        if (i >= hi) return;
     }
 }
 
@@ -185,11 +118,11 @@ struct ThirdByteOps {
 };
 
 void sort_third_bytes(Sorter &s, std::uint32_t first, std::uint32_t end) {
-    s.pivot_seed = 0;
+    s.quicksort.pivot_seed = 0;
     ThirdByteOps ops{s};
-    quicksort(s, ops, static_cast<Index>(first), static_cast<Index>(end - 1));
+    quicksort(s.quicksort, ops, 0, static_cast<Index>(first), static_cast<Index>(end - 1));
     for (std::uint32_t row = first + 1; row < end; ++row) {
-        if (s.third[row] != s.third[row - 1]) set_group_bit(s, row);
+        if (s.third[row] != s.third[row - 1]) set_bit(s.group_bits, row);
     }
 }
 
@@ -225,15 +158,14 @@ struct TripleOps {
         return true;
     }
     void load_pivot(Index i) { pivot = triples[i]; }
-    int order(Index i) const {
-        if (less(triples[i], pivot)) return -1;
-        return equal_keys(triples[i], pivot) ? 0 : 1;
-    }
+    int order(Index i) const { return compare(triples[i], pivot); }
 };
 
-void sort_triples(Sorter &s, Index lo, Index hi) {
+// Sorts triples 1 to m, those of the rows from `first` on.
+void sort_triples(Sorter &s, std::uint32_t first, std::uint32_t m) {
+    s.quicksort.pivot_seed = 0;
     TripleOps ops{s.triples};
-    quicksort(s, ops, lo, hi);
+    quicksort(s.quicksort, ops, static_cast<Index>(first) - 1, 1, static_cast<Index>(m));
 }
 
 // The keys of a row entry at offset d: the ranks d and d + step bytes further on.
@@ -248,6 +180,7 @@ Triple keys_at(const Sorter &s, std::uint32_t entry, std::uint32_t d, std::uint3
 
 // Builds triples 1.. for rows first..end - 1; returns whether all keys are equal.
 bool build_triples(Sorter &s, std::uint32_t first, std::uint32_t end, std::uint32_t d) {
+    s.quicksort.steps_left -= end - first;
     Triple *triple = s.triples + 1;
     bool all_equal = true;
     for (std::uint32_t row = first; row < end; ++row, ++triple) {
@@ -281,19 +214,9 @@ void refine_small_group(Sorter &s, std::uint32_t first, std::uint32_t end) {
             equal_rotations = all_equal;
             break;
         }
-        if (m > kMaxLookahead || !all_equal) break;
+        if (m > kMaxLookahead || !all_equal || s.quicksort.steps_left < 0) break;
     }
-    if (!equal_rotations) {
-        s.pivot_seed = 0;
-        const Index last = static_cast<Index>(m);
-        if (m == 2) {
-            if (less(s.triples[2], s.triples[1])) std::swap(s.triples[1], s.triples[2]);
-        } else if (last < kMaxInsertion) {
-            insertion_sort_triples(s.triples, 1, last);
-        } else {
-            sort_triples(s, 1, last);
-        }
-    }
+    if (!equal_rotations) sort_triples(s, first, m);
     store_entries(s, first, end);
 
     const std::uint32_t group_rank = rank_of_row(s, first);
@@ -301,7 +224,7 @@ void refine_small_group(Sorter &s, std::uint32_t first, std::uint32_t end) {
     const Triple *triple = s.triples + 2;
     for (std::uint32_t row = first + 1; row < end; ++row, ++triple) {
         if (equal_rotations || !equal_keys(triple[0], triple[-1])) {
-            set_group_bit(s, row);
+            set_bit(s.group_bits, row);
             subgroup = row;
         }
         if (subgroup != first) rank_of_row(s, row) = group_rank + (subgroup - first);
@@ -312,58 +235,40 @@ Triple keys_of_row(const Sorter &s, Index row) {
     return keys_at(s, s.rows[row], s.h, s.h);
 }
 
-void sort_triple_range(Sorter &s, Index lo, Index hi) {
-    const std::uint32_t first = static_cast<std::uint32_t>(lo);
-    const std::uint32_t end = static_cast<std::uint32_t>(hi) + 1;
-    const bool all_equal = build_triples(s, first, end, s.h);
-    s.pivot_seed = 0;
-    if (all_equal) return;
-    sort_triples(s, 1, hi - lo + 1);
-    store_entries(s, first, end);
-}
+// Rows of a large group, until a part of them fits the triples.
+struct RowOps {
+    Sorter &s;
+    Triple pivot{};
 
-// Sorts rows lo..hi by their keys, in place until a part fits the triples. Returns
-// false when all keys are equal.
-bool sort_large_group(Sorter &s, Index lo, Index hi) {
-    for (bool whole_range = true;; whole_range = false) {
-        if (hi - lo + 1 <= static_cast<Index>(kMaxTriples)) {
-            sort_triple_range(s, lo, hi);
-            return true;
-        }
-        const Triple pivot = keys_of_row(s, next_pivot(s, lo, hi));
-        Index i = lo;
-        Index j = hi;
-        while (i < j) {
-            while (less(keys_of_row(s, i), pivot))
-                ++i;
-            while (less(pivot, keys_of_row(s, j)))
-                --j;
-            if (i <= j) std::swap(s.rows[i++], s.rows[j--]);
-        }
-        while (j >= lo && equal_keys(keys_of_row(s, j), pivot))
-            --j;
-        while (i <= hi && equal_keys(keys_of_row(s, i), pivot))
-            ++i;
-        if (i > hi && j < lo && whole_range) return false;
-        if (lo < j) sort_large_group(s, lo, j);
-        lo = i;
-        if (i >= hi) return true;
+    void exchange(Index i, Index j) const { std::swap(s.rows[i], s.rows[j]); }
+    bool sorted_otherwise(Index lo, Index hi) const {
+        const std::uint32_t first = static_cast<std::uint32_t>(lo);
+        const std::uint32_t m = static_cast<std::uint32_t>(hi - lo) + 1;
+        if (m > kMaxTriples) return false;
+        s.quicksort.pivot_seed = 0;
+        if (build_triples(s, first, first + m, s.h)) return true;
+        sort_triples(s, first, m);
+        store_entries(s, first, first + m);
+        return true;
     }
-}
+    void load_pivot(Index i) { pivot = keys_of_row(s, i); }
+    int order(Index i) const { return compare(keys_of_row(s, i), pivot); }
+};
 
 void refine_large_group(Sorter &s, std::uint32_t first, std::uint32_t end) {
-    if (!sort_large_group(s, static_cast<Index>(first), static_cast<Index>(end - 1))) return;
+    RowOps ops{s};
+    quicksort(s.quicksort, ops, 0, static_cast<Index>(first), static_cast<Index>(end - 1));
     // All bits come before the first rank: a rank set early would alter later keys.
     Triple previous = keys_of_row(s, static_cast<Index>(first));
     for (std::uint32_t row = first + 1; row < end; ++row) {
         const Triple keys = keys_of_row(s, static_cast<Index>(row));
-        if (!equal_keys(keys, previous)) set_group_bit(s, row);
+        if (!equal_keys(keys, previous)) set_bit(s.group_bits, row);
         previous = keys;
     }
     const std::uint32_t group_rank = rank_of_row(s, first);
     std::uint32_t subgroup = first;
     for (std::uint32_t row = first + 1; row < end; ++row) {
-        if (group_bit(s, row)) subgroup = row;
+        if (get_bit(s.group_bits, row)) subgroup = row;
         if (subgroup != first) rank_of_row(s, row) = group_rank + (subgroup - first);
     }
 }
@@ -375,6 +280,7 @@ void run_passes(Sorter &s) {
         std::uint32_t unsorted = 0;
         for_each_group(s, [&](std::uint32_t first, std::uint32_t end) {
             unsorted += end - first - 1;
+            if (s.quicksort.steps_left < 0) return;
             if (end - first <= kMaxTriples) {
                 refine_small_group(s, first, end);
             } else {
@@ -394,7 +300,6 @@ void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next,
     const auto bucket = [&](std::uint32_t p) { return block[p] * 256u + block[p + 1]; };
     std::memset(next, 0, kBuckets * sizeof *next);
     std::memset(start, 0, kBuckets * sizeof *start);
-    std::memset(s.group_bits, 0, (s.n / 32 + 1) * sizeof *s.group_bits);
     for (std::uint32_t p = 0; p < s.n; ++p)
         ++next[bucket(p)];
     std::uint32_t row = 0;
@@ -403,10 +308,10 @@ void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next,
         if (count == 0) continue;
         start[k] = row;
         next[k] = row;
-        set_group_bit(s, row);
+        set_bit(s.group_bits, row);
         row += count;
     }
-    set_group_bit(s, s.n);
+    set_bit(s.group_bits, s.n);
     std::uint32_t preceding = block[s.n - 1];
     for (std::uint32_t p = 0; p < s.n; ++p) {
         const std::uint32_t r = next[bucket(p)]++;
@@ -416,17 +321,42 @@ void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next,
     }
 }
 
+// Gives every position the key of its first three bytes. The block lies in `block` with two
+// bytes behind it.
+void make_ranks(Sorter &s, const std::uint8_t *block, const std::uint32_t *start) {
+    std::uint8_t *const moved = reinterpret_cast<std::uint8_t *>(s.ranks) + 3 * s.n;
+    std::memmove(moved, block, s.n + 2);
+    for (std::uint32_t p = 0; p < s.n; ++p) {
+        const std::uint32_t first_byte = moved[p];
+        s.ranks[p] = first_byte << 24 | start[moved[p + 1] * 256u + moved[p + 2]];
+    }
+}
+
+// A rank's top byte is its rotation's first one. Each is read before it is written over.
+void take_block_back(const Sorter &s, std::uint8_t *block) {
+    std::uint8_t *const bytes = reinterpret_cast<std::uint8_t *>(s.ranks);
+    for (std::uint32_t p = 0; p < s.n; ++p)
+        bytes[p] = static_cast<std::uint8_t>(s.ranks[p] >> 24);
+    std::memmove(block, bytes, s.n);
+}
+
 } // namespace
 
-void sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
+bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
                       std::uint8_t *scratch) {
     assert(n > 0 && n <= kPositionMask);
+    const std::uint32_t words = bitmap_words(n);
     Sorter s{};
     s.n = n;
     s.rows = arrays.index_array;
     s.ranks = arrays.pair_region;
     s.group_bits = arrays.bit_array;
     s.third = scratch;
+    s.quicksort.rows = n;
+    s.quicksort.begins = s.group_bits + words;
+    s.quicksort.ends = s.quicksort.begins + words;
+    s.quicksort.steps_left = max_steps(n);
+    std::memset(s.group_bits, 0, 3 * words * sizeof *s.group_bits);
     std::uint32_t *const next = arrays.model_area;
     std::uint32_t *const start = arrays.model_area + kBuckets;
 
@@ -435,14 +365,10 @@ void sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     sort_two_bytes(s, block, next, start);
     for_each_group(
         s, [&](std::uint32_t first, std::uint32_t end) { sort_third_bytes(s, first, end); });
-
-    std::uint8_t *const moved = reinterpret_cast<std::uint8_t *>(arrays.pair_region) + 3 * n;
-    std::memmove(moved, block, n + 2);
-    for (std::uint32_t p = 0; p < n; ++p) {
-        const std::uint32_t first_byte = moved[p];
-        s.ranks[p] = first_byte << 24 | start[moved[p + 1] * 256u + moved[p + 2]];
-    }
-
+    make_ranks(s, block, start);
     s.triples = reinterpret_cast<Triple *>(arrays.model_area); // the buckets are done with
     run_passes(s);
+    const bool sorted = s.quicksort.steps_left >= 0;
+    if (!sorted) take_block_back(s, block);
+    return sorted;
 }

@@ -10,6 +10,7 @@
 #include "sorting/valleys.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <utility>
 
@@ -35,10 +36,14 @@ std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
     return q < v.n ? q : q % v.n;
 }
 
-// Sorts by whole keys; `key_byte` says which byte of them, from 4 down to 0, is the highest
-// in which they may differ.
-void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_t key_byte) {
+// Sorts by whole keys. Larger sets are first split by the highest byte in which they differ:
+// many differ in one place of a column only.
+void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m) {
     if (m <= kMinCounting) return sort_distinct(entries, m); // positions differ
+    ValleyEntry differences = 0;
+    for (std::uint32_t i = 1; i < m; ++i)
+        differences |= entries[i] ^ entries[0];
+    if (differences >> kKeyShift == 0) return;
     if (m > v.n / 4) {
         // More than the scratch holds, most with the same key: set the median's apart. The
         // two sides fit, as m is at most n / 2.
@@ -49,11 +54,11 @@ void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::
             entries, median, [&](ValleyEntry entry) { return entry >> kKeyShift < key; });
         ValleyEntry *const last = std::partition(
             median, entries + m, [&](ValleyEntry entry) { return entry >> kKeyShift == key; });
-        sort_entries(v, entries, static_cast<std::uint32_t>(first - entries), key_byte);
-        sort_entries(v, last, static_cast<std::uint32_t>(entries + m - last), key_byte);
+        sort_entries(v, entries, static_cast<std::uint32_t>(first - entries));
+        sort_entries(v, last, static_cast<std::uint32_t>(entries + m - last));
         return;
     }
-    const std::uint32_t shift = kKeyShift + 8 * key_byte;
+    const std::uint32_t shift = static_cast<std::uint32_t>(std::bit_width(differences) - 1) / 8 * 8;
     std::uint32_t ends[256] = {};
     for (std::uint32_t i = 0; i < m; ++i)
         ++ends[entries[i] >> shift & 255];
@@ -63,10 +68,10 @@ void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::
     std::memcpy(v.scratch, entries, m * sizeof *entries);
     for (std::uint32_t i = 0; i < m; ++i)
         entries[ends[v.scratch[i] >> shift & 255]++] = v.scratch[i];
-    if (key_byte == 0) return;
+    if (shift == kKeyShift) return;
     std::uint32_t begin = 0;
     for (const std::uint32_t end : ends) {
-        if (end - begin > 1) sort_entries(v, entries + begin, end - begin, key_byte - 1);
+        if (end - begin > 1) sort_entries(v, entries + begin, end - begin);
         begin = end;
     }
 }
@@ -137,7 +142,7 @@ void sort_bucket(Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_
         std::uint32_t first_other = 1;
         while (first_other < m && key(first_other) == key(0))
             ++first_other;
-        if (first_other < m) sort_entries(v, entries, m, kKeyBytes - 1);
+        if (first_other < m) sort_entries(v, entries, m);
 
         depth += kKeyBytes;
         ValleyEntry *largest = entries;
@@ -156,8 +161,8 @@ void sort_bucket(Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_
         if (largest_size < 3) return sort_run(largest, largest_size, depth, tie_depth);
         entries = largest;
         m = largest_size;
-        if (kRepetitivePart * m > v.count)
-            tie_depth = std::min(tie_depth, kMinTieDepthOfRepetitive);
+        if (tie_depth == kMinTieDepth && kRepetitivePart * m > v.count)
+            tie_depth = kMinTieDepthOfRepetitive;
         if (depth >= tie_depth) {
             tie_depth = piece_depth(v, position_of(entries[0]));
             if (depth >= tie_depth) return tie(v, entries, m);

@@ -1,5 +1,6 @@
-// The valleys of a block: the positions whose rotations are smaller than those that begin
-// one position earlier and one position later (the latter also when equal bytes follow).
+// The valleys of a block. A valley (LMS position in the literature) is smaller than the
+// rotations before and behind it; of equal bytes in a row only the first can be one. So there
+// are at most n / 2.
 //
 // They are sorted by comparison as far as is worth it (valley_sort.cpp). What is tied then is
 // decided by the valleys that follow (valley_ties.cpp).
@@ -7,7 +8,6 @@
 
 #include "sorting/bitmap.h"
 
-#include <bit>
 #include <cstdint>
 
 // Bytes of the text before the block and behind it: the rotation goes on.
@@ -36,13 +36,8 @@ struct Valleys {
 // The valley behind p, the first one behind the last. There must be one. The words of marks
 // go on to bit n, so that p + 1 has one.
 inline std::uint32_t valley_after(const Valleys &v, std::uint32_t p) {
-    std::uint32_t word = (p + 1) / 32;
-    std::uint32_t marks = v.marks[word] & ~0u << ((p + 1) % 32);
-    while (marks == 0) {
-        word = word + 1 < bitmap_words(v.n) ? word + 1 : 0;
-        marks = v.marks[word];
-    }
-    return word * 32 + static_cast<std::uint32_t>(std::countr_zero(marks));
+    const std::uint32_t q = find_set(v.marks, p + 1, v.n);
+    return q < v.n ? q : find_set(v.marks, 0, v.n);
 }
 
 // Sorts the entries. They must be ordered by their first two bytes, with the bytes behind
@@ -52,6 +47,6 @@ void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends);
 
 // Decides the ties. places: n entries, the positions of the sorted valleys in the first
 // `count`, before and after. spare: n / 2 entries, which `scratch` may share.
-// marks: n bits and 32 words. Returns false, with `places` undefined, for a periodic block.
+// marks: 2 * n bits and 25 words. Returns false, with `places` undefined, for a periodic block.
 [[nodiscard]] bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
                               std::uint32_t *marks);

@@ -1,0 +1,60 @@
+// An archive of any bytes goes through velkinfo's reader and its salvage. Three in four
+// are damaged, in a byte that the last ones choose: those are a CRC, good as a random
+// number.
+#include "archive/format.h"
+#include "pipeline/byte_order.h"
+#include "pipeline/crc32.h"
+#include "survey.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+void expect(bool holds) {
+    if (!holds) std::abort();
+}
+
+void damage(std::vector<std::uint8_t> &archive) {
+    if (archive.size() < 4) return;
+    const std::uint32_t choice = get_u32(&archive[archive.size() - 4]);
+    if (choice % 4 == 0) return;
+    std::uint8_t &byte = archive[choice / 4 % archive.size()];
+    byte = static_cast<std::uint8_t>(byte + choice % 4);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static Restorer restorer;
+    static const bool prepared = restorer.prepare();
+    std::vector<std::uint8_t> archive(data, data + size);
+    damage(archive);
+    BlockReader reader;
+    reader.archive.size = size;
+    reader.archive.file.reset(fmemopen(archive.data(), size, "rb"));
+    if (!prepared || reader.archive.file == nullptr) return 0;
+
+    // Blocks that the reader restores are intact to the survey.
+    std::string why;
+    std::uint32_t memory_bytes;
+    bool reading = start_reading(source_of(reader.archive), reader.context, memory_bytes) ==
+                   ArchiveStatus::kGood;
+    Survey survey(reader.archive, reading);
+    std::uint64_t position = 0;
+    for (Extent extent; survey.next(extent); position = extent.end) {
+        expect(extent.begin < extent.end);
+        expect(extent.begin == position || (position == 0 && extent.begin <= kFirstRecord));
+        reading = reading && next_block(reader, why) == ArchiveStatus::kGood;
+        if (reading) expect(extent.data != 0 && extent.end == reader.archive.position);
+        if (extent.data == 0) continue;
+        const auto covered = static_cast<std::uint32_t>(extent.end - extent.data - kCrcBytes);
+        expect(crc32_block(&archive[extent.data], covered) ==
+               get_u32(&archive[extent.end - kCrcBytes]));
+        std::uint32_t length;
+        const auto *const block = restorer.restore(reader.archive, extent.data, extent.end, length);
+        if (reading) expect(block != nullptr && length == reader.context.out_len);
+    }
+    expect(survey.checksummed() <= 64 * size + 102400);
+    return 0;
+}

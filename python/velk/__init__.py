@@ -1,0 +1,66 @@
+"""VELK's archives from Python, by libvelk: as the standard modules bz2 and lzma.
+
+    import velk
+
+    archive = velk.compress(data)
+    data = velk.decompress(archive)
+
+    with velk.open("log.velk", "w") as file:
+        file.write(data)
+    with velk.open("log.velk") as file:
+        file.seek(1_000_000_000)        # costs one block
+        line = file.readline()
+
+Settings of compress, open, VelkFile and Encoder, by name:
+
+    block_size        bytes, 131072 to 16776192; 2 MiB if not given
+    fixed_block_size  true: that size even for a shorter input
+    stages_off        OFF_EOL | ..., of OFF_BWT and OFF_ST at least one; OFF_ST if not given
+    no_fallback       true: blocks are sorted and coded even where that does not pay
+    threads           how many work at once; as many as there are processors if not given
+
+What is not an archive, or a damaged one, raises VelkError. Encoder, Decoder and
+record_size are for programs that spread the blocks of an input over machines themselves.
+"""
+
+from velk._file import VelkFile, open
+from velk._library import (
+    HEADER_SIZE,
+    OFF_BWT,
+    OFF_DCE,
+    OFF_DELTA,
+    OFF_EOL,
+    OFF_FLT32,
+    OFF_LZP,
+    OFF_RLE,
+    OFF_ST,
+    RECORD_HEAD_SIZE,
+    Decoder,
+    Encoder,
+    VelkError,
+    __version__,
+    compress,
+    decompress,
+    record_size,
+)
+
+__all__ = [
+    "HEADER_SIZE",
+    "OFF_BWT",
+    "OFF_DCE",
+    "OFF_DELTA",
+    "OFF_EOL",
+    "OFF_FLT32",
+    "OFF_LZP",
+    "OFF_RLE",
+    "OFF_ST",
+    "RECORD_HEAD_SIZE",
+    "Decoder",
+    "Encoder",
+    "VelkError",
+    "VelkFile",
+    "compress",
+    "decompress",
+    "open",
+    "record_size",
+]

@@ -1,0 +1,147 @@
+#include "archive_blocks.h"
+
+#include "archive/format.h"
+#include "pipeline/crc32.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iterator>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool read_next(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
+    ArchiveFile &archive = *static_cast<ArchiveFile *>(user);
+    const std::uint64_t left = archive.size - archive.position;
+    got = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
+    const bool read = read_at(archive, archive.position, bytes, got);
+    archive.position += got;
+    return read;
+}
+
+// By ArchiveStatus. Where a text is not all there is to say, `reason` says the rest.
+constexpr const char *kTexts[] = {
+    "",
+    "",
+    "an end mark with more bytes behind it",
+    "can't be read",
+    "does not begin as an archive",
+    "shorter than an archive's header",
+    "header: the check byte does not match",
+    "header: no such block size or stages",
+    "not enough memory",
+    "the record head is cut short",
+    "the check byte of the record head does not match",
+    "no block has a record of ",
+    "the block is cut short",
+    "the block CRC does not match",
+    "the CRC matches, but the ",
+};
+static_assert(std::size(kTexts) == static_cast<std::size_t>(ArchiveStatus::kStageFailed) + 1);
+
+std::string reason(ArchiveStatus status, std::uint32_t length, const BlockTrace &trace) {
+    const std::string text = text_of(status);
+    if (status == ArchiveStatus::kLengthInvalid) return text + std::to_string(length) + " bytes";
+    if (status != ArchiveStatus::kStageFailed) return text;
+    return text + kStageTable[trace.reached].name + " stage can't be undone";
+}
+
+} // namespace
+
+bool open_archive(ArchiveFile &archive, const char *name, std::string &why) {
+    std::error_code error;
+    archive.name = name;
+    if (fs::is_regular_file(name, error)) archive.file.reset(std::fopen(name, "rb"));
+    if (archive.file == nullptr) {
+        why = fs::exists(name, error) ? "can't be read, or is not a regular file" : "not found";
+        return false;
+    }
+    archive.size = fs::file_size(name, error);
+    if (error) why = error.message();
+    return !error;
+}
+
+ByteSource source_of(ArchiveFile &archive) {
+    return {&archive, read_next};
+}
+
+const char *text_of(ArchiveStatus status) {
+    return kTexts[static_cast<std::size_t>(status)];
+}
+
+bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
+    crc32_init();
+    if (!open_archive(reader.archive, name, why)) return false;
+    std::uint32_t memory_bytes;
+    const ArchiveStatus status =
+        start_reading(source_of(reader.archive), reader.context, memory_bytes);
+    why = text_of(status);
+    return status == ArchiveStatus::kGood;
+}
+
+ArchiveStatus next_block(BlockReader &reader, std::string &why) {
+    ArchiveFile &archive = reader.archive;
+    reader.offset = archive.position;
+    show_progress(archive, reader.offset);
+    std::uint32_t length;
+    ArchiveStatus status = read_block(source_of(archive), reader.context, length, reader.trace);
+    if (status == ArchiveStatus::kGood) {
+        ++reader.number;
+        reader.coded_len = kRecordHeadBytes + length;
+        return status;
+    }
+    show_progress(archive, archive.size);
+    if (status == ArchiveStatus::kEndMark && archive.position == archive.size)
+        status = ArchiveStatus::kEnd;
+    if (status != ArchiveStatus::kEnd) {
+        why = "block " + std::to_string(reader.number + 1) + " at offset " +
+              std::to_string(reader.offset) + ": " + reason(status, length, reader.trace);
+    }
+    return status;
+}
+
+bool Restorer::prepare() {
+    bwt_.settings.st_off = 1;
+    st_.settings.bwt_off = 1;
+    return alloc_decompress(bwt_, kMaxBlockSize) != 0 && alloc_decompress(st_, kMaxBlockSize) != 0;
+}
+
+const std::uint8_t *Restorer::restore(ArchiveFile &archive, std::uint64_t begin, std::uint64_t end,
+                                      std::uint32_t &length) {
+    for (RestoringContext *context : {&bwt_, &st_}) {
+        context->in_len = static_cast<std::uint32_t>(end - begin);
+        if (read_at(archive, begin, context->buf_in, context->in_len) &&
+            decompress_block(*context)) {
+            length = context->out_len;
+            return context->buf_out;
+        }
+    }
+    return nullptr;
+}
+
+bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes, std::uint32_t count) {
+    if (offset > archive.size || count > archive.size - offset) return false;
+    return fseeko(archive.file.get(), static_cast<off_t>(offset), SEEK_SET) == 0 &&
+           std::fread(bytes, 1, count, archive.file.get()) == count;
+}
+
+void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
+    using Clock = std::chrono::steady_clock;
+    static const bool terminal = isatty(STDERR_FILENO) == 1;
+    static Clock::time_point next = Clock::now() + std::chrono::seconds(1);
+    static bool shown = false;
+    if (!terminal || (offset != archive.size && Clock::now() < next)) return;
+    if (offset != archive.size) {
+        std::fprintf(stderr, "\r%s: %3.0f%%", archive.name.c_str(),
+                     100 * static_cast<double>(offset) / static_cast<double>(archive.size));
+        next = Clock::now() + std::chrono::milliseconds(250);
+        shown = true;
+    } else if (shown) {
+        std::fprintf(stderr, "\r\33[K");
+        shown = false;
+    }
+    std::fflush(stderr);
+}

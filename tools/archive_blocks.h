@@ -1,0 +1,74 @@
+// An archive file and its blocks: one after the other while it is whole, or from any place.
+#pragma once
+
+#include "archive/archive_io.h"
+#include "archive/memory.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+struct ArchiveFile {
+    std::unique_ptr<std::FILE, int (*)(std::FILE *)> file{nullptr, std::fclose};
+    std::uint64_t size = 0;     // bytes
+    std::uint64_t position = 0; // of the next byte to be read in order
+    std::string name;
+};
+
+// Opens a regular file. Returns false, with the reason in `why`, when it can't.
+[[nodiscard]] bool open_archive(ArchiveFile &archive, const char *name, std::string &why);
+
+// Its bytes, in order.
+[[nodiscard]] ByteSource source_of(ArchiveFile &archive);
+
+// What is wrong, in words.
+[[nodiscard]] const char *text_of(ArchiveStatus status);
+
+// A context that gives its memory back.
+struct RestoringContext : CoderContext {
+    // cppcheck-suppress uninitDerivedMemberVar // a fault of the check: {} sets them
+    RestoringContext() : CoderContext{} {}
+    ~RestoringContext() { free_decompress(*this); }
+    RestoringContext(const RestoringContext &) = delete;
+    RestoringContext &operator=(const RestoringContext &) = delete;
+};
+
+// The walk through an archive from its first block to its last, and where it is.
+struct BlockReader {
+    ArchiveFile archive;
+    RestoringContext context;    // buf_out holds the block
+    std::uint64_t number = 0;    // of the block, counted from 1
+    std::uint64_t offset = 0;    // of its record in the archive
+    std::uint32_t coded_len = 0; // bytes of the record, its head included
+    BlockTrace trace{};          // what each stage made of its length when it was written
+};
+
+// Opens the archive, reads its header and takes the memory that its blocks need.
+[[nodiscard]] bool open_blocks(BlockReader &reader, const char *name, std::string &why);
+
+// Restores the next block in memory. Returns kGood, kEnd, or what is wrong, with block and
+// reason in `why`; the walk is then over.
+[[nodiscard]] ArchiveStatus next_block(BlockReader &reader, std::string &why);
+
+// Restores blocks of any size and any stages: a header that is lost can't tell them.
+class Restorer {
+public:
+    // False when there is not the memory.
+    [[nodiscard]] bool prepare();
+    // Restores the block whose data go from `begin` to `end`. Returns it, and its length,
+    // or nullptr when it can't be undone.
+    [[nodiscard]] const std::uint8_t *restore(ArchiveFile &archive, std::uint64_t begin,
+                                              std::uint64_t end, std::uint32_t &length);
+
+private:
+    RestoringContext bwt_, st_; // memory for blocks sorted in one way or the other
+};
+
+// Reads `count` bytes at `offset`; false when they are not all there.
+[[nodiscard]] bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes,
+                           std::uint32_t count);
+
+// Shows on a terminal how far a long run is; with `offset` = the archive's size wipes
+// that away.
+void show_progress(const ArchiveFile &archive, std::uint64_t offset);
