@@ -1,10 +1,23 @@
-# cmake --install puts the programs, their man pages and completions in place, what makes
-# archives known to others, and the C library; cpack makes packages, a .deb for each
-# component, and a .tar.gz of all.
+# cmake --install puts the programs, their man pages, completions, what makes archives known to
+# others, and the C library in place; cpack makes packages, a .deb for each component, and a
+# .tar.gz of all.
 include(GNUInstallDirs)
 set(CPACK_PACKAGE_CONTACT "The VELK authors <velk@authors.invalid>")
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
+
+if(WIN32)
+  # A .zip is unpacked into one folder.
+  set(CMAKE_INSTALL_BINDIR .)
+  set(CMAKE_INSTALL_DOCDIR .)
+  set(license LICENSE.txt)
+else()
+  set(license copyright)
+endif()
+
+install(TARGETS VELK velkinfo RUNTIME)
+install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME ${license})
 
 # Compresses a file of the build folder, without a name and a date in it, and installs it.
 find_program(GZIP gzip)
@@ -23,27 +36,13 @@ function(install_page page component)
                      DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
 
-# What Debian asks of each package.
+# What a Debian package has to have beside its files.
 function(install_changelog package component)
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  set(folder ${PROJECT_BINARY_DIR}/changelogs/${package})
-  configure_file(packaging/debian-changelog.in ${folder}/changelog @ONLY)
-  install_compressed(${folder}/changelog
+  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/${package}/changelog @ONLY)
+  install_compressed(${PROJECT_BINARY_DIR}/${package}/changelog
                      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
 endfunction()
-
-if(WIN32)
-  # A .zip is unpacked into one folder.
-  set(CMAKE_INSTALL_BINDIR .)
-  set(CMAKE_INSTALL_DOCDIR .)
-  set(license LICENSE.txt)
-else()
-  set(license copyright)
-endif()
-
-install(TARGETS VELK velkinfo RUNTIME)
-install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME ${license})
 
 if(UNIX)
   foreach(page VELK.1 velkinfo.1 velk.5)
@@ -52,15 +51,15 @@ if(UNIX)
   set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completion/velk DESTINATION ${completions} RENAME VELK)
   install(FILES completion/velkinfo DESTINATION ${completions})
-  # For file(1) and for desktops.
-  install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
-  install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
-  install_changelog(velk programs)
   install(DIRECTORY completion/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
   # zsh looks into the first below /usr/local, Debian's into the second below /usr.
   foreach(folder site-functions vendor-completions)
     install(FILES completion/zsh/_velk DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${folder})
   endforeach()
+  # For file(1) and for desktops.
+  install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
+  install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
+  install_changelog(velk programs)
 endif()
 if(TARGET velkz)
   include(cmake/install_velkz.cmake)
@@ -90,13 +89,15 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME velk)
 set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION
 "VELK compresses one file into one archive and restores it. It sorts the
-file in large blocks and codes what is left with adaptive models: for when
-size matters. With it come velkz, which does so in pipes, for many files and
-by all processors, and velkinfo, which lists, tests and salvages archives.")
+ file in large blocks and codes what is left with adaptive models: for when
+ size matters. With it come velkz, which does so in pipes, for many files
+ and by all processors, and velkinfo, which lists, tests and salvages
+ archives.")
 if(TARGET velk_shared)
   include(cmake/install_library.cmake)
   include(cmake/install_python.cmake)

@@ -40,11 +40,11 @@ install(FILES packaging/libvelk0/lintian-overrides
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "Block-sorting compressor, shared library
 The C library of VELK: compresses and restores in memory and through
-streams, with any number of threads, and reads any part of an archive.")
+ streams, with any number of threads, and reads any part of an archive.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvelk-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvelk0 (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "Block-sorting compressor, to build with its library
 The header, the static library, the manual and examples of the C library
-of VELK.")
+ of VELK.")

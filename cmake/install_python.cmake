@@ -19,4 +19,4 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
 "Block-sorting compressor, Python module
 Archives of VELK from Python, as the standard modules bz2 and lzma for
-theirs, with several threads and reading that seeks.")
+ theirs, with several threads and reading that seeks.")
