@@ -32,11 +32,6 @@ install_changelog(libvelk0 runtime)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvelk0)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/libvelk0/triggers)
-install(FILES packaging/libvelk0/lintian-overrides
-        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides RENAME libvelk0
-        COMPONENT runtime)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "Block-sorting compressor, shared library
 The C library of VELK: compresses and restores in memory and through
