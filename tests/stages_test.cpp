@@ -160,6 +160,15 @@ Blocks large_groups() {
         blocks.push_back(repeated(word, 2));
         blocks.push_back(repeated(first_bytes(word, 40000), 9));
     }
+    for (const auto &[rows, times] : {std::pair{65535u, 5u}, {65536u, 4u}}) {
+        Random random(rows);
+        Bytes word; // so many times three equal bytes, with all kinds of bytes behind
+        for (std::uint32_t left = rows / times, length; left > 0; left -= length) {
+            length = std::min(left, random.below(60));
+            append(word, join({Bytes(length + 2, 'a'), {'x'}}));
+        }
+        blocks.push_back(repeated(word, times));
+    }
     blocks.push_back(periodic("abcabcabd", 9 * 30000));
     blocks.push_back(join({Bytes(90000, 'a'), to_bytes("b"), Bytes(80000, 'a'), to_bytes("c")}));
     return blocks;
