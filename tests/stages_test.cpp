@@ -139,11 +139,9 @@ Bytes near_the_limit(Random &random) {
 // Groups of equal rotations, small enough to be looked at in each of its ways by the sort
 // whose order shows in their primary index.
 Bytes periods(Random &random) {
-    const std::uint32_t times[] = {2, 3, 4, 5, 6, 8, 16, 17, 24, 25, 26, 27, 40};
-    const std::uint32_t alphabet = 1 + random.below(4);
-    return repeated(
-        random_bytes(1 + random.below(1u << random.below(9)), alphabet, random.below(1u << 30)),
-        times[random.below(13)]);
+    const std::uint32_t times[] = {2, 2, 2, 3, 3, 4, 5, 6, 8, 16, 17, 24, 25, 26, 27, 40};
+    const std::uint32_t i = random.below(16), n = 1 + random.below(1u << random.below(9));
+    return repeated(random_bytes(n, 1 + random.below(4), random.below(1u << 30)), times[i]);
 }
 
 // Groups around the largest that the sort's triples hold, and above, with others in them.
@@ -198,7 +196,7 @@ std::vector<Family> families() {
     all.push_back(family("escapes", 24, escapes));
     all.push_back(family("short runs", 600, short_runs));
     all.push_back(family("near the limit", 500, near_the_limit));
-    all.push_back(family("periods", 800, periods));
+    all.push_back(family("periods", 4000, periods));
     all.push_back(family("many values", 4, many_values));
     all.push_back({"large groups", large_groups()});
     return all;
