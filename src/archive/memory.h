@@ -13,15 +13,9 @@
 #pragma once
 
 #include "archive/coder_context.h"
+#include "pipeline/stage.h"
 
 #include <cstdint>
-
-constexpr std::uint32_t kMinBlockSize = 131072;
-// With all stage trailers a position in the largest block still fits in 24 bits.
-constexpr std::uint32_t kMaxBlockSize = 16776192;
-// What a buffer holds above N: all stage trailers, the fallback marker, the CRC.
-constexpr std::uint32_t kBlockSlack = 100;
-static_assert(kMaxBlockSize + kBlockSlack < (1u << 24));
 
 // Whether a compressor could write an archive of this block size, in bytes, with these
 // stages off: of the sorting transforms at least one.

@@ -121,20 +121,20 @@ void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
     out_len = n + 1;
 }
 
-bool delta_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
+bool delta_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint32_t capacity) {
-    if (n == 0 || n > capacity) return false;
-    const std::uint32_t k = in[n - 1] + 1u;
+    if (len == 0 || len > capacity) return false;
+    const std::uint32_t k = in[len - 1] + 1u;
     if (k == 1) {
-        drop_trailer(in, n, out, out_len);
+        drop_trailer(in, len, out, out_len);
         return true;
     }
     if (k > kMaxRecord) return false;
     const std::uint8_t *next = in;
     for (std::uint32_t channel = 0; channel < k; ++channel) {
-        for (std::uint32_t p = channel; p < n - 1; p += k)
+        for (std::uint32_t p = channel; p < len - 1; p += k)
             out[p] = *next++;
     }
-    out_len = n - 1;
+    out_len = len - 1;
     return true;
 }

@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+constexpr std::uint32_t kBwtTrailerBytes = 5;
+
 // Bytes of the model area that the sort needs: for each of the 65,536 two-byte strings two numbers,
 // and later up to 65,535 triples, or one number and 65,536 entries of 8 bytes.
 constexpr std::uint32_t kSortScratchBytes = 65536 * 12;

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr std::uint32_t kTrailerBytes = 5;
 // A block is declined when it has more than one interrupted run in so many bytes.
 constexpr std::uint32_t kMinBytesPerInterruption = 13;
 // Run lengths are below 2^24.
@@ -67,7 +66,7 @@ void rle_forward(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::ui
     std::memmove(out + heads, out + (n - bits), bits);
     put_u32(out + heads + bits, heads);
     out[heads + bits + 4] = 1;
-    out_len = heads + bits + kTrailerBytes;
+    out_len = heads + bits + kRleTrailerBytes;
 }
 
 bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
@@ -77,9 +76,9 @@ bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::
         drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (len < kTrailerBytes) return false;
-    const std::uint32_t heads = get_u32(in + (len - kTrailerBytes));
-    std::uint32_t bit_end = len - kTrailerBytes; // bits are taken from before it
+    if (len < kRleTrailerBytes) return false;
+    const std::uint32_t heads = get_u32(in + (len - kRleTrailerBytes));
+    std::uint32_t bit_end = len - kRleTrailerBytes; // bits are taken from before it
     if (heads > bit_end) return false;
 
     std::uint32_t n = 0;

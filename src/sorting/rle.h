@@ -18,6 +18,8 @@
 
 #include <cstdint>
 
+constexpr std::uint32_t kRleTrailerBytes = 5;
+
 // n: below 2^24 bytes. The buffers must have room for n + 5 bytes.
 void rle_forward(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                  std::uint8_t rle_off);

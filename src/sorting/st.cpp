@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::uint32_t kMinBlock = 3;
-constexpr std::uint32_t kTrailerBytes = 4;
 constexpr std::uint32_t kFirstByteShift = 13;
 // How many steps before its use an entry is fetched: a store that waits for memory holds
 // up all after it. (Executables of 16 MB in 0.8 of the time.)
@@ -87,7 +86,7 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
     out[n + 1] = in[1];
     out[n + 2] = in[2];
     out[n + 3] = 1;
-    out_len = n + kTrailerBytes;
+    out_len = n + kStTrailerBytes;
 }
 
 bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
@@ -97,8 +96,8 @@ bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, s
         drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (len < kMinBlock + kTrailerBytes || contexts == nullptr) return false;
-    const std::uint32_t n = len - kTrailerBytes;
+    if (len < kMinBlock + kStTrailerBytes || contexts == nullptr) return false;
+    const std::uint32_t n = len - kStTrailerBytes;
 
     // How many rotations begin with each five bits; then by 13 bits, then by 21.
     std::fill(contexts, contexts + kStContexts, 0);

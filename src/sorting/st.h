@@ -10,6 +10,8 @@
 
 #include <cstdint>
 
+constexpr std::uint32_t kStTrailerBytes = 4;
+
 constexpr std::uint32_t kStContexts = 1u << 21;
 
 // contexts: kStContexts entries, any contents; touched only when the stage applies.
