@@ -14,7 +14,7 @@ struct Transfer {
     bool with_heads;          // a record head goes before each result
 
     // Reads a block, or the data of its record, into `buffer`, which holds the block size
-    // and 100 bytes. length: its bytes; 0 at the end of the input.
+    // and kBlockSlack bytes. length: its bytes; 0 at the end of the input.
     velk_status (*next)(Transfer &transfer, std::uint8_t *buffer, std::uint32_t &length);
 
     std::uint64_t bytes_in;    // read for the blocks so far

@@ -5,6 +5,7 @@
 #include "pipeline/crc32.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -56,6 +57,11 @@ bool get_header(const std::uint8_t *header, std::uint8_t &flags, std::uint32_t &
     flags = header[1];
     block_size = get_u32(header + 2);
     return header[0] == check_byte(header + 1, kHeaderBytes - 1);
+}
+
+void put_start(std::uint8_t *start, const Settings &settings, std::uint32_t block_size) {
+    std::memcpy(start, kMagic, kMagicBytes);
+    put_header(start + kMagicBytes, flags_of(settings), block_size);
 }
 
 void put_record_head(std::uint8_t *head, std::uint32_t length) {

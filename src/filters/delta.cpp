@@ -89,8 +89,8 @@ std::uint32_t record_size(const Statistics &statistics, std::uint32_t n) {
     const std::uint32_t all = m[1] + m[2] + m[3] + m[4];
     if (n > (k == 3 ? 3 : 6) * all) return 0;
 
-    // The multiple or divisor of k matches along with it and counts only while it is
-    // rare; distance 1 stands in for it.
+    // Distances 2 and 4 match together. The other one counts as a rival only where it
+    // matches less than distance 3; otherwise m[1] counts twice.
     const auto related = [&](std::uint32_t d) { return m[d] < m[3] ? m[d] : m[1]; };
     std::uint32_t rivals = m[1];
     if (k == 2) rivals += m[3] + related(4);

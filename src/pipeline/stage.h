@@ -25,6 +25,7 @@
 // The block size N, in bytes.
 constexpr std::uint32_t kMinBlockSize = 128 * 1024;
 constexpr std::uint32_t kMaxBlockSize = 16383 * 1024;
+constexpr std::uint32_t kDefaultBlockSize = 2048 * 1024;
 // The bytes of a buffer above N, for trailers, block CRC and what a stage wants behind its
 // block. It is part of a run's printed memory; pipeline/block.cpp shows that it suffices.
 constexpr std::uint32_t kBlockSlack = 100;

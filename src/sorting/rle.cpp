@@ -28,7 +28,9 @@ std::uint32_t run_end(const std::uint8_t *block, std::uint32_t p, std::uint32_t 
 // when the stage declines; up to 3 bytes behind out[n - 1] are then written, too.
 bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std::uint32_t &heads,
                 std::uint32_t &bits) {
-    std::int32_t last_end[256]; // by byte value, the last position of its last run
+    // By byte value, the last position of its last run. None yet is -1: a run that starts at
+    // position 1 therefore always counts as interrupted, which is part of the format.
+    std::int32_t last_end[256];
     std::fill(std::begin(last_end), std::end(last_end), -1);
     std::uint32_t interrupted = 0;
     heads = 0;

@@ -7,6 +7,7 @@
 #include "sorting/st.h"
 
 #include "pipeline/stage.h"
+#include "sorting/prefetch.h"
 
 #include <algorithm>
 
@@ -78,7 +79,7 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
 
     context = first_context;
     for (std::uint32_t p = n; p-- > 0;) { // the byte before rotation p + 1, or 0
-        if (p >= kAhead) __builtin_prefetch(contexts + context_at(in, p - kAhead), 1);
+        if (p >= kAhead) prefetch(contexts, 4u * context_at(in, p - kAhead));
         out[contexts[context]++] = in[p];
         context = context_before(context, in[p]);
     }
