@@ -106,7 +106,7 @@ void measure(const char *name) {
     const Time chain[] = {chain_alone(whole, records, false), chain_alone(whole, records, true)};
     print("chain alone", chain[0], chain[1], nullptr);
 
-    Time one[2];
+    Time one[2] = {};
     for (options.threads = 1; options.threads <= std::max(2u, std::thread::hardware_concurrency());
          ++options.threads) {
         const Time compression = shortest([&] {

@@ -1,22 +1,42 @@
-# cmake --install puts the programs, their man pages and completions in place, and the C
-# library; cpack makes packages, a .deb for each component, and a .tar.gz of all.
+# cmake --install puts the programs, their man pages, completions, what makes archives known to
+# others, and the C library in place; cpack makes packages, a .deb for each component, and a
+# .tar.gz of all.
 include(GNUInstallDirs)
+set(CPACK_PACKAGE_CONTACT "The VELK authors <velk@authors.invalid>")
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
+
+if(WIN32)
+  # A .zip is unpacked into one folder.
+  set(CMAKE_INSTALL_BINDIR .)
+  set(CMAKE_INSTALL_DOCDIR .)
+  set(license LICENSE.txt)
+else()
+  set(license copyright)
+endif()
+
+install(TARGETS VELK velkinfo RUNTIME)
+install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME ${license})
+
+# Compresses a file of the build folder, without a name and a date in it, and installs it.
+find_program(GZIP gzip)
+function(install_compressed file)
+  if(GZIP)
+    execute_process(COMMAND ${GZIP} -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
+    string(APPEND file .gz)
+  endif()
+  install(FILES ${file} ${ARGN})
+endfunction()
 
 function(install_page page component)
   configure_file(docs/man/${page} ${PROJECT_BINARY_DIR}/man/${page} @ONLY)
   string(REGEX REPLACE ".*\\." "" section ${page})
-  install(FILES ${PROJECT_BINARY_DIR}/man/${page}
-          DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+  install_compressed(${PROJECT_BINARY_DIR}/man/${page}
+                     DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
 
-install(TARGETS VELK RUNTIME)
-install(FILES README.md CHANGELOG.md docs/format.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
-
 if(UNIX)
-  install(TARGETS velkinfo RUNTIME)
   foreach(page VELK.1 velkinfo.1 velk.5)
     install_page(${page} programs)
   endforeach()
@@ -28,6 +48,12 @@ if(UNIX)
   foreach(folder site-functions vendor-completions)
     install(FILES completion/zsh/_velk DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${folder})
   endforeach()
+  # For file(1) and for desktops.
+  install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
+  install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
+  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/changelog @ONLY)
+  install_compressed(${PROJECT_BINARY_DIR}/changelog DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endif()
 if(TARGET velkz)
   include(cmake/install_velkz.cmake)
@@ -42,12 +68,16 @@ if(UNIX AND NOT APPLE)
   file(WRITE ${links}/velk.1 ".so man1/VELK.1\n")
   install(FILES ${links}/velk DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES ${links}/velk DESTINATION ${completions})
-  install(FILES ${links}/velk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install_compressed(${links}/velk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
-set(CPACK_GENERATOR DEB TGZ)
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
+else()
+  set(CPACK_GENERATOR DEB TGZ)
+endif()
 set(CPACK_PACKAGE_NAME velk)
-set(CPACK_PACKAGE_CONTACT "The VELK authors")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
@@ -57,11 +87,11 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME velk)
 set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION
-"${PROJECT_DESCRIPTION}
-VELK compresses one file into one archive and restores it. It sorts the file in
-large blocks and codes what is left with adaptive models: for when size matters.
-With it come velkz, which does so in pipes, for many files and by all processors,
-and velkinfo, which lists, tests and salvages archives.")
+"VELK compresses one file into one archive and restores it. It sorts the
+ file in large blocks and codes what is left with adaptive models: for when
+ size matters. With it come velkz, which does so in pipes, for many files
+ and by all processors, and velkinfo, which lists, tests and salvages
+ archives.")
 if(TARGET velk_shared)
   include(cmake/install_library.cmake)
   include(cmake/install_python.cmake)

@@ -214,7 +214,8 @@ VELK_API velk_status velk_read_header(const void *header, velk_options *options)
 // The memory to compress blocks, one after the other. One thread at a time.
 typedef struct velk_encoder velk_encoder;
 
-// For blocks of an input of `input_size` bytes, or VELK_SIZE_UNKNOWN; `threads` is of no
+// For blocks of an input of `input_size` bytes. Give a size not yet known as what it may
+// become: machine code comes out larger where it is far from the truth. `threads` is of no
 // account. *encoder: null after an error.
 VELK_API velk_status velk_encoder_new(velk_encoder **encoder, const velk_options *options,
                                       uint64_t input_size);

@@ -13,6 +13,13 @@ std::string quoted(const std::string &text) {
     return result + "'";
 }
 
+// The environment may name other programs, such as those of another system and what runs
+// them; scripts/test-windows does.
+std::string given_or(const char *variable, const char *otherwise) {
+    const char *const given = std::getenv(variable);
+    return given != nullptr ? given : otherwise;
+}
+
 std::string make_folder() {
     // mkdtemp wants six of them.
     const std::string name_form = "velk-test-" + std::string(6, 'X');
@@ -25,7 +32,8 @@ Finished run(const std::string &program, const std::vector<std::string> &argumen
              const std::string &prefix, const std::string &suffix) {
     const ScratchFolder streams;
     const std::string out = streams.path("out"), err = streams.path("err");
-    std::string command = prefix + " " VELK_EMULATOR " " + quoted(program);
+    std::string command =
+        prefix + " " + given_or("VELK_EMULATOR", VELK_EMULATOR) + " " + quoted(program);
     for (const std::string &argument : arguments)
         command += " " + quoted(argument);
     command = "{ " + command + " " + suffix + "; } >" + quoted(out) + " 2>" + quoted(err);
@@ -42,11 +50,11 @@ Finished run(const std::string &program, const std::vector<std::string> &argumen
 
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix,
                   const std::string &suffix) {
-    return run(VELK_PROGRAM, arguments, prefix, suffix);
+    return run(given_or("VELK_PROGRAM", VELK_PROGRAM), arguments, prefix, suffix);
 }
 
 Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix) {
-    return run(VELKINFO_PROGRAM, arguments, "", suffix);
+    return run(given_or("VELKINFO_PROGRAM", VELKINFO_PROGRAM), arguments, "", suffix);
 }
 
 ScratchFolder::ScratchFolder() : folder(make_folder()) {}

@@ -266,15 +266,20 @@ TEST_F(Velkinfo, ListShowsEachForm) {
   "damage": null
 }
 )");
+    compress(Bytes(200000, 'r'), "-b128");
+    const Finished quick = run_velkinfo({"list", "--quick", archive});
+    EXPECT_EQ(quick.status, 0);
+    EXPECT_TRUE(quick.out.ends_with(" of 131073 to 262144 bytes\n")) << quick.out;
     compress(Bytes(1000, 'a'), "-eflz");
     const Finished table = run_velkinfo({"list", archive});
     EXPECT_EQ(table.status, 0);
-    EXPECT_NE(table.out.find(" BWT +5 RLE -"), std::string::npos) << table.out;
+    EXPECT_NE(table.out.find("% BWT RLE 97% DCE 1%\n"), std::string::npos) << table.out;
     const Finished chart = run_velkinfo({"list", "--stages", archive});
     const std::string bar(50, '#');
     EXPECT_NE(chart.out.find("\n  BWT             1009  " + bar + "\n"), std::string::npos)
         << chart.out;
     write_file(archive, damaged(read_file(archive), {{1, -1, 1, {1}}}));
+    EXPECT_EQ(run_velkinfo({"list", "--quick", archive}).status, 0) << "reads heads alone";
     const Finished json = run_velkinfo({"list", "--json", archive});
     EXPECT_EQ(json.status, 1);
     EXPECT_TRUE(json.out.ends_with(
@@ -302,7 +307,7 @@ TEST_F(Velkinfo, CommandLine) {
                                               {"lost"},
                                               {"list"},
                                               {"list", "a", "b"},
-                                              {"list", "--json", "--stages", "a"},
+                                              {"list", "--json", "--quick", "a"},
                                               {"list", "--fill", "a"},
                                               {"test"},
                                               {"test", "--json", "a"},

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 struct Case {
     const char *name, *script;
-    std::string output = ""; // of both streams
+    std::string output = {}; // of both streams
     int status = 0;
 };
 

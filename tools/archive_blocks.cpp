@@ -1,13 +1,14 @@
 #include "archive_blocks.h"
 
 #include "archive/format.h"
+#include "cli/file_names.h"
 #include "pipeline/crc32.h"
+#include "terminal.h"
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <iterator>
-#include <unistd.h>
 
 namespace {
 
@@ -20,6 +21,16 @@ bool read_next(void *user, void *bytes, std::uint32_t count, std::uint32_t &got)
     const bool read = read_at(archive, archive.position, bytes, got);
     archive.position += got;
     return read;
+}
+
+// As above, but passes over the data of blocks without reading them.
+bool read_heads(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
+    if (count <= kRecordHeadBytes) return read_next(user, bytes, count, got);
+    ArchiveFile &archive = *static_cast<ArchiveFile *>(user);
+    got =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(count, archive.size - archive.position));
+    archive.position += got;
+    return true;
 }
 
 // By ArchiveStatus. Where a text is not all there is to say, `reason` says the rest.
@@ -49,17 +60,42 @@ std::string reason(ArchiveStatus status, std::uint32_t length, const BlockTrace 
     return text + kStageTable[trace.reached].name + " stage can't be undone";
 }
 
+void begin_step(BlockReader &reader) {
+    reader.offset = reader.archive.position;
+    show_progress(reader.archive, reader.offset);
+}
+
+// Counts the block that was read, or says in `why` what is wrong.
+ArchiveStatus end_step(BlockReader &reader, ArchiveStatus status, std::uint32_t length,
+                       std::string &why) {
+    const ArchiveFile &archive = reader.archive;
+    if (status == ArchiveStatus::kGood) {
+        ++reader.number;
+        reader.coded_len = kRecordHeadBytes + length;
+        return status;
+    }
+    show_progress(archive, archive.size);
+    if (status == ArchiveStatus::kEndMark && archive.position == archive.size)
+        status = ArchiveStatus::kEnd;
+    if (status != ArchiveStatus::kEnd) {
+        why = "block " + std::to_string(reader.number + 1) + " at offset " +
+              std::to_string(reader.offset) + ": " + reason(status, length, reader.trace);
+    }
+    return status;
+}
+
 } // namespace
 
 bool open_archive(ArchiveFile &archive, const char *name, std::string &why) {
     std::error_code error;
     archive.name = name;
-    if (fs::is_regular_file(name, error)) archive.file.reset(std::fopen(name, "rb"));
+    const fs::path path = path_of(name);
+    if (fs::is_regular_file(path, error)) archive.file.reset(std::fopen(name, "rb"));
     if (archive.file == nullptr) {
-        why = fs::exists(name, error) ? "can't be read, or is not a regular file" : "not found";
+        why = fs::exists(path, error) ? "can't be read, or is not a regular file" : "not found";
         return false;
     }
-    archive.size = fs::file_size(name, error);
+    archive.size = fs::file_size(path, error);
     if (error) why = error.message();
     return !error;
 }
@@ -82,25 +118,20 @@ bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
     return status == ArchiveStatus::kGood;
 }
 
-ArchiveStatus next_block(BlockReader &reader, std::string &why) {
-    ArchiveFile &archive = reader.archive;
-    reader.offset = archive.position;
-    show_progress(archive, reader.offset);
+ArchiveStatus next_record(BlockReader &reader, std::string &why) {
     std::uint32_t length;
-    ArchiveStatus status = read_block(source_of(archive), reader.context, length, reader.trace);
-    if (status == ArchiveStatus::kGood) {
-        ++reader.number;
-        reader.coded_len = kRecordHeadBytes + length;
-        return status;
-    }
-    show_progress(archive, archive.size);
-    if (status == ArchiveStatus::kEndMark && archive.position == archive.size)
-        status = ArchiveStatus::kEnd;
-    if (status != ArchiveStatus::kEnd) {
-        why = "block " + std::to_string(reader.number + 1) + " at offset " +
-              std::to_string(reader.offset) + ": " + reason(status, length, reader.trace);
-    }
-    return status;
+    begin_step(reader);
+    const ArchiveStatus status = read_record({&reader.archive, read_heads}, reader.context.capacity,
+                                             reader.context.buf_in, length);
+    return end_step(reader, status, length, why);
+}
+
+ArchiveStatus next_block(BlockReader &reader, std::string &why) {
+    std::uint32_t length;
+    begin_step(reader);
+    const ArchiveStatus status =
+        read_block(source_of(reader.archive), reader.context, length, reader.trace);
+    return end_step(reader, status, length, why);
 }
 
 bool Restorer::prepare() {
@@ -130,7 +161,7 @@ bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes, std::uint3
 
 void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
     using Clock = std::chrono::steady_clock;
-    static const bool terminal = isatty(STDERR_FILENO) == 1;
+    static const bool terminal = is_watched();
     static Clock::time_point next = Clock::now() + std::chrono::seconds(1);
     static bool shown = false;
     if (!terminal || (offset != archive.size && Clock::now() < next)) return;
@@ -140,7 +171,8 @@ void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
         next = Clock::now() + std::chrono::milliseconds(250);
         shown = true;
     } else if (shown) {
-        std::fprintf(stderr, "\r\33[K");
+        // Not every console knows a code that clears the line.
+        std::fprintf(stderr, "\r%*s\r", static_cast<int>(archive.name.size() + 6), "");
         shown = false;
     }
     std::fflush(stderr);

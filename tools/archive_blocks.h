@@ -51,6 +51,10 @@ struct BlockReader {
 // reason in `why`; the walk is then over.
 [[nodiscard]] ArchiveStatus next_block(BlockReader &reader, std::string &why);
 
+// The same without restoring: passes over the next record by its head. The trace is left
+// alone.
+[[nodiscard]] ArchiveStatus next_record(BlockReader &reader, std::string &why);
+
 // Restores blocks of any size and any stages: a header that is lost can't tell them.
 class Restorer {
 public:

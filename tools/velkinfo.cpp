@@ -2,6 +2,7 @@
 #include "velkinfo.h"
 
 #include "archive_blocks.h"
+#include "cli/standard_streams.h"
 
 #include <cstdio>
 #include <cstring>
@@ -12,12 +13,13 @@ namespace {
 constexpr int kUsageStatus = 2;
 
 constexpr const char *kHelp =
-    "Usage: velkinfo list [--json | --stages] ARCHIVE\n"
+    "Usage: velkinfo list [--json | --quick | --stages] ARCHIVE\n"
     "       velkinfo test ARCHIVE...\n"
     "       velkinfo salvage [--force] [--fill] ARCHIVE OUTPUT\n"
     "\n"
-    "list      show the header, the blocks and what each stage did to their lengths\n"
-    "  --json    the same for programs\n"
+    "list      show the header, the blocks and how much each stage took off\n"
+    "  --json    all lengths, for programs\n"
+    "  --quick   from the record heads alone, restoring nothing\n"
     "  --stages  the lengths as a chart\n"
     "test      restore every block in memory and tell whether all checks hold\n"
     "salvage   restore every intact block of a damaged archive\n"
@@ -36,12 +38,12 @@ int usage_error(const char *subject, const char *message) {
 }
 
 int run(int argument_count, char **arguments) {
-    int json = 0, stages = 0, force = 0, fill = 0, help = 0, version = 0;
+    int json = 0, quick = 0, stages = 0, force = 0, fill = 0, help = 0, version = 0;
     const option options[] = {
-        {"json", no_argument, &json, 1},   {"stages", no_argument, &stages, 1},
-        {"force", no_argument, &force, 1}, {"fill", no_argument, &fill, 1},
-        {"help", no_argument, &help, 1},   {"version", no_argument, &version, 1},
-        {nullptr, 0, nullptr, 0},
+        {"json", no_argument, &json, 1},       {"quick", no_argument, &quick, 1},
+        {"stages", no_argument, &stages, 1},   {"force", no_argument, &force, 1},
+        {"fill", no_argument, &fill, 1},       {"help", no_argument, &help, 1},
+        {"version", no_argument, &version, 1}, {nullptr, 0, nullptr, 0},
     };
     int chosen;
     while ((chosen = getopt_long(argument_count, arguments, "", options, nullptr)) != -1) {
@@ -59,21 +61,22 @@ int run(int argument_count, char **arguments) {
     const char *const command = arguments[optind];
     char **const names = arguments + optind + 1;
     const int name_count = argument_count - optind - 1;
-    const bool list_options = json != 0 || stages != 0;
+    const int list_options = json + quick + stages;
     const bool salvage_options = force != 0 || fill != 0;
 
     if (std::strcmp(command, "list") == 0) {
         if (name_count != 1) return usage_error(command, "takes one archive");
-        if (salvage_options) return usage_error(command, "takes --json or --stages only");
-        if (json != 0 && stages != 0)
-            return usage_error(command, "takes one of --json and --stages");
+        if (salvage_options) return usage_error(command, "takes --json, --quick or --stages only");
+        if (list_options > 1)
+            return usage_error(command, "takes one of --json, --quick and --stages");
         return list_archive(names[0], json != 0     ? ListForm::kJson
+                                      : quick != 0  ? ListForm::kQuick
                                       : stages != 0 ? ListForm::kStages
                                                     : ListForm::kTable);
     }
     if (std::strcmp(command, "test") == 0) {
         if (name_count < 1) return usage_error(command, "takes one archive or more");
-        if (list_options || salvage_options) return usage_error(command, "takes no options");
+        if (list_options != 0 || salvage_options) return usage_error(command, "takes no options");
         int status = 0;
         for (int i = 0; i < name_count; ++i)
             status |= test_archive(names[i]);
@@ -81,7 +84,7 @@ int run(int argument_count, char **arguments) {
     }
     if (std::strcmp(command, "salvage") == 0) {
         if (name_count != 2) return usage_error(command, "takes an archive and an output");
-        if (list_options) return usage_error(command, "takes --force and --fill only");
+        if (list_options != 0) return usage_error(command, "takes --force and --fill only");
         return salvage_archive(names[0], names[1], {force != 0, fill != 0});
     }
     return usage_error(command, "no such command");
@@ -116,6 +119,7 @@ int test_archive(const char *name) {
 }
 
 int main(int argument_count, char **arguments) {
+    prepare_standard_streams();
     int status = run(argument_count, arguments);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain("standard output", "write error");

@@ -2,9 +2,10 @@
 // damaged or fails. Messages about that go to the standard error stream.
 #pragma once
 
-enum class ListForm { kTable, kStages, kJson };
+enum class ListForm { kTable, kQuick, kStages, kJson };
 
-// Prints an archive's header, its blocks and what each stage did to their lengths.
+// Prints an archive's header, its blocks and what each stage did to their lengths. kQuick
+// reads the record heads alone and restores nothing.
 [[nodiscard]] int list_archive(const char *name, ListForm form);
 
 // Restores every block of an archive in memory.

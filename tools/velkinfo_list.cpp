@@ -1,10 +1,14 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
 #include "archive_blocks.h"
+#include "terminal.h"
 #include "velkinfo.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -15,8 +19,22 @@ struct Lengths {
     Number coded, original;
     // After each stage, trailers included; what a fallback took back counts as never done.
     Number after[STAGE_COUNT];
-    bool applied[STAGE_COUNT];
+    std::uint8_t trailer[STAGE_COUNT]; // 0: did not apply
 };
+
+// How the table is laid out: columns of characters.
+struct Layout {
+    int offset, coded, original; // as wide as the archive's size asks for
+    int stages;                  // where the stages begin
+    int width;                   // of the terminal; 0: lines of any length
+};
+
+Layout layout_of(const BlockReader &reader) {
+    const int digits = static_cast<int>(std::to_string(reader.archive.size).size());
+    const int offset = std::max(digits, 6), coded = std::max(digits, 5);
+    const int original = std::max(digits + 1, 8);
+    return {offset, coded, original, 6 + offset + 1 + coded + 1 + original + 10, terminal_width()};
+}
 
 Lengths lengths_of(const BlockReader &reader) {
     Lengths lengths{reader.coded_len, reader.context.out_len, {}, {}};
@@ -24,7 +42,7 @@ Lengths lengths_of(const BlockReader &reader) {
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
         const bool undone = trace.fallback && stage > STAGE_LZP;
         lengths.after[stage] = trace.coded_len[undone ? STAGE_LZP : stage];
-        lengths.applied[stage] = trace.trailer[stage] != 0;
+        lengths.trailer[stage] = trace.trailer[stage];
     }
     return lengths;
 }
@@ -34,7 +52,7 @@ void add(Lengths &sum, const Lengths &block) {
     sum.original += block.original;
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
         sum.after[stage] += block.after[stage];
-        sum.applied[stage] |= block.applied[stage];
+        sum.trailer[stage] |= block.trailer[stage];
     }
 }
 
@@ -50,46 +68,69 @@ const char *form_of(const BlockReader &reader) {
     return reader.trace.fallback ? "fallback" : "normal";
 }
 
-void print_numbers(const Lengths &lengths) {
-    std::printf("%10llu %11llu %7.2f%%", lengths.coded, lengths.original,
-                percent(lengths.coded, lengths.original));
+void print_numbers(const Lengths &lengths, const Layout &layout) {
+    std::printf(" %*llu %*llu %7.2f%%", layout.coded, lengths.coded, layout.original,
+                lengths.original, percent(lengths.coded, lengths.original));
 }
 
-void print_changes(const Lengths &lengths) {
+// The stages that did something, each with the share of the original that it took off, if
+// any. The EOL filter's trailer 1 is of a block in which it found no text.
+std::vector<std::string> stages_of(const Lengths &lengths, bool fallback) {
+    std::vector<std::string> words;
+    if (fallback) words.emplace_back("fallback");
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        if (!lengths.applied[stage]) continue;
-        const auto change = static_cast<long long>(lengths.after[stage]) -
-                            static_cast<long long>(before(lengths, stage));
-        std::printf(" %s %+lld", kStageTable[stage].name, change);
+        if (lengths.trailer[stage] < (stage == STAGE_EOL ? 2 : 1)) continue;
+        words.emplace_back(kStageTable[stage].name);
+        const double saved = percent(before(lengths, stage), lengths.original) -
+                             percent(lengths.after[stage], lengths.original);
+        if (saved >= 0.5) words.back() += ' ' + std::to_string(std::lround(saved)) + '%';
+    }
+    return words;
+}
+
+// Ends a line of the table; what is too wide for the terminal goes on the next.
+void print_stages(const Lengths &lengths, bool fallback, const Layout &layout) {
+    int column = layout.stages;
+    for (const std::string &word : stages_of(lengths, fallback)) {
+        const int length = 1 + static_cast<int>(word.size());
+        if (layout.width != 0 && column + length > layout.width) {
+            std::printf("\n%*s", layout.stages, "");
+            column = layout.stages;
+        }
+        std::printf(" %s", word.c_str());
+        column += length;
     }
     std::printf("\n");
 }
 
 void print_bar(const char *label, Number length, Number full) {
     constexpr int kFullBar = 50;
-    const int bar = static_cast<int>(std::min(percent(length, full) / 100 * kFullBar, 59.0));
-    static constexpr char kBar[] = "###########################################################";
+    const int bar = static_cast<int>(std::min(percent(length, full) / 100 * kFullBar, 55.0));
+    static constexpr char kBar[] = "#######################################################";
     std::printf("  %-8s %11llu  %.*s\n", label, length, bar, kBar);
 }
 
 void print_chart(const Lengths &lengths) {
     print_bar("original", lengths.original, lengths.original);
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
-        if (lengths.applied[stage])
+        if (lengths.trailer[stage] != 0)
             print_bar(kStageTable[stage].name, lengths.after[stage], lengths.original);
     }
     print_bar("coded", lengths.coded, lengths.original);
 }
 
-void print_block(const BlockReader &reader, ListForm form) {
+void print_block(const BlockReader &reader, ListForm form, const Layout &layout) {
     const Lengths lengths = lengths_of(reader);
     const Number number = reader.number, offset = reader.offset;
     switch (form) {
     case ListForm::kTable:
-        std::printf("%6llu %12llu ", number, offset);
-        print_numbers(lengths);
-        std::printf("  %-8s ", form_of(reader));
-        print_changes(lengths);
+        std::printf("%6llu %*llu", number, layout.offset, offset);
+        print_numbers(lengths, layout);
+        print_stages(lengths, reader.trace.fallback, layout);
+        break;
+    case ListForm::kQuick:
+        std::printf("%6llu %*llu %*llu\n", number, layout.offset, offset, layout.coded,
+                    lengths.coded);
         break;
     case ListForm::kStages:
         std::printf("\nblock %llu at offset %llu, %s, %.2f%%\n", number, offset, form_of(reader),
@@ -106,7 +147,7 @@ void print_block(const BlockReader &reader, ListForm form) {
             std::printf("%s\n      {\"name\": \"%s\", \"applied\": %s, \"trailer\": %d, "
                         "\"before\": %llu, \"after\": %llu}",
                         stage == 0 ? "" : ",", kStageTable[stage].name,
-                        lengths.applied[stage] ? "true" : "false", reader.trace.trailer[stage],
+                        lengths.trailer[stage] != 0 ? "true" : "false", reader.trace.trailer[stage],
                         before(lengths, stage), lengths.after[stage]);
         }
         std::printf("]}");
@@ -115,7 +156,7 @@ void print_block(const BlockReader &reader, ListForm form) {
     std::fflush(stdout);
 }
 
-void print_start(const BlockReader &reader, ListForm form) {
+void print_start(const BlockReader &reader, ListForm form, const Layout &layout) {
     const bool json = form == ListForm::kJson;
     const Number size = reader.archive.size;
     const unsigned block_size = reader.context.capacity - kBlockSlack;
@@ -123,7 +164,7 @@ void print_start(const BlockReader &reader, ListForm form) {
         std::printf("{\n  \"archive_bytes\": %llu,\n  \"block_size\": %u,\n  \"stages_on\": [",
                     size, block_size);
     } else {
-        std::printf("%s: %llu bytes, block size %u, stages on:", reader.archive.name.c_str(), size,
+        std::printf("%s: %llu bytes\nblock size %u, stages on:", reader.archive.name.c_str(), size,
                     block_size);
     }
     const char *between = "";
@@ -133,19 +174,29 @@ void print_start(const BlockReader &reader, ListForm form) {
         between = json ? ", " : "";
     }
     std::printf(json ? "],\n  \"blocks\": [" : "\n");
-    if (form == ListForm::kTable) {
-        std::printf("%6s %12s %10s %11s %8s  %-8s  %s\n", "block", "offset", "coded", "original",
-                    "ratio", "form", "change of length by each stage that applied");
-    }
+    const bool quick = form == ListForm::kQuick;
+    if (form != ListForm::kTable && !quick) return;
+    std::printf("%6s %*s %*s", "block", layout.offset, "offset", layout.coded, "coded");
+    if (!quick) std::printf(" %*s %8s %s", layout.original, "original", "ratio", "stages: saved");
+    std::printf("\n");
 }
 
-void print_end(Number blocks, const Lengths &total, ListForm form, const std::string &damage) {
+void print_end(const BlockReader &reader, const Lengths &total, ListForm form, const Layout &layout,
+               const std::string &damage) {
+    const Number blocks = reader.number, block_size = reader.context.capacity - kBlockSlack;
     switch (form) {
     case ListForm::kTable:
-        std::printf("%6llu %-12s ", blocks, blocks == 1 ? "block" : "blocks");
-        print_numbers(total);
-        std::printf("  %-8s ", "");
-        print_changes(total);
+        std::printf("%6llu %-*s", blocks, layout.offset, blocks == 1 ? "block" : "blocks");
+        print_numbers(total, layout);
+        print_stages(total, false, layout);
+        break;
+    case ListForm::kQuick:
+        std::printf("%6llu %-*s %*llu", blocks, layout.offset, blocks == 1 ? "block" : "blocks",
+                    layout.coded, total.coded);
+        if (blocks != 0 && damage.empty())
+            std::printf(" of %llu to %llu bytes", (blocks - 1) * block_size + 1,
+                        blocks * block_size);
+        std::printf("\n");
         break;
     case ListForm::kStages:
         if (blocks == 1) break;
@@ -171,13 +222,15 @@ int list_archive(const char *name, ListForm form) {
         complain(name, why.c_str());
         return 1;
     }
-    print_start(reader, form);
+    const Layout layout = layout_of(reader);
+    const auto step_on = form == ListForm::kQuick ? next_record : next_block;
+    print_start(reader, form, layout);
     Lengths total{};
-    while (next_block(reader, damage) == ArchiveStatus::kGood) {
-        print_block(reader, form);
+    while (step_on(reader, damage) == ArchiveStatus::kGood) {
+        print_block(reader, form, layout);
         add(total, lengths_of(reader));
     }
-    print_end(reader.number, total, form, damage);
+    print_end(reader, total, form, layout, damage);
     if (!damage.empty()) complain(name, damage.c_str());
     return damage.empty() ? 0 : 1;
 }

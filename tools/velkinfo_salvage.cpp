@@ -1,5 +1,6 @@
 // The command `salvage`.
 #include "archive_blocks.h"
+#include "cli/file_names.h"
 #include "survey.h"
 #include "velkinfo.h"
 
@@ -7,6 +8,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <vector>
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+#endif
 
 namespace {
 
@@ -14,16 +20,26 @@ namespace fs = std::filesystem;
 
 using Number = unsigned long long; // what printf takes on every system
 
+// As fopen with "wbx", which not every system knows: a file that appeared just now is not
+// overwritten either.
+std::FILE *create(const char *name) {
+#ifdef _WIN32
+    const int file = _open(name, _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+    return file < 0 ? nullptr : _fdopen(file, "wb");
+#else
+    return std::fopen(name, "wbx");
+#endif
+}
+
 // Opens the output, which must not exist or, with `force`, not be the archive.
 std::FILE *open_output(const char *name, const ArchiveFile &archive, bool force, std::string &why) {
     std::error_code error;
-    if (fs::exists(name, error)) {
-        const bool same = fs::equivalent(archive.name, name, error);
+    if (fs::exists(path_of(name), error)) {
+        const bool same = fs::equivalent(path_of(archive.name), path_of(name), error);
         why = same || error ? "is the archive itself" : "exists; --force overwrites it";
         if (same || error || !force) return nullptr;
     }
-    // "x": a file that appeared just now is not overwritten either.
-    std::FILE *file = std::fopen(name, force ? "wb" : "wbx");
+    std::FILE *file = force ? std::fopen(name, "wb") : create(name);
     if (file == nullptr) why = "can't be written";
     return file;
 }
@@ -145,7 +161,8 @@ int salvage_archive(const char *name, const char *output_name, const SalvageOpti
     Tally tally{};
     tally.whole = header_holds;
     const std::uint32_t fill = options.fill ? block_size : 0;
-    const bool written = write_extents(restorer, archive, header_holds, fill, output, tally);
+    const bool written = write_extents(restorer, archive, header_holds, fill, output, tally) &&
+                         std::fflush(output) == 0;
     if (std::fclose(output) != 0 || !written) {
         complain(output_name, "write error");
         return 1;

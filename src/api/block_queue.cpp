@@ -19,7 +19,7 @@ namespace {
 void code_in(const Coder &coder, CoderContext &context, Slot &slot) {
     std::memcpy(context.buf_in, slot.data, slot.length);
     context.in_len = slot.length;
-    slot.whole = coder.code(context);
+    slot.whole = coder.code(context, slot.bytes_in);
     if (!slot.whole) return;
     std::memcpy(slot.data, context.buf_out, context.out_len);
     slot.length = context.out_len;

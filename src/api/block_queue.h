@@ -17,7 +17,7 @@
 struct Slot {
     std::uint8_t *data;     // `capacity` bytes
     std::uint32_t length;   // bytes in `data`
-    std::uint64_t bytes_in; // of the input, up to this block's end; for the caller
+    std::uint64_t bytes_in; // of the input, up to this block's end
     bool done;              // coded, or found damaged
     bool whole;             // not damaged
     Slot *next;             // in the list of free slots, or the next block

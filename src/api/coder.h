@@ -10,11 +10,11 @@ struct Coder {
     std::uint32_t (*alloc)(CoderContext &context, std::uint32_t block_size);
     void (*free)(CoderContext &context);
     // From `buf_in` to `buf_out`; false for a block that can't be restored.
-    bool (*code)(CoderContext &context);
+    // seen: bytes of the input up to the block's end; 0 if that is unknown.
+    bool (*code)(CoderContext &context, std::uint64_t seen);
 };
 
-// A `file_size` of 0 stands for an unknown one: the compressor then chooses the size to
-// assume for each block by the block alone.
+// The compressor takes a `file_size` of 0 for an unknown one, and assumes one.
 extern const Coder kCompressor;
 extern const Coder kRestorer;
 

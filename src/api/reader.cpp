@@ -98,7 +98,7 @@ velk_status load(velk_reader &reader, std::uint64_t number) {
     std::uint32_t got;
     const velk_status status = read_fully(reader, data, context.buf_in, context.in_len, got);
     if (status != VELK_OK) return status;
-    if (got != context.in_len || !kRestorer.code(context)) return VELK_ERROR_DAMAGED;
+    if (got != context.in_len || !kRestorer.code(context, 0)) return VELK_ERROR_DAMAGED;
     const bool last = number + 1 == reader.blocks;
     const bool in_place =
         context.out_len == reader.block_size || (last && context.out_len < reader.block_size);

@@ -56,7 +56,7 @@ velk_status velk_encode_block(velk_encoder *encoder, const void *block, std::siz
     CoderContext &context = encoder->context;
     std::memcpy(context.buf_in, block, block_size);
     context.in_len = static_cast<std::uint32_t>(block_size);
-    kCompressor.code(context);
+    kCompressor.code(context, 0);
     const std::size_t size = kRecordHeadBytes + std::size_t{context.out_len};
     if (size > capacity) return VELK_ERROR_SPACE;
     std::uint8_t *const bytes = static_cast<std::uint8_t *>(record);
@@ -118,7 +118,7 @@ velk_status velk_decode_block(velk_decoder *decoder, const void *record, std::si
     context.in_len = static_cast<std::uint32_t>(record_size - kRecordHeadBytes);
     std::memcpy(context.buf_in, static_cast<const std::uint8_t *>(record) + kRecordHeadBytes,
                 context.in_len);
-    if (!kRestorer.code(context)) return VELK_ERROR_DAMAGED;
+    if (!kRestorer.code(context, 0)) return VELK_ERROR_DAMAGED;
     if (context.out_len > capacity) return VELK_ERROR_SPACE;
     std::memcpy(block, context.buf_out, context.out_len);
     *block_size = context.out_len;

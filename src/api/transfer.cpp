@@ -27,7 +27,7 @@ velk_status transfer_alone(Transfer &transfer, CoderContext &context) {
     for (;;) {
         velk_status status = transfer.next(transfer, context.buf_in, context.in_len);
         if (status != VELK_OK || context.in_len == 0) return status;
-        if (!transfer.coder->code(context)) return VELK_ERROR_DAMAGED;
+        if (!transfer.coder->code(context, transfer.bytes_in)) return VELK_ERROR_DAMAGED;
         status = put(transfer, context.buf_out, context.out_len, transfer.bytes_in);
         if (status != VELK_OK) return status;
     }

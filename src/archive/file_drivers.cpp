@@ -4,15 +4,13 @@
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "cli/error.h"
+#include "cli/file_names.h"
+#include "cli/standard_streams.h"
 #include "pipeline/block.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
-#if __has_include(<unistd.h>)
-#include <sys/stat.h>
-#include <unistd.h>
-#endif
 
 namespace {
 
@@ -26,27 +24,13 @@ struct Files {
     std::uint64_t input_size; // bytes
 };
 
-// Whether messages would be written into the output, as by `VELK e file a >a` or, into a
-// pipe, by `VELK e file /dev/stdout | ...`. A device such as /dev/null may take both.
-bool takes_messages(const char *output_name) {
-#if __has_include(<unistd.h>)
-    struct stat output, messages;
-    return stat(output_name, &output) == 0 && fstat(STDOUT_FILENO, &messages) == 0 &&
-           output.st_dev == messages.st_dev && output.st_ino == messages.st_ino &&
-           !S_ISCHR(output.st_mode);
-#else
-    static_cast<void>(output_name);
-    return false;
-#endif
-}
-
 // The checks come before anything is opened: opening a pipe would wait for its other
 // end, and opening the output empties it, which must not happen to the input.
 Files open_files(const Settings &settings) {
     Files files{};
     std::error_code error;
-    const fs::path input_path = settings.input_name;
-    const fs::path output_path = settings.output_name;
+    const fs::path input_path = path_of(settings.input_name);
+    const fs::path output_path = path_of(settings.output_name);
     if (!fs::is_regular_file(input_path, error)) error_exit(ERR_READ, settings.input_name);
     files.input = std::fopen(settings.input_name, "rb");
     if (files.input == nullptr) error_exit(ERR_READ, settings.input_name);
@@ -88,10 +72,11 @@ void check(ArchiveStatus status, const Settings &settings) {
 }
 
 // A full disk may only show when the buffers are written out, and on a network when the
-// file is closed.
+// file is closed. The flush is for C libraries whose fclose does not tell its failure.
 void close_files(const Files &files, const Settings &settings) {
     std::fclose(files.input);
-    if (std::fclose(files.output) != 0) error_exit(ERR_WRITE, settings.output_name);
+    const bool flushed = std::fflush(files.output) == 0;
+    if (std::fclose(files.output) != 0 || !flushed) error_exit(ERR_WRITE, settings.output_name);
 }
 
 void print_start(std::uint32_t memory_bytes, const char *action, const Settings &settings) {

@@ -2,6 +2,7 @@
 #include "archive/coder_context.h"
 #include "archive/file_drivers.h"
 #include "cli/error.h"
+#include "cli/standard_streams.h"
 #include "cli/switches.h"
 
 #include <csignal>
@@ -34,19 +35,10 @@ constexpr const char *kUsage =
     "  (set blocksize to 1 Mb and perform compression with BWT and DCE stages only)\n"
     "Memory requirements: to compress 8.125*N + 768 kb, to decompress 5*N";
 
-// A standard stream that the caller closed leaves its number free, and the next
-// file opened would get it: messages would be written into the archive. Three
-// opened files take those numbers for the whole run.
-void occupy_standard_streams() {
-    for (int i = 0; i < 3; ++i) {
-        [[maybe_unused]] const std::FILE *held = std::fopen("/dev/null", "r+");
-    }
-}
-
 } // namespace
 
 int main(int argument_count, char **arguments) {
-    occupy_standard_streams();
+    prepare_standard_streams();
 #ifdef SIGPIPE
     // A reader of our messages that goes away must not end a good run half-way.
     std::signal(SIGPIPE, SIG_IGN);

@@ -73,14 +73,14 @@ constexpr struct {
     {'z', Mode::kCompress}, {'d', Mode::kRestore}, {'t', Mode::kTest}, {'l', Mode::kList}};
 
 constexpr struct {
-    int letter;
     bool Options::*member;
+    int letter;
     bool value;
 } kSwitches[] = {
-    {'c', &Options::to_stdout, true}, {'k', &Options::remove, false},
-    {'f', &Options::force, true},     {kRemove, &Options::remove, true},
-    {'q', &Options::quiet, true},     {kNoProgress, &Options::no_progress, true},
-    {'v', &Options::verbose, true},
+    {&Options::to_stdout, 'c', true}, {&Options::remove, 'k', false},
+    {&Options::force, 'f', true},     {&Options::remove, kRemove, true},
+    {&Options::quiet, 'q', true},     {&Options::no_progress, kNoProgress, true},
+    {&Options::verbose, 'v', true},
 };
 
 Status usage_error(const std::string &subject, const std::string &what) {
@@ -121,10 +121,10 @@ bool parse_range(const char *text, Options &options) {
            (colon + 1 == end || parse_number(colon + 1, end, options.range_length));
 }
 
-// An option with an argument, and -9. Null, or what would be right.
+// An option with an argument. Null, or what would be right.
 const char *apply_value(int letter, const char *text, Options &options) {
     std::uint64_t number = 0;
-    const bool numeric = text != nullptr && parse_number(text, text + std::strlen(text), number);
+    const bool numeric = parse_number(text, text + std::strlen(text), number);
     switch (letter) {
     case 'o':
         options.output = text;
@@ -139,9 +139,6 @@ const char *apply_value(int letter, const char *text, Options &options) {
         return numeric && number >= VELK_MIN_BLOCK_SIZE && number <= VELK_MAX_BLOCK_SIZE
                    ? nullptr
                    : "a block size is from 128K to 16383K";
-    case '9':
-        options.library.block_size = VELK_MAX_BLOCK_SIZE;
-        return nullptr;
     case 'T':
         options.library.threads =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(number, VELK_MAX_THREADS));
@@ -164,9 +161,10 @@ bool apply(int letter, const char *text, Options &options, Status &status) {
     for (const auto &s : kSwitches) {
         if (s.letter == letter) options.*s.member = s.value;
     }
-    if (text == nullptr && letter != '9') return true;
+    if (letter == '9') options.library.block_size = VELK_MAX_BLOCK_SIZE;
+    if (text == nullptr) return true;
     const char *const right = apply_value(letter, text, options);
-    if (right != nullptr) status = usage_error(text, right); // -9 is always right
+    if (right != nullptr) status = usage_error(text, right);
     return right == nullptr;
 }
 

@@ -3,6 +3,7 @@
 #include "messages.h"
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <sys/ioctl.h>
@@ -98,8 +99,8 @@ void Progress::show(const Amounts &done) {
     if (done.in != 0 && size_ != UINT64_MAX) {
         const double left = static_cast<double>(size_ - std::min(done.in, size_)) * seconds() /
                             static_cast<double>(done.in);
-        const unsigned long long whole = static_cast<unsigned long long>(left + 0.5);
-        text += formatted(", %llu:%02llu left", whole / 60, whole % 60);
+        const long long whole = std::llround(left);
+        text += formatted(", %lld:%02lld left", whole / 60, whole % 60);
     }
     const std::size_t width = terminal_width() - 1;
     const std::size_t room = text.size() + 8 < width ? width - text.size() : 8;
