@@ -66,12 +66,13 @@ void for_each_event(const std::uint8_t *block, std::uint32_t n, Visit visit) {
     std::uint32_t prev_value = 0;
     std::uint32_t values = 0;
     std::uint32_t header_values = 1;
-    const auto code = [&](std::uint32_t v, std::uint32_t s, RunContext run) {
+    const auto code = [&](std::uint32_t v, std::uint32_t s, std::uint32_t run_length) {
         if (values == 0) header_values = 2 * v + 2;
         const bool in_header = values++ < header_values;
-        const std::uint32_t context = distance_context(stats[s], run.flag);
+        const std::uint32_t context = distance_context(stats[s], run_length);
         const std::uint32_t set = secondary_index(prev_value) * kSymbols;
-        update_stats(stats[s], prev_value, v, run.term);
+        update_stats(stats[s], v, run_length);
+        prev_value = v;
         if (v < kFirstLongValue) {
             visit(context, static_cast<Event>(set + v), 0u, in_header);
             return true;

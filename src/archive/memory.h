@@ -2,6 +2,8 @@
 //
 //   compression
 //     work1  pair region     4 * capacity bytes:  | buf_in | buf_out | ............. |
+//                            behind the buffers the sort's numbers, then the block as it
+//                            was before the sort
 //     work2  index array     `capacity` entries of 32 bits (with the ST at least 2^21)
 //     work3  bit array       `bit_words` words of 32 bits
 //     work4  model area      65536 * 12 bytes

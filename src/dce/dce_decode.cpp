@@ -18,20 +18,20 @@ struct Decoder {
     std::uint32_t prev_value;
 };
 
-// The next value, below 2^26 + 4. After a fault (see `failed`) it means nothing.
-[[gnu::always_inline]] inline std::uint32_t decode_value(Decoder &decoder, Models &models,
-                                                         SymbolStats &stats, RunContext run) {
-    const std::uint32_t context = distance_context(stats, run.flag);
+// The next value, below 2^26 + 4. After a fault (see `failed`) it means nothing. The
+// statistics are not updated. Calls `meanwhile` as `decode_pair` does.
+template<typename Meanwhile>
+[[gnu::always_inline]] inline std::uint32_t
+decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile meanwhile) {
+    FreqModel &secondary = models.secondary[secondary_index(decoder.prev_value)].context[context];
     std::uint32_t v =
-        decode_pair(decoder.range, models.primary.context[context],
-                    models.secondary[secondary_index(decoder.prev_value)].context[context]);
+        decode_pair(decoder.range, models.primary.context[context], secondary, meanwhile);
     if (v >= kFirstLongValue) {
         const std::uint32_t e = v - kFirstLongValue; // at most 23
         const std::uint32_t top = decode_doubled(decoder.range, models.bit[e]);
         v = 4 + ((4 + top) << e) + get(decoder.raw, e);
     }
-    update_stats(stats, decoder.prev_value, v, run.term);
-    return v;
+    return decoder.prev_value = v;
 }
 
 bool failed(const Decoder &decoder) {
@@ -43,7 +43,10 @@ bool failed(const Decoder &decoder) {
 bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::uint32_t capacity,
                    PendingList &pending, std::uint8_t &first_byte) {
     const auto next = [&](std::uint32_t s) {
-        return decode_value(decoder, models, stats[s], kNoRun);
+        const std::uint32_t context = distance_context(stats[s], kNoRun);
+        const std::uint32_t v = decode_value(decoder, models, context, [] {});
+        update_stats(stats[s], v, kNoRun);
+        return v;
     };
     const std::uint32_t byte_values = next(0);
     const std::uint32_t n_plus_1 = next(0);
@@ -78,42 +81,52 @@ inline void fill_run(std::uint8_t *out, std::uint32_t p, std::uint32_t length, s
     }
 }
 
-// Decodes `runs` runs; `length` becomes the bytes that they fill. Each run starts
+// Decodes `runs` runs; `out_len` becomes the bytes that they fill. Each run starts
 // where the one before it ended and ends at the next pending position, at the latest
 // at n, so every write stays below n, or `capacity`, and there are at most n runs. What
 // is checked here keeps damaged data within the buffers; whether the coder has failed
 // is asked once, at the end.
 bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8_t *out,
                  std::uint32_t runs, PendingList &pending, std::uint8_t first_byte,
-                 std::uint32_t capacity, std::uint32_t &length) {
+                 std::uint32_t capacity, std::uint32_t &out_len) {
     std::uint32_t p = 0;
-    std::uint32_t end = entry_number(pending.entry[0]);
+    std::uint32_t length = entry_number(pending.entry[0]);
     std::uint32_t limit = entry_number(pending.entry[pending.count]);
     std::uint8_t s = first_byte;
+    struct { // the run before: what its value is to change
+        std::uint8_t byte;
+        std::uint32_t length, v, known;
+    } before{};
     for (; runs > 0; --runs) {
-        fill_run(out, p, end - p, s, capacity);
-        const std::uint32_t v = decode_value(decoder, models, stats[s], run_context(end - p));
-        const std::uint8_t next = entry_byte(pending.entry[0]);
-        p = end;
+        const std::uint32_t context = distance_context(stats[s], length);
+        const std::uint32_t v = decode_value(decoder, models, context, [&] {
+            if (p > 0) [[likely]] {
+                replace_first(pending, before.known, before.byte);
+                update_stats(stats[before.byte], before.v, before.length);
+            }
+            fill_run(out, p, length, s, capacity);
+        });
+        p += length;
+        // v may reach 2^26, n is below 2^24: no overflow.
+        before = {s, length, v, p - 1 + v};
+        // The next run starts here, at E0, and ends at E1,
+        length = entry_number(pending.entry[1]) + 1 - p;
+        s = entry_byte(pending.entry[0]);
         if (v == 0) [[unlikely]] {
+            before.known = kNever;
             if (pending.count == 0) {
                 if (runs > 1) return false; // n is reached
                 break;
             }
-            remove_first(pending);
-            end = entry_number(pending.entry[0]);
+            --pending.count;
             ++limit;
-        } else {
-            // v may reach 2^26, n is below 2^24: no overflow.
-            const std::uint32_t known = end - 1 + v;
-            if (known >= limit) return false;
-            // E1, or the place of `s` if it comes first; the list itself may follow later.
-            end = std::min(entry_number(pending.entry[1]), known) + 1;
-            replace_first(pending, known, s);
+            continue;
         }
-        s = next;
+        if (before.known >= limit) return false;
+        // or before the next one of the byte, if that comes first.
+        length = std::min(length, v);
     }
-    length = p;
+    out_len = p;
     return !failed(decoder);
 }
 

@@ -24,12 +24,13 @@ struct Encoder {
 // Between two calls of `has_room` one value is coded: at most six bytes leave the
 // range coder and one word is stored.
 inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, std::uint32_t v,
-                         RunContext run) {
-    const std::uint32_t context = distance_context(stats, run.flag);
+                         std::uint32_t run_length) {
+    const std::uint32_t context = distance_context(stats, run_length);
     assert(context < kFirstBitContext);
     FreqModel &p = models.primary.context[context];
     FreqModel &s = models.secondary[secondary_index(encoder.prev_value)].context[context];
-    update_stats(stats, encoder.prev_value, v, run.term);
+    update_stats(stats, v, run_length);
+    encoder.prev_value = v;
     ++encoder.value_count;
 
     if (v < kFirstLongValue) {
@@ -63,8 +64,8 @@ void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&i
     Models &models = init_models(model_area);
 
     // A block that has no room after any value has none at the end, either.
-    const auto encode = [&](std::uint32_t v, std::uint32_t s, RunContext run) {
-        encode_value(encoder, models, stats[s], v, run);
+    const auto encode = [&](std::uint32_t v, std::uint32_t s, std::uint32_t run_length) {
+        encode_value(encoder, models, stats[s], v, run_length);
         return has_room(encoder);
     };
     bool fits = for_each_value(in, n, runs, encode);

@@ -1,5 +1,7 @@
 #include "dce/frequency_models.h"
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <new>
 

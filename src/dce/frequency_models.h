@@ -14,8 +14,6 @@
 
 #include "dce/lanes.h"
 
-#include <algorithm>
-#include <array>
 #include <cstdint>
 
 constexpr std::uint32_t kSymbols = 32;
@@ -94,20 +92,11 @@ inline void add(FreqModel &model, std::uint32_t x, const Lanes *increments) {
     }
 }
 
-// 32 zeros and 32 increments: a window of 32 numbers is what a symbol adds, so that none
-// costs more than another.
-alignas(64) inline constexpr auto kIncrements = [] {
-    std::array<std::uint16_t, 2 * kSymbols> increments{};
-    std::fill(increments.begin() + kSymbols, increments.end(), kDistanceIncrement);
-    return increments;
-}();
-
 inline void count(FreqModel &model, std::uint32_t x) {
-    const std::uint16_t *const window = kIncrements.data() + kSymbols - x;
     Lanes increments[kSymbols / kLanes];
 #pragma GCC unroll 4
     for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i)
-        increments[i] = load_lanes(window + kLanes * i);
+        increments[i] = lanes_from(x, i) & all_lanes(kDistanceIncrement);
     add(model, x, increments);
 }
 

@@ -39,7 +39,9 @@ constexpr std::uint8_t entry_byte(std::int32_t entry) {
 }
 
 constexpr std::int32_t kOneFurther = 1 << 8;
-constexpr std::int32_t kAboveAll = INT32_MAX - kOneFurther; // n is below 2^24 - 2
+constexpr std::int32_t kAboveAll = INT32_MAX - kOneFurther; // n is below 2^24 - 3
+// Below kAboveAll, above any other entry's number.
+constexpr std::uint32_t kNever = entry_number(kAboveAll) - 1;
 
 inline EntryLanes load_entries(const std::int32_t *p) {
     EntryLanes lanes;
@@ -47,31 +49,31 @@ inline EntryLanes load_entries(const std::int32_t *p) {
     return lanes;
 }
 
-// E0 gets to be the current run, and its end is E1.
-inline void remove_first(PendingList &pending) {
-    for (std::uint32_t i = 0; i < pending.count; ++i)
-        pending.entry[i] = pending.entry[i + 1] + kOneFurther;
-    pending.entry[pending.count--] = kAboveAll;
+inline void store_entries(std::int32_t *p, EntryLanes lanes) {
+    std::memcpy(p, &lanes, sizeof lanes);
 }
 
-// The same, and `byte` takes the place behind the first `number` positions of which
-// nothing is known; the number is at least E0 and below the entry of n, so that the
-// steps end there.
+// E0 gets to be the current run, and its end is E1. `byte` takes the place behind the first
+// `number` positions of which nothing is known; the number is at least E0 and below the
+// entry of n. Or it is kNever: the byte has no place, and `count` is already lower.
+// Either way entries above the number follow within kStep of the last one, where it ends.
 inline void replace_first(PendingList &pending, std::uint32_t number, std::uint32_t byte) {
     const EntryLanes inserted = EntryLanes{} + to_entry(number + 1, byte);
     const EntryLanes last_below = EntryLanes{} + to_entry(number, 255);
     const EntryLanes further = EntryLanes{} + kOneFurther;
-    for (std::int32_t *p = pending.entry;; p += kStep) {
-        const bool done = p[kStep - 1] > to_entry(number, 255);
+    std::int32_t *p = pending.entry;
+    for (; p[kStep] <= to_entry(number, 255); p += kStep) {
 #pragma GCC unroll 2
-        for (std::uint32_t i = 0; i < kStep; i += kEntryLanes) {
-            const EntryLanes here = load_entries(p + i), next = load_entries(p + i + 1);
-            const EntryLanes stays = here > last_below, next_stays = next > last_below;
-            EntryLanes result = next + further;
-            result ^= (result ^ inserted) & next_stays;
-            result ^= (result ^ here) & stays;
-            std::memcpy(p + i, &result, sizeof result);
-        }
-        if (done) return;
+        for (std::uint32_t i = 0; i < kStep; i += kEntryLanes)
+            store_entries(p + i, load_entries(p + i + 1) + further);
+    }
+#pragma GCC unroll 2
+    for (std::uint32_t i = 0; i < kStep; i += kEntryLanes) {
+        const EntryLanes here = load_entries(p + i), next = load_entries(p + i + 1);
+        const EntryLanes stays = here > last_below, next_stays = next > last_below;
+        EntryLanes result = next + further;
+        result ^= (result ^ inserted) & next_stays;
+        result ^= (result ^ here) & stays;
+        store_entries(p + i, result);
     }
 }

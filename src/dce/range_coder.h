@@ -130,43 +130,45 @@ inline void take_symbol(RangeDecoder &decoder, std::uint32_t cum, std::uint32_t 
     decoder.input_cursor += shift / 8;
 }
 
-// A quarter of all symbols are this one, so it is tried first: when the machine guesses
-// it right, no later symbol waits for this one's search (4 % less time).
+// A quarter of all symbols are this one: when the machine guesses it right, no later
+// symbol waits for this one's search (4 % less time).
 constexpr std::uint32_t kCommonSymbol = 1;
 
 // Mirror of `encode_pair`. The symbol is the number of cumulative counts that are not
-// above the target, found without a branch.
+// above the target, found without a branch. Calls `meanwhile`, which must leave both models
+// alone, while the machine divides: branches there that it guesses wrong cost no time then,
+// nor does a search on which nothing waits (restoring takes 15 % less time by both).
+template<typename Meanwhile>
 [[gnu::always_inline]] inline std::uint32_t decode_pair(RangeDecoder &decoder, FreqModel &primary,
-                                                        FreqModel &secondary) {
+                                                        FreqModel &secondary, Meanwhile meanwhile) {
     const std::uint32_t sum = total(primary) + total(secondary);
     const std::uint32_t r = decoder.range / sum;
-    const Share common = share_of(primary, secondary, kCommonSymbol);
-    if (decoder.code - common.cum * r < common.freq * r) {
-        take_symbol(decoder, common.cum, common.freq, r);
-        count(primary, kCommonSymbol);
-        count(secondary, kCommonSymbol);
-        return kCommonSymbol;
-    }
+    const std::uint32_t target = decoder.code / r;
+    meanwhile();
     // p + s <= target in 16 bits: with target = a + b, a as large as fits,
     // s - b <= a - p, both cut off at 0 (s is at least 1).
-    const std::uint32_t target = decoder.code / r;
     const std::uint32_t high = std::min(target, 65535u);
     const Lanes a = all_lanes(high), b = all_lanes(target - high);
-    Lanes increments[kSymbols / kLanes]; // where cumulative counts are above the target
-    Lanes number{};
+    Lanes above[kSymbols / kLanes]; // all bits where a cumulative count is above the target
+    Lanes increments[kSymbols / kLanes];
 #pragma GCC unroll 4
     for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i) {
         const Lanes p = load_aligned(primary.cumulative + kLanes * i);
         const Lanes s = load_aligned(secondary.cumulative + kLanes * i);
-        const Lanes above = subtract_down_to_0(subtract_down_to_0(s, b), subtract_down_to_0(a, p));
-        const Lanes not_above = reinterpret_cast<Lanes>(above == Lanes{});
-        increments[i] = ~not_above & all_lanes(kDistanceIncrement);
-        number -= not_above;
+        const Lanes excess = subtract_down_to_0(subtract_down_to_0(s, b), subtract_down_to_0(a, p));
+        above[i] = ~reinterpret_cast<Lanes>(excess == Lanes{});
+        increments[i] = above[i] & all_lanes(kDistanceIncrement);
     }
     decoder.failed |= target >= sum; // the number is 32, or anything
-    const std::uint32_t x = sum_of_lanes(number) % kSymbols;
-    const Share share = share_of(primary, secondary, x);
-    take_symbol(decoder, share.cum, share.freq, r);
+    const Share common = share_of(primary, secondary, kCommonSymbol);
+    std::uint32_t x = kCommonSymbol;
+    if (decoder.code - common.cum * r < common.freq * r) {
+        take_symbol(decoder, common.cum, common.freq, r);
+    } else {
+        x = number_of_zeros(above) % kSymbols;
+        const Share share = share_of(primary, secondary, x);
+        take_symbol(decoder, share.cum, share.freq, r);
+    }
     add(primary, x, increments);
     add(secondary, x, increments);
     return x;

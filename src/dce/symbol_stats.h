@@ -13,6 +13,7 @@
 // values whose last 2 + e bits follow.
 constexpr std::uint32_t kFirstLongValue = 8;
 constexpr std::uint32_t kSmallValue = 3;
+constexpr std::uint32_t kLongRunLength = 3;
 constexpr std::uint32_t kMaxRunTerm = 5;
 constexpr std::uint32_t kPrevValueMask = 4095;
 // What a low last value, and a run, each add to the distance context.
@@ -27,19 +28,8 @@ struct SymbolStats {
     std::uint32_t context = kContextStep; // follows from them all and the last value
 };
 
-// The run that a value follows: its length - 1, at most kMaxRunTerm, and whether it
-// is a run of three or more. Header values follow none.
-struct RunContext {
-    std::uint32_t term;
-    bool flag;
-};
-
-constexpr RunContext kNoRun{0, false};
-
-// run_length: bytes of the run, at least 1.
-inline RunContext run_context(std::uint32_t run_length) {
-    return {std::min(run_length - 1, kMaxRunTerm), run_length >= 3};
-}
+// A value follows a run; those of the header list count as behind one of length 1.
+constexpr std::uint32_t kNoRun = 1;
 
 // The number of significant bits; 0 for 0.
 constexpr std::uint32_t bit_length(std::uint32_t x) {
@@ -53,7 +43,8 @@ inline std::uint32_t log_bucket(std::uint32_t x) {
     return std::min(x, 4 + bit_length(x - 4));
 }
 
-// 0 to 12, from a `prev_value`: a table, since the next symbol waits for it (3 % less time).
+// 0 to 12, from the value coded before, whose low bits count: a table, since the next symbol waits
+// for it (3 % less time).
 inline constexpr auto kSecondaryIndex = [] {
     std::array<std::uint8_t, kPrevValueMask + 1> index{0, 1, 2};
     for (std::uint32_t d = 1; d + 2 < index.size(); ++d)
@@ -70,22 +61,26 @@ inline constexpr auto kSmallCountStep = [] {
     return step;
 }();
 
+// What a last value, below 2^27, adds. (A comparison becomes a branch with some compilers.)
+inline std::uint32_t low_value_step(std::uint32_t v) {
+    return (v - kLowLastValue) >> 27 & kContextStep;
+}
+
 inline std::uint32_t secondary_index(std::uint32_t prev_value) {
-    return kSecondaryIndex[prev_value];
+    return kSecondaryIndex[prev_value & kPrevValueMask];
 }
 
 // A number that lies within the distance contexts for every block of less than 2^24
 // bytes. Damaged blocks, whose values may reach 2^26, can bring it to 122 (both
 // averages then stay below 2^28, and log_bucket below 33), still inside a set.
-inline std::uint32_t distance_context(const SymbolStats &stats, bool run_flag) {
-    return stats.context + (run_flag ? kContextStep : 0);
+inline std::uint32_t distance_context(const SymbolStats &stats, std::uint32_t run_length) {
+    return stats.context + (run_length >= kLongRunLength ? kContextStep : 0);
 }
 
-// Takes value v in: all statistics and `prev_value`. v is below 2^27, so that nothing
-// overflows. Free of branches, since few could be predicted (7 to 4 ns), and the context
-// is there long before it is asked for.
-inline void update_stats(SymbolStats &stats, std::uint32_t &prev_value, std::uint32_t v,
-                         std::uint32_t run_term) {
+// Takes value v in. v is below 2^27, so that nothing overflows. Free of branches, since
+// few could be predicted (7 to 4 ns), and the context is there long before it is asked for.
+inline void update_stats(SymbolStats &stats, std::uint32_t v, std::uint32_t run_length) {
+    const std::uint32_t run_term = std::min(run_length - 1, kMaxRunTerm);
     const std::int32_t value = static_cast<std::int32_t>(v);
     const std::int32_t sum = 4 * value + 2 * stats.fast_avg - static_cast<std::int32_t>(run_term);
     // A third of it if the value is below the average, else a fourth; t is below 2^30.
@@ -97,10 +92,9 @@ inline void update_stats(SymbolStats &stats, std::uint32_t &prev_value, std::uin
     const std::uint32_t raised = stats.small_count + (v < kSmallValue);
     const std::uint32_t small_count = (raised - (raised >> 8)) >> (v >= kFirstLongValue);
 
-    prev_value = v & kPrevValueMask;
     stats.fast_avg = static_cast<std::int32_t>(fast_avg);
     stats.slow_avg = slow_avg;
     stats.small_count = small_count;
     stats.context = ((log_bucket(slow_avg) + 15 * log_bucket(fast_avg)) >> 4) +
-                    kSmallCountStep[small_count] + (v < kLowLastValue ? kContextStep : 0);
+                    kSmallCountStep[small_count] + low_value_step(v);
 }

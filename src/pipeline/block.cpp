@@ -12,8 +12,8 @@
 #include "sorting/rle.h"
 #include "sorting/st.h"
 
-#include <cassert>
 #include <chrono>
+#include <cstring>
 #include <ctime>
 #include <utility>
 
@@ -63,24 +63,6 @@ void note(BlockTrace *trace, StageNumber stage, const CoderContext &context) {
     trace->trailer[stage] = context.in_len == 0 ? 0 : context.buf_in[context.in_len - 1];
 }
 
-// Undoes the sorting and coding stages of a block that the DCE stage did not code.
-// The result is in `buf_in`.
-void undo_sorting(CoderContext &c) {
-    [[maybe_unused]] bool restored =
-        dce_decode(c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-    assert(restored);
-    advance(c);
-    restored = rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-    assert(restored);
-    advance(c);
-    restored = st_inverse(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-    assert(restored);
-    advance(c);
-    restored = bwt_inverse(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-    assert(restored);
-    advance(c);
-}
-
 } // namespace
 
 bool compress_block(CoderContext &c) {
@@ -99,7 +81,9 @@ bool compress_block(CoderContext &c) {
         lzp_encode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.lzp_off);
         advance(c);
     }
+    const std::uint8_t *const unsorted = c.buf_in;
     const std::uint32_t unsorted_len = c.in_len;
+    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(c.work1) + 2 * c.capacity;
     {
         const StageTimer timer(c.ms_sort);
         bwt_forward(c.work1, c.work2, c.work3, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len,
@@ -110,6 +94,8 @@ bool compress_block(CoderContext &c) {
     }
     {
         const StageTimer timer(c.ms_other);
+        // The sorts leave the block where it was, and behind the buffers is room now.
+        if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
         rle_forward(c.buf_in, c.in_len, c.buf_out, c.out_len, s.rle_off);
         advance(c);
     }
@@ -122,9 +108,9 @@ bool compress_block(CoderContext &c) {
         const StageTimer timer(c.ms_other);
         const bool coded = c.buf_in[c.in_len - 1] != 0;
         if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
-            undo_sorting(c);
-            assert(c.in_len == unsorted_len);
-            c.buf_in[c.in_len++] = kFallbackMarker;
+            std::memcpy(c.buf_in, kept, unsorted_len);
+            c.buf_in[unsorted_len] = kFallbackMarker;
+            c.in_len = unsorted_len + 1;
         }
     }
     put_u32(c.buf_in + c.in_len, crc32_block(c.buf_in, c.in_len));

@@ -26,8 +26,8 @@ constexpr std::uint32_t kBwtMoreBitWords = 10;
 // pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start.
 // capacity: at least n + kBwtRoom. index_array: n entries, at an address that 64-bit numbers
 // may have. bit_array: n / 8 + kBwtMoreBitWords words. model_area: kSortScratchBytes.
-// The block in `in` is destroyed. Equal rotations (a periodic block) come in an order
-// that sorting/tripling_sort.cpp fixes, and the primary index with them.
+// The buffer of the block, `in`, holds it still. Equal rotations (a periodic block) come in
+// an order that sorting/tripling_sort.cpp fixes, and the primary index with them.
 void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
                  std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                  std::uint32_t &out_len, std::uint8_t bwt_off);
