@@ -11,6 +11,8 @@
 
 #include "api/coder.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <pthread.h>
 
 // A block on its way: what it was read as, then what it became.

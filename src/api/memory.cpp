@@ -5,6 +5,7 @@
 #include "archive/format.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace {

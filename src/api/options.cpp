@@ -9,6 +9,7 @@
 #include "sorting/st.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 #ifdef __linux__
 #include <sched.h>

@@ -4,6 +4,7 @@
 #include "archive/format.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 

@@ -4,6 +4,7 @@
 #include "archive/format.h"
 #include "archive/memory.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 

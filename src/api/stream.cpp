@@ -6,6 +6,7 @@
 #include "archive/memory.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 

@@ -4,6 +4,7 @@
 #include "api/coder.h"
 
 #include <cstddef>
+#include <cstdint>
 
 // One call of velk_compress_stream or velk_decompress_stream. A plain record that may be
 // filled with zeros.

@@ -61,7 +61,7 @@ enum class ArchiveStatus {
 [[nodiscard]] ArchiveStatus read_record(const ByteSource &source, std::uint32_t capacity,
                                         std::uint8_t *data, std::uint32_t &length);
 
-// Does so and restores the block: the `out_len` bytes of the context's `buf_out`.
+// Reads the next record and restores its block: the `out_len` bytes of the context's `buf_out`.
 [[nodiscard]] ArchiveStatus read_block(const ByteSource &source, CoderContext &context,
                                        std::uint32_t &length, BlockTrace &trace);
 

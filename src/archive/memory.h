@@ -19,6 +19,27 @@
 
 #include <cstdint>
 
+// The work arrays by what they are for; the numbered members of the context hold them.
+struct ForwardArrays {
+    std::uint32_t *pair_region;
+    std::uint32_t *index_array;
+    std::uint32_t *bit_array;
+    std::uint32_t *model_area;
+};
+
+struct InverseArrays {
+    std::uint32_t *region;
+    std::uint32_t *model_area;
+};
+
+inline ForwardArrays forward_arrays(const CoderContext &context) {
+    return {context.work1, context.work2, context.work3, context.work4};
+}
+
+inline InverseArrays inverse_arrays(const CoderContext &context) {
+    return {context.work2, context.work3};
+}
+
 // Whether a compressor could write an archive of this block size, in bytes, with these
 // stages off: of the sorting transforms at least one.
 [[nodiscard]] bool is_valid_header(const Settings &settings, std::uint32_t block_size);

@@ -19,9 +19,14 @@
 
 #include <cstdint>
 
+constexpr std::uint32_t kDceTrailerBytes = 5;
+
+// Bytes of a buffer that the encoder may write behind the block.
+constexpr std::uint32_t kDceRoom = 6;
+
 // Codes the block; declines when the result would be longer than n + 1 bytes.
 // runs: n entries. model_area: kModelAreaBytes. Both with any contents.
-// The buffers must have room for n + 16 bytes.
+// The buffers must have room for n + kDceRoom bytes.
 void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n,
                 std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t dce_off);
 

@@ -1,6 +1,7 @@
 #include "dce/frequency_models.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <memory>
 #include <new>

@@ -3,6 +3,7 @@
 #include "pipeline/stage.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace {

@@ -49,18 +49,84 @@ private:
     std::uint32_t start_ms_;
 };
 
+constexpr std::uint32_t kFilterTrailers =
+    kEolTrailerBytes + kFlt32TrailerBytes + kDeltaTrailerBytes + kLzpTrailerBytes;
+constexpr std::uint32_t kSortTrailers = kBwtTrailerBytes + kStTrailerBytes + kRleTrailerBytes;
+// Buffers and bit array have room for each stage's block; the record data is the longest one
+// with its CRC, as the DCE stage adds 1 byte at most to what it gets.
+static_assert(kFilterTrailers + kBwtRoom <= kBlockSlack);
+static_assert(kFilterTrailers + 8 * kBwtMoreBitWords <= kBlockSlack);
+static_assert(kFilterTrailers + kSortTrailers + kDceRoom <= kBlockSlack);
+static_assert(kFilterTrailers + kSortTrailers + 1 + kCrcBytes <= kBlockSlack);
+
 // Hands the result of the stage that just ran to the next one as its input.
 void advance(CoderContext &context) {
     std::swap(context.buf_in, context.buf_out);
     context.in_len = context.out_len;
 }
 
-// Notes what the inverse of `stage` is about to be given.
-void note(BlockTrace *trace, StageNumber stage, const CoderContext &context) {
-    if (trace == nullptr) return;
-    trace->reached = stage;
-    trace->coded_len[stage] = context.in_len;
-    trace->trailer[stage] = context.in_len == 0 ? 0 : context.buf_in[context.in_len - 1];
+template<typename Forward, typename... Arrays>
+void apply(CoderContext &c, std::uint8_t off, Forward forward, Arrays... arrays) {
+    forward(arrays..., c.buf_in, c.in_len, c.buf_out, c.out_len, off);
+    advance(c);
+}
+
+// Calls the inverse of `stage` and notes what it is given.
+template<typename Inverse, typename... Arrays>
+bool undo(CoderContext &c, BlockTrace *trace, StageNumber stage, Inverse inverse,
+          Arrays... arrays) {
+    if (trace != nullptr) {
+        trace->reached = stage;
+        trace->coded_len[stage] = c.in_len;
+        trace->trailer[stage] = c.in_len == 0 ? 0 : c.buf_in[c.in_len - 1];
+    }
+    if (!inverse(arrays..., c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
+    advance(c);
+    return true;
+}
+
+void apply_filters(CoderContext &c) {
+    const StageTimer timer(c.ms_other);
+    const Settings &s = c.settings;
+    apply(c, s.eol_off, eol_encode);
+    flt32_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.file_size, s.flt32_off);
+    advance(c);
+    apply(c, s.delta_off, delta_encode);
+    apply(c, s.lzp_off, lzp_encode, forward_arrays(c).index_array);
+}
+
+void apply_sort(CoderContext &c) {
+    const StageTimer timer(c.ms_sort);
+    const ForwardArrays a = forward_arrays(c);
+    apply(c, c.settings.bwt_off, bwt_forward, a.pair_region, a.index_array, a.bit_array,
+          a.model_area);
+    apply(c, c.settings.st_off, st_forward, a.index_array);
+}
+
+bool undo_coding(CoderContext &c, BlockTrace *trace) {
+    const StageTimer timer(c.ms_dce);
+    return undo(c, trace, STAGE_DCE, dce_decode, inverse_arrays(c).model_area);
+}
+
+bool undo_runs(CoderContext &c, BlockTrace *trace) {
+    const StageTimer timer(c.ms_other);
+    return undo(c, trace, STAGE_RLE, rle_inverse);
+}
+
+// A header that says that a sorting transform was off sets up no memory for its inverse; a
+// block that claims to need it is not restored.
+bool undo_sort(CoderContext &c, BlockTrace *trace) {
+    const StageTimer timer(c.ms_sort);
+    const InverseArrays a = inverse_arrays(c);
+    return undo(c, trace, STAGE_ST, st_inverse, c.settings.st_off == 0 ? a.model_area : nullptr) &&
+           undo(c, trace, STAGE_BWT, bwt_inverse, c.settings.bwt_off == 0 ? a.region : nullptr);
+}
+
+bool undo_filters(CoderContext &c, BlockTrace *trace) {
+    const StageTimer timer(c.ms_other);
+    return undo(c, trace, STAGE_LZP, lzp_decode, inverse_arrays(c).region) &&
+           undo(c, trace, STAGE_DELTA, delta_decode) && undo(c, trace, STAGE_FLT32, flt32_decode) &&
+           undo(c, trace, STAGE_EOL, eol_decode);
 }
 
 } // namespace
@@ -69,40 +135,23 @@ bool compress_block(CoderContext &c) {
     if (c.in_len > c.capacity - kBlockSlack) return false;
     c.out_len = 0;
     if (c.in_len == 0) return true;
+    const ForwardArrays arrays = forward_arrays(c);
     const Settings &s = c.settings;
-    {
-        const StageTimer timer(c.ms_other);
-        eol_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, s.eol_off);
-        advance(c);
-        flt32_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.file_size, s.flt32_off);
-        advance(c);
-        delta_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, s.delta_off);
-        advance(c);
-        lzp_encode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.lzp_off);
-        advance(c);
-    }
+    apply_filters(c);
     const std::uint8_t *const unsorted = c.buf_in;
     const std::uint32_t unsorted_len = c.in_len;
-    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(c.work1) + 2 * c.capacity;
-    {
-        const StageTimer timer(c.ms_sort);
-        bwt_forward(c.work1, c.work2, c.work3, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len,
-                    s.bwt_off);
-        advance(c);
-        st_forward(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.st_off);
-        advance(c);
-    }
+    std::uint8_t *const kept =
+        reinterpret_cast<std::uint8_t *>(arrays.pair_region) + 2 * c.capacity;
+    apply_sort(c);
     {
         const StageTimer timer(c.ms_other);
         // The sorts leave the block where it was, and behind the buffers is room now.
         if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
-        rle_forward(c.buf_in, c.in_len, c.buf_out, c.out_len, s.rle_off);
-        advance(c);
+        apply(c, s.rle_off, rle_forward);
     }
     {
         const StageTimer timer(c.ms_dce);
-        dce_encode(c.work2, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len, s.dce_off);
-        advance(c);
+        apply(c, s.dce_off, dce_encode, arrays.index_array, arrays.model_area);
     }
     {
         const StageTimer timer(c.ms_other);
@@ -129,49 +178,10 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
     if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
         --c.in_len;
         if (trace != nullptr) trace->fallback = true;
-    } else {
-        // A header that says that a sorting transform was off sets up no memory for
-        // its inverse; a block that claims to need it is not restored.
-        std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? c.work2 : nullptr;
-        std::uint32_t *const st_contexts = c.settings.st_off == 0 ? c.work3 : nullptr;
-        {
-            const StageTimer timer(c.ms_dce);
-            note(trace, STAGE_DCE, c);
-            if (!dce_decode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-                return false;
-            }
-            advance(c);
-        }
-        {
-            const StageTimer timer(c.ms_other);
-            note(trace, STAGE_RLE, c);
-            if (!rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-            advance(c);
-        }
-        {
-            const StageTimer timer(c.ms_sort);
-            note(trace, STAGE_ST, c);
-            if (!st_inverse(st_contexts, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-                return false;
-            }
-            advance(c);
-            note(trace, STAGE_BWT, c);
-            if (!bwt_inverse(lf_vector, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-                return false;
-            }
-            advance(c);
-        }
+    } else if (!undo_coding(c, trace) || !undo_runs(c, trace) || !undo_sort(c, trace)) {
+        return false;
     }
-    const StageTimer timer(c.ms_other);
-    note(trace, STAGE_LZP, c);
-    if (!lzp_decode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-    advance(c);
-    note(trace, STAGE_DELTA, c);
-    if (!delta_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-    advance(c);
-    note(trace, STAGE_FLT32, c);
-    if (!flt32_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-    advance(c);
-    note(trace, STAGE_EOL, c);
-    return eol_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+    if (!undo_filters(c, trace)) return false;
+    std::swap(c.buf_in, c.buf_out); // the result lies where the next stage would read it
+    return true;
 }
