@@ -36,6 +36,14 @@ function(install_page page component)
                      DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
 
+# What a Debian package has to have beside its files.
+function(install_changelog package component)
+  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/${package}/changelog @ONLY)
+  install_compressed(${PROJECT_BINARY_DIR}/${package}/changelog
+                     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
+endfunction()
+
 if(UNIX)
   foreach(page VELK.1 velkinfo.1 velk.5)
     install_page(${page} programs)
@@ -51,9 +59,7 @@ if(UNIX)
   # For file(1) and for desktops.
   install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
   install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
-  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/changelog @ONLY)
-  install_compressed(${PROJECT_BINARY_DIR}/changelog DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  install_changelog(velk programs)
 endif()
 if(TARGET velkz)
   include(cmake/install_velkz.cmake)
@@ -84,6 +90,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME velk)
 set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION

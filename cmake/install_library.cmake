@@ -27,16 +27,19 @@ install(DIRECTORY examples DESTINATION ${docdir}/libvelk-dev COMPONENT developme
         PATTERN *.py EXCLUDE)
 install(FILES LICENSE DESTINATION ${docdir}/libvelk-dev RENAME copyright COMPONENT development)
 install(FILES LICENSE DESTINATION ${docdir}/libvelk0 RENAME copyright COMPONENT runtime)
+install_changelog(libvelk-dev development)
+install_changelog(libvelk0 runtime)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvelk0)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "Block-sorting compressor, shared library
-The C library of VELK: compresses and restores in memory and through streams, with
-any number of threads, and reads any part of an archive.")
+The C library of VELK: compresses and restores in memory and through
+ streams, with any number of threads, and reads any part of an archive.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvelk-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvelk0 (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "Block-sorting compressor, to build with its library
-The header, the static library, the manual and examples of the C library of VELK.")
+The header, the static library, the manual and examples of the C library
+ of VELK.")

@@ -7,6 +7,7 @@ install(DIRECTORY python/velk DESTINATION ${VELK_PYTHON_DIR} COMPONENT python
 set(docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/python3-velk)
 install(FILES examples/dask_compress.py DESTINATION ${docdir}/examples COMPONENT python)
 install(FILES LICENSE DESTINATION ${docdir} RENAME copyright COMPONENT python)
+install_changelog(python3-velk python)
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-velk)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
@@ -17,5 +18,5 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_LIST_DIR}/python3-velk/postinst ${CMAKE_CURRENT_LIST_DIR}/python3-velk/prerm)
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
 "Block-sorting compressor, Python module
-Archives of VELK from Python, as the standard modules bz2 and lzma for theirs, with
-several threads and reading that seeks.")
+Archives of VELK from Python, as the standard modules bz2 and lzma for
+ theirs, with several threads and reading that seeks.")
