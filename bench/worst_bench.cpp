@@ -21,6 +21,8 @@
 #include <pthread.h>
 #include <utility>
 
+using namespace velk;
+
 namespace {
 
 struct Switches {

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <getopt.h>
 
+using namespace velk;
+
 namespace {
 
 constexpr int kUsageStatus = 2;

@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <pthread.h>
 
+namespace velk {
+
 // A block on its way: what it was read as, then what it became.
 struct Slot {
     std::uint8_t *data;     // `capacity` bytes
@@ -67,3 +69,5 @@ void retire(BlockQueue &queue, Slot *slot);
 
 // Waits for the blocks that workers have begun, and gives all memory back.
 void close_queue(BlockQueue &queue);
+
+} // namespace velk

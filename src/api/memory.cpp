@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstring>
 
+using namespace velk;
+
 namespace {
 
 struct Buffers {

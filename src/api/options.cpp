@@ -16,6 +16,8 @@
 #endif
 #include <unistd.h>
 
+namespace velk {
+
 static_assert(VELK_MIN_BLOCK_SIZE == kMinBlockSize && VELK_MAX_BLOCK_SIZE == kMaxBlockSize);
 static_assert(VELK_HEADER_SIZE == kFirstRecord && VELK_RECORD_HEAD_SIZE == kRecordHeadBytes);
 static_assert(VELK_OFF_EOL == 1 << STAGE_EOL && VELK_OFF_ST == 1 << STAGE_ST &&
@@ -92,6 +94,10 @@ velk_status status_of(ArchiveStatus status) {
 std::uint32_t file_size_of(std::uint64_t input_size) {
     return input_size == VELK_SIZE_UNKNOWN ? 0 : saturate(input_size + 1);
 }
+
+} // namespace velk
+
+using namespace velk;
 
 void velk_options_init(velk_options *options) {
     *options = velk_options{};

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // The options, checked, with the defaults filled in.
 struct Plan {
     Settings settings;
@@ -21,3 +23,5 @@ struct Plan {
 
 // CoderContext::file_size of an input; 0 stands for an unknown one.
 [[nodiscard]] std::uint32_t file_size_of(std::uint64_t input_size);
+
+} // namespace velk

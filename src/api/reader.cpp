@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace velk;
+
 struct velk_reader {
     velk_read_at *read_at;
     void *user;

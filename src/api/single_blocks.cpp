@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace velk;
+
 struct velk_encoder {
     CoderContext context;
     std::uint32_t block_size;

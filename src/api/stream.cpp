@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+using namespace velk;
+
 namespace {
 
 bool usable(const velk_stream *stream) {

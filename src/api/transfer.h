@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace velk {
+
 // One call of velk_compress_stream or velk_decompress_stream. A plain record that may be
 // filled with zeros.
 struct Transfer {
@@ -37,3 +39,5 @@ struct Transfer {
 // context: memory set up for one block, which is given back here.
 [[nodiscard]] velk_status transfer_blocks(Transfer &transfer, CoderContext &context,
                                           std::uint32_t threads);
+
+} // namespace velk

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+namespace velk {
+
 using enum ArchiveStatus;
 
 ArchiveStatus read_start(const ByteSource &source, Settings &settings, std::uint32_t &block_size) {
@@ -77,3 +79,5 @@ std::uint32_t write_record(const ByteSink &sink, const std::uint8_t *data, std::
         sink.write(sink.user, head, kRecordHeadBytes) && sink.write(sink.user, data, length);
     return written ? kRecordHeadBytes + length : 0;
 }
+
+} // namespace velk

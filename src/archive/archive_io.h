@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace velk {
+
 struct ByteSource {
     void *user;
     // Puts the next `count` bytes into `bytes`, fewer only at the end; `got`: how many.
@@ -71,3 +73,5 @@ enum class ArchiveStatus {
                                         std::uint32_t block_size);
 [[nodiscard]] std::uint32_t write_record(const ByteSink &sink, const std::uint8_t *data,
                                          std::uint32_t length);
+
+} // namespace velk

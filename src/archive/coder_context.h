@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // A plain record that may be filled with zeros. `alloc_compress` or
 // `alloc_decompress` (archive/memory.h) sets the memory members, whose layout is
 // told there.
@@ -32,3 +34,5 @@ struct CoderContext {
     std::uint32_t ms_other;  // milliseconds in all other stages
     Settings settings;
 };
+
+} // namespace velk

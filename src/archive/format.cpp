@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 
+namespace velk {
 namespace {
 
 std::uint8_t check_byte(const std::uint8_t *bytes, std::uint32_t count) {
@@ -73,3 +74,5 @@ bool get_record_head(const std::uint8_t *head, std::uint32_t &length) {
     length = get_u32(head + 1);
     return head[0] == check_byte(head + 1, kRecordHeadBytes - 1);
 }
+
+} // namespace velk

@@ -11,6 +11,7 @@
 #include <sys/mman.h>
 #endif
 
+namespace velk {
 namespace {
 
 static_assert(kModelAreaBytes <= kSortScratchBytes);
@@ -106,3 +107,5 @@ void free_decompress(CoderContext &context) {
     release(context.work2);
     release(context.work3);
 }
+
+} // namespace velk

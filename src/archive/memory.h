@@ -19,6 +19,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // The work arrays by what they are for; the numbered members of the context hold them.
 struct ForwardArrays {
     std::uint32_t *pair_region;
@@ -54,3 +56,5 @@ inline InverseArrays inverse_arrays(const CoderContext &context) {
 // Gives back what the function above took.
 void free_compress(CoderContext &context);
 void free_decompress(CoderContext &context);
+
+} // namespace velk

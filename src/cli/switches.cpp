@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+namespace velk {
 namespace {
 
 bool is_digit(char c) {
@@ -69,3 +70,5 @@ int parse_switches(int argument_count, const char *const *arguments, Settings &s
     }
     return 0;
 }
+
+} // namespace velk

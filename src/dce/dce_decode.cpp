@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 
+namespace velk {
 namespace {
 
 struct Decoder {
@@ -153,3 +154,5 @@ bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len,
     const std::uint32_t runs = value_count > header_values ? value_count - header_values : 0;
     return decode_runs(decoder, models, stats, out, runs, pending, first_byte, capacity, out_len);
 }
+
+} // namespace velk

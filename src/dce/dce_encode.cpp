@@ -9,6 +9,7 @@
 #include <cassert>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 // Free bytes that must remain between coded bytes and raw words: what the flush writes. With
@@ -88,3 +89,5 @@ void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&i
     out[coded + raw + 4] = 1;
     out_len = coded + raw + kDceTrailerBytes;
 }
+
+} // namespace velk

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstring>
 
+namespace velk {
+
 // Length of the run that starts at p, below n. Eight bytes are looked at at once: run
 // lengths are hard to predict, but few reach 8.
 inline std::uint32_t run_length(const std::uint8_t *block, std::uint32_t n, std::uint32_t p) {
@@ -166,3 +168,5 @@ bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *r
     }
     return true;
 }
+
+} // namespace velk

@@ -16,6 +16,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kSymbols = 32;
 constexpr std::uint32_t kContexts = 150;
 constexpr std::uint32_t kFirstBitContext = 120;
@@ -119,3 +121,5 @@ inline void count(BitModel &model, std::uint32_t x) {
     }
     model.cumulative += std::uint64_t{kBitIncrement} * 0x0001000100010001u << 16 * x;
 }
+
+} // namespace velk

@@ -9,6 +9,8 @@
 #include <emmintrin.h>
 #endif
 
+namespace velk {
+
 constexpr std::uint32_t kCountLanes = 8;
 typedef std::uint16_t Lanes __attribute__((vector_size(2 * kCountLanes)));
 
@@ -74,3 +76,5 @@ inline std::uint32_t number_of_zeros(const Lanes (&row)[4]) {
     return static_cast<std::uint32_t>((half[0] + half[1]) * 0x0001000100010001u >> 48);
 #endif
 }
+
+} // namespace velk

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <cstring>
 
+namespace velk {
+
 constexpr std::uint32_t kEntryLanes = 4;
 typedef std::int32_t EntryLanes __attribute__((vector_size(4 * kEntryLanes)));
 
@@ -77,3 +79,5 @@ inline void replace_first(PendingList &pending, std::uint32_t number, std::uint3
         store_entries(p + i, result);
     }
 }
+
+} // namespace velk

@@ -16,6 +16,8 @@
 #include <bit>
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kMaxSymbolBytes = 3;
 constexpr std::uint32_t kStoredBytes = 4; // at the cursor - 1, for a symbol
 constexpr std::uint32_t kFlushBytes = 4;  // from the cursor on
@@ -190,3 +192,5 @@ inline std::uint32_t decode_doubled(RangeDecoder &decoder, BitModel &model) {
     count(model, x);
     return x;
 }
+
+} // namespace velk

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kRawWordBytes = 4;
 
 struct RawBitWriter {
@@ -74,3 +76,5 @@ inline std::uint32_t get(RawBitReader &reader, std::uint32_t k) {
     reader.taken += k;
     return bits;
 }
+
+} // namespace velk

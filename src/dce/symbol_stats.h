@@ -9,6 +9,8 @@
 #include <bit>
 #include <cstdint>
 
+namespace velk {
+
 // Values below it are a symbol of their own. From it on, symbol 8 + e stands for those that,
 // less 4, are a 1, two more bits and e raw bits (`split`).
 constexpr std::uint32_t kFirstLongValue = 8;
@@ -115,3 +117,5 @@ inline void update_stats(SymbolStats &stats, std::uint32_t v, std::uint32_t run_
     stats.context = ((log_bucket(slow_avg) + 15 * log_bucket(fast_avg)) >> 4) +
                     kSmallCountStep[small_count] + low_value_step(v);
 }
+
+} // namespace velk

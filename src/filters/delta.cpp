@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMinBlock = 4;
@@ -139,3 +140,5 @@ bool delta_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std:
     out_len = len - 1;
     return true;
 }
+
+} // namespace velk

@@ -11,6 +11,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kDeltaTrailerBytes = 1;
 
 // The buffers must have room for n + 1 bytes; the block in `in` is not altered.
@@ -21,3 +23,5 @@ void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
 // a trailer above 3.
 [[nodiscard]] bool delta_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                                 std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

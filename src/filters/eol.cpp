@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 constexpr std::uint8_t kCr = 13;
@@ -245,3 +246,5 @@ bool eol_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::u
     out_len = text.end;
     return true;
 }
+
+} // namespace velk

@@ -15,6 +15,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kEolTrailerBytes = 2;
 
 // The block in `in` is altered. The buffers must have room for n + 2 bytes.
@@ -26,3 +28,5 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
 // or there is no escape byte before a trailer 2.
 [[nodiscard]] bool eol_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                               std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

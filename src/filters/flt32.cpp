@@ -3,6 +3,7 @@
 #include "pipeline/byte_order.h"
 #include "pipeline/stage.h"
 
+namespace velk {
 namespace {
 
 constexpr std::uint8_t kCall = 0xE8;
@@ -81,3 +82,5 @@ bool flt32_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std:
     out_len = block_len;
     return true;
 }
+
+} // namespace velk

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMinBlock = 5;
@@ -194,3 +195,5 @@ bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len, std:
     out_len = end;
     return true;
 }
+
+} // namespace velk

@@ -16,6 +16,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kLzpTrailerBytes = 2;
 
 // The prediction of each of the hashed contexts: a position, 0 for none.
@@ -31,3 +33,5 @@ void lzp_encode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::u
 // `capacity` bytes.
 [[nodiscard]] bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len,
                               std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

@@ -17,6 +17,7 @@
 #include <ctime>
 #include <utility>
 
+namespace velk {
 namespace {
 
 constexpr std::uint8_t kFallbackMarker = 2;
@@ -185,3 +186,5 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
     std::swap(c.buf_in, c.buf_out); // the result lies where the next stage would read it
     return true;
 }
+
+} // namespace velk

@@ -22,6 +22,8 @@
 #include <cstdint>
 #include <utility>
 
+namespace velk {
+
 // The block size N, in bytes.
 constexpr std::uint32_t kMinBlockSize = 128 * 1024;
 constexpr std::uint32_t kMaxBlockSize = 16383 * 1024;
@@ -45,3 +47,5 @@ inline void drop_trailer(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&ou
     std::swap(in, out);
     out_len = len - 1;
 }
+
+} // namespace velk

@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kBwtTrailerBytes = 5;
 
 // Bytes of the model area that the sort needs: for each two-byte string two numbers, and
@@ -39,3 +41,5 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
 // Any other last column is some permutation's and decodes to some block.
 [[nodiscard]] bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len,
                                std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

@@ -27,6 +27,7 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
 // Shorter blocks are not worth the set-up.
@@ -264,3 +265,5 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     induce_s(v, first, index_array);
     return true;
 }
+
+} // namespace velk

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kEmpty = 0xFFFFFFFFu;
@@ -163,3 +164,5 @@ bool sort_names(const std::uint32_t *name, std::uint32_t count, std::uint32_t *r
     induce(names, rows, buckets);
     return true;
 }
+
+} // namespace velk

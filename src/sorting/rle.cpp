@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iterator>
 
+namespace velk {
 namespace {
 
 // A block is declined when it has more than one interrupted run in so many bytes.
@@ -110,3 +111,5 @@ bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::
     out_len = n;
     return true;
 }
+
+} // namespace velk

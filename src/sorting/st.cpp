@@ -11,6 +11,7 @@
 
 #include <algorithm>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMinBlock = 3;
@@ -125,3 +126,5 @@ bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, s
     out_len = n;
     return true;
 }
+
+} // namespace velk

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
 // Valleys that agree in fewer bytes are compared on, even beyond the next valley. From 20 to
@@ -185,3 +186,5 @@ void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends) {
         begin = end;
     }
 }
+
+} // namespace velk

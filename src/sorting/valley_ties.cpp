@@ -24,6 +24,7 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
 // In a row, beside the number of a valley.
@@ -249,3 +250,5 @@ bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
     }
     return true;
 }
+
+} // namespace velk
