@@ -22,7 +22,7 @@ std::string folder_of(const std::string &path) {
 // A question on the error stream; only "y" is a yes.
 bool agrees(const std::string &name) {
     std::fprintf(stderr, "velkz: %s exists; overwrite it? (y/N) ", printable(name).c_str());
-    char answer = 'n', byte = '\n';
+    char answer = 'n', byte = 0;
     for (bool first = true; read(STDIN_FILENO, &byte, 1) == 1 && byte != '\n'; first = false) {
         if (first) answer = byte;
     }
@@ -47,8 +47,8 @@ Status open_in_place(Output &output, const Input &input, const Options &options)
     return kSuccess;
 }
 
-// The name changes first, so that the file is private until its mode is known. No longer
-// than any name may be, whatever the output's name is.
+// The file is the user's alone until it gets the input's mode. Its name is short enough
+// wherever the output's is.
 Status open_temporary(Output &output) {
     std::string name = folder_of(output.path) + ".velkz-" + std::string(6, 'X');
     const SignalsHeld held;
@@ -103,22 +103,26 @@ bool folder_on_disk(const std::string &path) {
     return safe;
 }
 
-// link(2), other than rename(2), fails where a file has come to be meanwhile.
-Status give_name(Output &output) {
+// link(2), other than rename(2), fails where a file has come to be meanwhile; but not all
+// file systems have it.
+bool take_name(const Output &output) {
     const char *const from = output.temporary.c_str(), *const to = output.path.c_str();
-    const SignalsHeld held;
     struct stat found;
     if (!output.replaces) {
-        if (link(from, to) == 0) {
-            unlink(from);
-            output.temporary.clear();
-            remove_on_signal(nullptr);
-            return kSuccess;
+        if (link(from, to) == 0) return unlink(from) == 0;
+        if (errno == EEXIST || lstat(to, &found) == 0) {
+            errno = EEXIST;
+            return false;
         }
-        if (errno == EEXIST || lstat(to, &found) == 0)
-            return error(output.name, "exists by now; -f overwrites it");
     }
-    if (rename(from, to) != 0) return error(output.name, reason());
+    return rename(from, to) == 0;
+}
+
+Status give_name(Output &output) {
+    const SignalsHeld held;
+    if (!take_name(output)) {
+        return error(output.name, errno == EEXIST ? "exists by now; -f overwrites it" : reason());
+    }
     output.temporary.clear();
     remove_on_signal(nullptr);
     return kSuccess;
