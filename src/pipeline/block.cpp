@@ -66,16 +66,20 @@ void advance(CoderContext &context) {
     context.in_len = context.out_len;
 }
 
+// Calls a forward stage; its milliseconds are added to `ms`, a timer of the context.
 template<typename Forward, typename... Arrays>
-void apply(CoderContext &c, std::uint8_t off, Forward forward, Arrays... arrays) {
+void apply(CoderContext &c, std::uint32_t &ms, std::uint8_t off, Forward forward,
+           Arrays... arrays) {
+    const StageTimer timer(ms);
     forward(arrays..., c.buf_in, c.in_len, c.buf_out, c.out_len, off);
     advance(c);
 }
 
 // Calls the inverse of `stage` and notes what it is given.
 template<typename Inverse, typename... Arrays>
-bool undo(CoderContext &c, BlockTrace *trace, StageNumber stage, Inverse inverse,
+bool undo(CoderContext &c, BlockTrace *trace, std::uint32_t &ms, StageNumber stage, Inverse inverse,
           Arrays... arrays) {
+    const StageTimer timer(ms);
     if (trace != nullptr) {
         trace->reached = stage;
         trace->coded_len[stage] = c.in_len;
@@ -86,82 +90,37 @@ bool undo(CoderContext &c, BlockTrace *trace, StageNumber stage, Inverse inverse
     return true;
 }
 
-void apply_filters(CoderContext &c) {
-    const StageTimer timer(c.ms_other);
-    const Settings &s = c.settings;
-    apply(c, s.eol_off, eol_encode);
-    flt32_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.file_size, s.flt32_off);
-    advance(c);
-    apply(c, s.delta_off, delta_encode);
-    apply(c, s.lzp_off, lzp_encode, forward_arrays(c).index_array);
-}
-
-void apply_sort(CoderContext &c) {
-    const StageTimer timer(c.ms_sort);
-    const ForwardArrays a = forward_arrays(c);
-    apply(c, c.settings.bwt_off, bwt_forward, a.pair_region, a.index_array, a.bit_array,
-          a.model_area);
-    apply(c, c.settings.st_off, st_forward, a.index_array);
-}
-
-bool undo_coding(CoderContext &c, BlockTrace *trace) {
-    const StageTimer timer(c.ms_dce);
-    return undo(c, trace, STAGE_DCE, dce_decode, inverse_arrays(c).model_area);
-}
-
-bool undo_runs(CoderContext &c, BlockTrace *trace) {
-    const StageTimer timer(c.ms_other);
-    return undo(c, trace, STAGE_RLE, rle_inverse);
-}
-
-// A header that says that a sorting transform was off sets up no memory for its inverse; a
-// block that claims to need it is not restored.
-bool undo_sort(CoderContext &c, BlockTrace *trace) {
-    const StageTimer timer(c.ms_sort);
-    const InverseArrays a = inverse_arrays(c);
-    return undo(c, trace, STAGE_ST, st_inverse, c.settings.st_off == 0 ? a.model_area : nullptr) &&
-           undo(c, trace, STAGE_BWT, bwt_inverse, c.settings.bwt_off == 0 ? a.region : nullptr);
-}
-
-bool undo_filters(CoderContext &c, BlockTrace *trace) {
-    const StageTimer timer(c.ms_other);
-    return undo(c, trace, STAGE_LZP, lzp_decode, inverse_arrays(c).region) &&
-           undo(c, trace, STAGE_DELTA, delta_decode) && undo(c, trace, STAGE_FLT32, flt32_decode) &&
-           undo(c, trace, STAGE_EOL, eol_decode);
-}
-
 } // namespace
 
 bool compress_block(CoderContext &c) {
     if (c.in_len > c.capacity - kBlockSlack) return false;
     c.out_len = 0;
     if (c.in_len == 0) return true;
-    const ForwardArrays arrays = forward_arrays(c);
+    const ForwardArrays a = forward_arrays(c);
     const Settings &s = c.settings;
-    apply_filters(c);
+    apply(c, c.ms_other, s.eol_off, eol_encode);
+    apply(c, c.ms_other, s.flt32_off,
+          [&c](auto *&in, std::uint32_t n, auto *&out, std::uint32_t &out_len, std::uint8_t off) {
+              flt32_encode(in, n, out, out_len, c.file_size, off);
+          });
+    apply(c, c.ms_other, s.delta_off, delta_encode);
+    apply(c, c.ms_other, s.lzp_off, lzp_encode, a.index_array);
     const std::uint8_t *const unsorted = c.buf_in;
     const std::uint32_t unsorted_len = c.in_len;
-    std::uint8_t *const kept =
-        reinterpret_cast<std::uint8_t *>(arrays.pair_region) + 2 * c.capacity;
-    apply_sort(c);
-    {
-        const StageTimer timer(c.ms_other);
-        // The sorts leave the block where it was, and behind the buffers is room now.
-        if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
-        apply(c, s.rle_off, rle_forward);
-    }
-    {
-        const StageTimer timer(c.ms_dce);
-        apply(c, s.dce_off, dce_encode, arrays.index_array, arrays.model_area);
-    }
-    {
-        const StageTimer timer(c.ms_other);
-        const bool coded = c.buf_in[c.in_len - 1] != 0;
-        if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
-            std::memcpy(c.buf_in, kept, unsorted_len);
-            c.buf_in[unsorted_len] = kFallbackMarker;
-            c.in_len = unsorted_len + 1;
-        }
+    apply(c, c.ms_sort, s.bwt_off, bwt_forward, a.pair_region, a.index_array, a.bit_array,
+          a.model_area);
+    apply(c, c.ms_sort, s.st_off, st_forward, a.index_array);
+    // The sorts leave the block where it was, and behind the buffers is room now.
+    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(a.pair_region) + 2 * c.capacity;
+    if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
+    apply(c, c.ms_other, s.rle_off, rle_forward);
+    apply(c, c.ms_dce, s.dce_off, dce_encode, a.index_array, a.model_area);
+
+    const bool coded = c.buf_in[c.in_len - 1] != 0;
+    if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
+        std::memcpy(c.buf_in, kept, unsorted_len);
+        c.buf_in[unsorted_len] = kFallbackMarker;
+        c.in_len = unsorted_len + 1;
     }
     put_u32(c.buf_in + c.in_len, crc32_block(c.buf_in, c.in_len));
     c.out_len = c.in_len + kCrcBytes;
@@ -176,13 +135,26 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
     if (get_u32(c.buf_in + c.in_len) != crc32_block(c.buf_in, c.in_len)) return false;
     if (trace != nullptr) trace->crc_holds = true;
 
+    // A header that says that a sorting transform was off sets up no memory for its inverse;
+    // a block that claims to need it is not restored.
+    const InverseArrays a = inverse_arrays(c);
+    std::uint32_t *const st_contexts = c.settings.st_off == 0 ? a.model_area : nullptr;
+    std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? a.region : nullptr;
     if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
         --c.in_len;
         if (trace != nullptr) trace->fallback = true;
-    } else if (!undo_coding(c, trace) || !undo_runs(c, trace) || !undo_sort(c, trace)) {
+    } else if (!undo(c, trace, c.ms_dce, STAGE_DCE, dce_decode, a.model_area) ||
+               !undo(c, trace, c.ms_other, STAGE_RLE, rle_inverse) ||
+               !undo(c, trace, c.ms_sort, STAGE_ST, st_inverse, st_contexts) ||
+               !undo(c, trace, c.ms_sort, STAGE_BWT, bwt_inverse, lf_vector)) {
         return false;
     }
-    if (!undo_filters(c, trace)) return false;
+    if (!undo(c, trace, c.ms_other, STAGE_LZP, lzp_decode, a.region) ||
+        !undo(c, trace, c.ms_other, STAGE_DELTA, delta_decode) ||
+        !undo(c, trace, c.ms_other, STAGE_FLT32, flt32_decode) ||
+        !undo(c, trace, c.ms_other, STAGE_EOL, eol_decode)) {
+        return false;
+    }
     std::swap(c.buf_in, c.buf_out); // the result lies where the next stage would read it
     return true;
 }
