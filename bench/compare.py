@@ -57,6 +57,8 @@ ONE_THREAD = [
 ]
 ALL_PROCESSORS = [
     Program("VELK", "", VELK, "", "e {i} {o} {l}", "d {i} {o}", "-b2048, -b16383", "-b2048"),
+    Program("velkz", "", TOP / "build/release/velkz", "--version", "{l} -T {n} < >",
+            "-d -T {n} < >", "-b2048K, -9", "-b2048K"),
     Program("lbzip2", "lbzip2", "lbzip2", "--version", "{l} -n {n} -c < >", "-d -n {n} -c < >",
             "-9"),
     Program("pbzip2", "pbzip2", "pbzip2", "--version", "{l} -p{n} -c < >", "-d -p{n} -c < >",
@@ -179,7 +181,7 @@ def markdown(heads, rows):
     def row(cells, bold=False):
         return "| " + " | ".join(f"**{c}**" if bold else str(c) for c in cells) + " |"
     return "\n".join([row(heads), "|---" + "|---:" * (len(heads) - 1) + "|",
-                      *(row(r, str(r[0]).startswith("VELK")) for r in rows)])
+                      *(row(r, str(r[0]).lower().startswith("velk")) for r in rows)])
 
 
 def plain(heads, rows):

@@ -12,6 +12,7 @@
 #include "worst_inputs.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -225,8 +226,8 @@ struct Found {
 
 // A number up to `limit`, every order of magnitude as often.
 std::uint32_t draw(Random &random, std::uint32_t limit) {
-    const std::uint32_t bound = std::max(1u, limit >> random.below(24));
-    return 1 + random.below(std::min(bound, limit));
+    const auto magnitudes = static_cast<std::uint32_t>(std::bit_width(limit));
+    return 1 + random.below(limit >> random.below(magnitudes));
 }
 
 // Another member of a family, or one near `bad`.

@@ -35,7 +35,7 @@ private:
     // below this file without the C++ library.
     static std::uint32_t now_ms() {
 #ifdef CLOCK_MONOTONIC
-        std::timespec now{};
+        timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
         return static_cast<std::uint32_t>(now.tv_sec) * 1000 +
                static_cast<std::uint32_t>(now.tv_nsec / 1000000);
