@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+using namespace velk;
+
 namespace {
 
 std::uint32_t length_of(const Bytes &bytes) {

@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <numeric>
 
+using namespace velk;
+
 namespace {
 
 struct Sorted {

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <numeric>
 
+using namespace velk;
+
 namespace {
 
 void expect_coded(const Bytes &block, const std::string &name) {

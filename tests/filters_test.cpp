@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <numeric>
 
+using namespace velk;
+
 namespace {
 
 Bytes with(Bytes bytes, std::initializer_list<int> more) {

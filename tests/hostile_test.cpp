@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 void call_inverse(const Stage &stage, const Bytes &data, std::uint32_t capacity) {

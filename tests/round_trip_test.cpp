@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 void expect_round_trip(const Stage &stage, const Bytes &block, const std::string &name) {
