@@ -12,6 +12,8 @@
 #include <benchmark/benchmark.h>
 #include <map>
 
+using namespace velk;
+
 namespace {
 
 using Words = std::vector<std::uint32_t>;

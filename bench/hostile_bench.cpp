@@ -24,6 +24,8 @@
 #include <cstdlib>
 #include <ctime>
 
+using namespace velk;
+
 namespace {
 
 enum StageIndex { EOL, FLT32, DELTA, LZP, BWT, ST, RLE, DCE }; // as in kStages

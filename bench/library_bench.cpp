@@ -19,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+using namespace velk;
+
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;

@@ -10,6 +10,8 @@
 #include <divsufsort.h>
 #endif
 
+using namespace velk;
+
 namespace {
 
 // The work arrays of one sort, with the block copied into the first buffer.

@@ -24,6 +24,8 @@
 #include <map>
 #include <utility>
 
+using namespace velk;
+
 namespace {
 
 constexpr std::uint32_t kBlock = 2 << 20;

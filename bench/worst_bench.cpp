@@ -22,6 +22,8 @@
 #include <pthread.h>
 #include <utility>
 
+using namespace velk;
+
 namespace {
 
 struct Switches {

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <numeric>
 
+using namespace velk;
+
 namespace {
 
 using Parameters = const std::uint32_t (&)[3];

@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstring>
 
+using namespace velk;
+
 extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t max_size);
 
 namespace {

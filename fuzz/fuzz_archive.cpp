@@ -6,6 +6,8 @@
 
 #include <cstdlib>
 
+using namespace velk;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const Restored restored = restore_archive(Bytes(data, data + size));
     // A record takes a head and a byte of data at least and restores to `capacity`.

@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+using namespace velk;
+
 static void expect_equal(const std::optional<Bytes> &restored, const Bytes &block) {
     if (restored != block) std::abort();
 }

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+using namespace velk;
+
 namespace {
 
 void expect(bool holds) {

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+using namespace velk;
+
 namespace {
 
 std::uint32_t length_of(const Bytes &bytes) {

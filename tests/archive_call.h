@@ -7,6 +7,8 @@
 
 #include <optional>
 
+using namespace velk;
+
 // A run's memory for one set of switches, with all that is in it kept from block to block.
 class Chain {
 public:

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 // The rows of the sorted rotations, by one of the sorts; none where it gives up.

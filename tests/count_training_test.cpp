@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 constexpr std::uint16_t kBuiltinCounts[] = {

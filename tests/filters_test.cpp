@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 // The chain gives it the size of the file, which the ranges of operands follow from.

@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <thread>
 
+using namespace velk;
+
 namespace {
 
 constexpr std::uint32_t kBlock = VELK_MIN_BLOCK_SIZE;

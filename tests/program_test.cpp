@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace velk;
+
 namespace {
 
 const std::string kReadError = "Input file read error: ";

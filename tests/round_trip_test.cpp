@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 TEST(RoundTrip, EverySwitchOnEveryKindOfData) {

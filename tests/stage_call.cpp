@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <memory>
 
+using namespace velk;
+
 namespace {
 
 using Buffer = std::uint8_t *;

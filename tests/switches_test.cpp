@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 // Parses one argument, or two, and returns the flags; -1 for a refusal of the first,

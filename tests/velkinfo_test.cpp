@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <set>
 
+using namespace velk;
+
 namespace {
 
 constexpr std::uint32_t kBlock = 131072;

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <iterator>
 
+namespace velk {
 namespace {
 
 namespace fs = std::filesystem;
@@ -177,3 +178,5 @@ void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
     }
     std::fflush(stderr);
 }
+
+} // namespace velk

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+namespace velk {
+
 struct ArchiveFile {
     std::unique_ptr<std::FILE, int (*)(std::FILE *)> file{nullptr, std::fclose};
     std::uint64_t size = 0;     // bytes
@@ -76,3 +78,5 @@ private:
 // Shows on a terminal how far a long run is; with `offset` = the archive's size wipes
 // that away.
 void show_progress(const ArchiveFile &archive, std::uint64_t offset);
+
+} // namespace velk

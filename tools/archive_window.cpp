@@ -7,6 +7,7 @@
 #include <array>
 #include <cassert>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kStep = 16; // bytes; more would save memory, and cost time
@@ -122,3 +123,5 @@ std::uint32_t ArchiveWindow::crc(std::uint64_t offset, std::uint32_t length) {
     }
     return shift_crc(crc, first - begin) ^ crc_of(begin, first);
 }
+
+} // namespace velk

@@ -16,6 +16,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace velk {
+
 class ArchiveWindow {
 public:
     // Longer than the longest record.
@@ -57,3 +59,5 @@ private:
 // What the crc32_block of some bytes adds to that of `count` bytes and those. `count` is
 // below kSegment.
 [[nodiscard]] std::uint32_t shift_crc(std::uint32_t crc, std::uint32_t count);
+
+} // namespace velk

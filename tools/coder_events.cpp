@@ -6,6 +6,7 @@
 #include <numbers>
 #include <numeric>
 
+namespace velk {
 namespace {
 
 // Counts updated as the coder updates them, whatever layout it keeps them in.
@@ -171,3 +172,5 @@ double coded_bits(const EventLog &log, std::uint32_t context, const Row &row, st
     }
     return bits;
 }
+
+} // namespace velk

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace velk {
+
 // A symbol coded in a context: secondary index * kSymbols + symbol. Bit contexts have
 // no secondary set; their index is 0.
 using Event = std::uint16_t;
@@ -52,3 +54,5 @@ CodedBits coded_bits(const Table &table, const std::uint8_t *block, std::uint32_
 // If `slope` is given, it gets what a count more of each symbol would add to them.
 double coded_bits(const EventLog &log, std::uint32_t context, const Row &row, std::size_t limit,
                   std::array<double, kSymbols> *slope = nullptr);
+
+} // namespace velk

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 
+namespace velk {
 namespace {
 
 // The table's largest total.
@@ -135,3 +136,5 @@ Row fit_shape(const EventLog &log, std::uint32_t context, Row row) {
     }
     return row;
 }
+
+} // namespace velk

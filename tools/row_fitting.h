@@ -7,6 +7,8 @@
 
 #include "coder_events.h"
 
+namespace velk {
+
 // Which contexts start flat, and which rows are given, whatever the files say.
 bool is_flat_context(std::uint32_t context);
 bool is_given_context(std::uint32_t context);
@@ -22,3 +24,5 @@ Row fit_strength(const EventLog &log, std::uint32_t context);
 
 // The best row on a descent from `row`, every count free.
 Row fit_shape(const EventLog &log, std::uint32_t context, Row row);
+
+} // namespace velk

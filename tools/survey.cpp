@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMaxRecordData = kMaxBlockSize + kBlockSlack;
@@ -168,3 +169,5 @@ bool Survey::next(Extent &extent) {
     position_ = extent.end;
     return true;
 }
+
+} // namespace velk

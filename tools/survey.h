@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <deque>
 
+namespace velk {
+
 // A stretch of a damaged archive.
 enum class ExtentKind { kIntact, kHeadLost, kLost };
 struct Extent {
@@ -55,3 +57,5 @@ private:
     std::uint64_t tries_left_;         // of ends behind the first
     Extent pending_{};                 // found together with the stretch before it
 };
+
+} // namespace velk

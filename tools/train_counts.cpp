@@ -18,6 +18,8 @@
 #include <numeric>
 #include <string>
 
+using namespace velk;
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <getopt.h>
 
+using namespace velk;
+
 namespace {
 
 constexpr int kUsageStatus = 2;
@@ -37,42 +39,24 @@ int usage_error(const char *subject, const char *message) {
     return kUsageStatus;
 }
 
-int run(int argument_count, char **arguments) {
-    int json = 0, quick = 0, stages = 0, force = 0, fill = 0, help = 0, version = 0;
-    const option options[] = {
-        {"json", no_argument, &json, 1},       {"quick", no_argument, &quick, 1},
-        {"stages", no_argument, &stages, 1},   {"force", no_argument, &force, 1},
-        {"fill", no_argument, &fill, 1},       {"help", no_argument, &help, 1},
-        {"version", no_argument, &version, 1}, {nullptr, 0, nullptr, 0},
-    };
-    int chosen;
-    while ((chosen = getopt_long(argument_count, arguments, "", options, nullptr)) != -1) {
-        if (chosen == '?') return usage_error("command line", "wrong option");
-    }
-    if (help != 0) {
-        std::fputs(kHelp, stdout);
-        return 0;
-    }
-    if (version != 0) {
-        std::printf("velkinfo (VELK) %s\n", VELK_VERSION);
-        return 0;
-    }
-    if (optind == argument_count) return usage_error("command line", "no command");
-    const char *const command = arguments[optind];
-    char **const names = arguments + optind + 1;
-    const int name_count = argument_count - optind - 1;
-    const int list_options = json + quick + stages;
-    const bool salvage_options = force != 0 || fill != 0;
+struct Options {
+    int json, quick, stages, force, fill, help, version;
+};
+
+// names: what follows the command.
+int run_command(const char *command, char **names, int name_count, const Options &o) {
+    const int list_options = o.json + o.quick + o.stages;
+    const bool salvage_options = o.force != 0 || o.fill != 0;
 
     if (std::strcmp(command, "list") == 0) {
         if (name_count != 1) return usage_error(command, "takes one archive");
         if (salvage_options) return usage_error(command, "takes --json, --quick or --stages only");
         if (list_options > 1)
             return usage_error(command, "takes one of --json, --quick and --stages");
-        return list_archive(names[0], json != 0     ? ListForm::kJson
-                                      : quick != 0  ? ListForm::kQuick
-                                      : stages != 0 ? ListForm::kStages
-                                                    : ListForm::kTable);
+        return list_archive(names[0], o.json != 0     ? ListForm::kJson
+                                      : o.quick != 0  ? ListForm::kQuick
+                                      : o.stages != 0 ? ListForm::kStages
+                                                      : ListForm::kTable);
     }
     if (std::strcmp(command, "test") == 0) {
         if (name_count < 1) return usage_error(command, "takes one archive or more");
@@ -85,9 +69,33 @@ int run(int argument_count, char **arguments) {
     if (std::strcmp(command, "salvage") == 0) {
         if (name_count != 2) return usage_error(command, "takes an archive and an output");
         if (list_options != 0) return usage_error(command, "takes --force and --fill only");
-        return salvage_archive(names[0], names[1], {force != 0, fill != 0});
+        return salvage_archive(names[0], names[1], {o.force != 0, o.fill != 0});
     }
     return usage_error(command, "no such command");
+}
+
+int run(int argument_count, char **arguments) {
+    Options o{};
+    const option options[] = {
+        {"json", no_argument, &o.json, 1},       {"quick", no_argument, &o.quick, 1},
+        {"stages", no_argument, &o.stages, 1},   {"force", no_argument, &o.force, 1},
+        {"fill", no_argument, &o.fill, 1},       {"help", no_argument, &o.help, 1},
+        {"version", no_argument, &o.version, 1}, {nullptr, 0, nullptr, 0},
+    };
+    int chosen;
+    while ((chosen = getopt_long(argument_count, arguments, "", options, nullptr)) != -1) {
+        if (chosen == '?') return usage_error("command line", "wrong option");
+    }
+    if (o.help != 0) {
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+    if (o.version != 0) {
+        std::printf("velkinfo (VELK) %s\n", VELK_VERSION);
+        return 0;
+    }
+    if (optind == argument_count) return usage_error("command line", "no command");
+    return run_command(arguments[optind], arguments + optind + 1, argument_count - optind - 1, o);
 }
 
 } // namespace

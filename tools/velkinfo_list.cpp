@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+using namespace velk;
+
 namespace {
 
 using Number = unsigned long long; // what printf takes on every system

@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #endif
 
+using namespace velk;
+
 namespace {
 
 namespace fs = std::filesystem;

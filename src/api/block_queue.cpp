@@ -6,6 +6,8 @@
 #include <csignal>
 #endif
 
+namespace velk {
+
 struct Worker {
     BlockQueue *queue;
     CoderContext context;
@@ -165,3 +167,5 @@ void close_queue(BlockQueue &queue) {
     pthread_cond_destroy(&queue.submitted);
     pthread_mutex_destroy(&queue.mutex);
 }
+
+} // namespace velk

@@ -11,7 +11,11 @@
 
 #include "api/coder.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <pthread.h>
+
+namespace velk {
 
 // A block on its way: what it was read as, then what it became.
 struct Slot {
@@ -65,3 +69,5 @@ void retire(BlockQueue &queue, Slot *slot);
 
 // Waits for the blocks that workers have begun, and gives all memory back.
 void close_queue(BlockQueue &queue);
+
+} // namespace velk

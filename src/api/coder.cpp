@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+namespace velk {
 namespace {
 
 // The FLT32 filter takes the size for how far calls reach. Programs call forwards for less
@@ -40,3 +41,5 @@ velk_status alloc_within(const Coder &coder, CoderContext &context, std::uint32_
     }
     return VELK_OK;
 }
+
+} // namespace velk

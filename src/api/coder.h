@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 struct Coder {
     std::uint32_t (*alloc)(CoderContext &context, std::uint32_t block_size);
     void (*free)(CoderContext &context);
@@ -23,3 +25,5 @@ extern const Coder kRestorer;
 [[nodiscard]] velk_status alloc_within(const Coder &coder, CoderContext &context,
                                        std::uint32_t block_size, std::uint64_t limit,
                                        std::uint32_t &bytes);
+
+} // namespace velk

@@ -5,7 +5,10 @@
 #include "archive/format.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+
+using namespace velk;
 
 namespace {
 
@@ -73,17 +76,17 @@ velk_status velk_decompress_bound(const void *archive, std::size_t size, std::ui
     const std::uint8_t *const bytes = static_cast<const std::uint8_t *>(archive);
     Settings settings{};
     std::uint32_t block_size;
-    const velk_status status = read_header(bytes, size, settings, block_size);
-    if (status != VELK_OK) return status;
+    const ArchiveStatus start = parse_start(bytes, size, settings, block_size);
+    if (start != ArchiveStatus::kGood) return status_of(start);
     const std::uint32_t capacity = block_size + kBlockSlack;
     std::uint64_t blocks = 0;
     for (std::size_t at = VELK_HEADER_SIZE; at < size; ++blocks) {
         std::uint32_t length;
-        if (size - at < kRecordHeadBytes || !get_record_head(bytes + at, length))
-            return VELK_ERROR_DAMAGED;
-        if (length == 0) break;
+        if (size - at < kRecordHeadBytes) return VELK_ERROR_DAMAGED;
+        const ArchiveStatus head = parse_record_head(bytes + at, capacity, length);
+        if (head == ArchiveStatus::kEndMark) break;
         at += kRecordHeadBytes;
-        if (length > capacity || length > size - at) return VELK_ERROR_DAMAGED;
+        if (head != ArchiveStatus::kGood || length > size - at) return VELK_ERROR_DAMAGED;
         at += length;
     }
     *bound = blocks * capacity;

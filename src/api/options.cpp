@@ -2,26 +2,28 @@
 
 #include "archive/format.h"
 #include "archive/memory.h"
+#include "filters/eol.h"
+#include "filters/flt32.h"
+#include "sorting/bwt.h"
+#include "sorting/rle.h"
+#include "sorting/st.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cstddef>
 #include <limits>
 #ifdef __linux__
 #include <sched.h>
 #endif
 #include <unistd.h>
 
+namespace velk {
+
 static_assert(VELK_MIN_BLOCK_SIZE == kMinBlockSize && VELK_MAX_BLOCK_SIZE == kMaxBlockSize);
-static_assert(VELK_HEADER_SIZE == kMagicBytes + kHeaderBytes);
-static_assert(VELK_RECORD_HEAD_SIZE == kRecordHeadBytes);
+static_assert(VELK_HEADER_SIZE == kFirstRecord && VELK_RECORD_HEAD_SIZE == kRecordHeadBytes);
+static_assert(VELK_OFF_EOL == 1 << STAGE_EOL && VELK_OFF_ST == 1 << STAGE_ST &&
+              VELK_OFF_DCE == 1 << STAGE_DCE);
 
 namespace {
-
-constexpr std::uint32_t kDefaultBlockSize = 2048 * 1024;
-
-constexpr bool both_sorts(unsigned stages_off) {
-    return (stages_off & (VELK_OFF_BWT | VELK_OFF_ST)) == 0;
-}
 
 // The processors that this process may use.
 std::uint32_t processors() {
@@ -37,16 +39,16 @@ std::uint32_t processors() {
 // Nothing but trailers adds to a block: where a stage would, it declines.
 std::uint32_t record_overhead(const Settings &s) {
     constexpr std::uint32_t kOff = 1;
-    constexpr std::uint32_t kEol = 2, kFlt32 = 9, kBwt = 5, kSt = 4, kRle = 5;
-    constexpr std::uint32_t kOthers = 3;                    // DELTA, LZP, DCE
-    constexpr std::uint32_t kAround = kRecordHeadBytes + 4; // with the block CRC
+    constexpr std::uint32_t kOthers = 3; // DELTA, LZP, DCE
+    constexpr std::uint32_t kAround = kRecordHeadBytes + kCrcBytes;
     const std::uint32_t filters =
-        (s.eol_off != 0 ? kOff : kEol) + (s.flt32_off != 0 ? kOff : kFlt32);
+        (s.eol_off != 0 ? kOff : kEolTrailerBytes) + (s.flt32_off != 0 ? kOff : kFlt32TrailerBytes);
     // A block that the DCE can't have coded falls back to its filtered form, with a marker
     // in the place of the DCE's trailer.
     if (s.no_fallback == 0 && s.dce_off != 0) return filters + kOthers + kAround;
-    return filters + (s.bwt_off != 0 ? kOff : kBwt) + (s.st_off != 0 ? kOff : kSt) +
-           (s.rle_off != 0 ? kOff : kRle) + kOthers + kAround;
+    return filters + (s.bwt_off != 0 ? kOff : kBwtTrailerBytes) +
+           (s.st_off != 0 ? kOff : kStTrailerBytes) + (s.rle_off != 0 ? kOff : kRleTrailerBytes) +
+           kOthers + kAround;
 }
 
 } // namespace
@@ -58,7 +60,7 @@ bool make_plan(const velk_options *options, Plan &plan) {
     const bool flags_hold = o.fixed_block_size <= 1 && o.no_fallback <= 1;
     const bool reserved_hold = std::all_of(o.reserved, o.reserved + sizeof o.reserved,
                                            [](auto byte) { return byte == 0; });
-    if (both_sorts(o.stages_off) || !flags_hold || !reserved_hold) return false;
+    if (!flags_hold || !reserved_hold) return false;
 
     plan = Plan{};
     set_flags(plan.settings, o.stages_off);
@@ -68,31 +70,34 @@ bool make_plan(const velk_options *options, Plan &plan) {
     plan.threads = std::min(o.threads == 0 ? processors() : o.threads, VELK_MAX_THREADS);
     plan.memory_limit =
         o.memory_limit == 0 ? std::numeric_limits<std::uint64_t>::max() : o.memory_limit;
-    return plan.settings.max_block_size >= kMinBlockSize &&
-           plan.settings.max_block_size <= kMaxBlockSize;
+    return is_valid_header(plan.settings, plan.settings.max_block_size);
 }
 
-void put_archive_start(std::uint8_t *header, const Settings &settings, std::uint32_t block_size) {
-    std::memcpy(header, kMagic, kMagicBytes);
-    put_header(header + kMagicBytes, flags_of(settings), block_size);
-}
-
-velk_status read_header(const std::uint8_t *header, std::size_t size, Settings &settings,
-                        std::uint32_t &block_size) {
-    if (size < kMagicBytes || std::memcmp(header, kMagic, kMagicBytes) != 0)
+velk_status status_of(ArchiveStatus status) {
+    switch (status) {
+    case ArchiveStatus::kGood:
+    case ArchiveStatus::kEnd:
+    case ArchiveStatus::kEndMark:
+        return VELK_OK;
+    case ArchiveStatus::kReadFailed:
+        return VELK_ERROR_READ;
+    case ArchiveStatus::kNotAnArchive:
+    case ArchiveStatus::kHeaderInvalid:
         return VELK_ERROR_FORMAT;
-    std::uint8_t flags;
-    if (size < VELK_HEADER_SIZE) return VELK_ERROR_DAMAGED;
-    if (!get_header(header + kMagicBytes, flags, block_size)) return VELK_ERROR_DAMAGED;
-    if (both_sorts(flags) || block_size < kMinBlockSize || block_size > kMaxBlockSize)
-        return VELK_ERROR_FORMAT;
-    set_flags(settings, flags);
-    return VELK_OK;
+    case ArchiveStatus::kNoMemory:
+        return VELK_ERROR_MEMORY;
+    default:
+        return VELK_ERROR_DAMAGED;
+    }
 }
 
 std::uint32_t file_size_of(std::uint64_t input_size) {
     return input_size == VELK_SIZE_UNKNOWN ? 0 : saturate(input_size + 1);
 }
+
+} // namespace velk
+
+using namespace velk;
 
 void velk_options_init(velk_options *options) {
     *options = velk_options{};
@@ -117,8 +122,8 @@ std::size_t velk_compress_bound(std::size_t size, const velk_options *options) {
 velk_status velk_write_header(const velk_options *options, std::uint64_t input_size, void *header) {
     Plan plan;
     if (header == nullptr || !make_plan(options, plan)) return VELK_ERROR_ARGUMENT;
-    put_archive_start(static_cast<std::uint8_t *>(header), plan.settings,
-                      choose_block_size(plan.settings, input_size));
+    put_start(static_cast<std::uint8_t *>(header), plan.settings,
+              choose_block_size(plan.settings, input_size));
     return VELK_OK;
 }
 
@@ -126,8 +131,8 @@ velk_status velk_read_header(const void *header, velk_options *options) {
     if (header == nullptr || options == nullptr) return VELK_ERROR_ARGUMENT;
     Settings settings{};
     std::uint32_t block_size;
-    const velk_status status = read_header(static_cast<const std::uint8_t *>(header),
-                                           VELK_HEADER_SIZE, settings, block_size);
+    const velk_status status = status_of(parse_start(static_cast<const std::uint8_t *>(header),
+                                                     VELK_HEADER_SIZE, settings, block_size));
     velk_options_init(options);
     if (status != VELK_OK) return status;
     options->block_size = block_size;

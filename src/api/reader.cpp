@@ -4,8 +4,11 @@
 #include "archive/format.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+
+using namespace velk;
 
 struct velk_reader {
     velk_read_at *read_at;
@@ -63,9 +66,10 @@ velk_status walk(velk_reader &reader) {
         const velk_status status = read_fully(reader, start - 1, bytes, sizeof bytes, got);
         if (status != VELK_OK) return status;
         if (got == 1) break;
-        if (got != sizeof bytes || !get_record_head(bytes + 1, length)) return VELK_ERROR_DAMAGED;
-        if (length == 0) break;
-        if (length > reader.context.capacity) return VELK_ERROR_DAMAGED;
+        if (got != sizeof bytes) return VELK_ERROR_DAMAGED;
+        const ArchiveStatus head = parse_record_head(bytes + 1, reader.context.capacity, length);
+        if (head == ArchiveStatus::kEndMark) break;
+        if (head != ArchiveStatus::kGood) return VELK_ERROR_DAMAGED;
         start += kRecordHeadBytes + length;
     }
     reader.kept = reader.blocks;
@@ -78,7 +82,7 @@ velk_status open_archive(velk_reader &reader, std::uint64_t memory_limit) {
     std::uint32_t got;
     velk_status status = read_fully(reader, 0, header, sizeof header, got);
     if (status != VELK_OK) return status;
-    status = read_header(header, got, reader.context.settings, reader.block_size);
+    status = status_of(parse_start(header, got, reader.context.settings, reader.block_size));
     if (status != VELK_OK) return status;
     std::uint32_t bytes;
     status = alloc_within(kRestorer, reader.context, reader.block_size, memory_limit, bytes);

@@ -4,8 +4,11 @@
 #include "archive/format.h"
 #include "archive/memory.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+
+using namespace velk;
 
 struct velk_encoder {
     CoderContext context;
@@ -74,8 +77,8 @@ velk_status velk_decoder_new(velk_decoder **decoder, const velk_options *options
     if (header == nullptr || !make_plan(options, plan)) return VELK_ERROR_ARGUMENT;
     CoderContext context{};
     std::uint32_t block_size, bytes;
-    velk_status status = read_header(static_cast<const std::uint8_t *>(header), VELK_HEADER_SIZE,
-                                     context.settings, block_size);
+    velk_status status = status_of(parse_start(static_cast<const std::uint8_t *>(header),
+                                               VELK_HEADER_SIZE, context.settings, block_size));
     if (status != VELK_OK) return status;
     status = alloc_within(kRestorer, context, block_size, plan.memory_limit, bytes);
     if (status != VELK_OK) return status;
@@ -98,11 +101,10 @@ velk_status velk_record_size(const void *head, std::size_t *size) {
     if (head == nullptr || size == nullptr) return VELK_ERROR_ARGUMENT;
     *size = 0;
     std::uint32_t length;
-    if (!get_record_head(static_cast<const std::uint8_t *>(head), length))
-        return VELK_ERROR_DAMAGED;
-    if (length > kMaxBlockSize + kBlockSlack) return VELK_ERROR_DAMAGED;
-    if (length != 0) *size = kRecordHeadBytes + std::size_t{length};
-    return VELK_OK;
+    const ArchiveStatus status = parse_record_head(static_cast<const std::uint8_t *>(head),
+                                                   kMaxBlockSize + kBlockSlack, length);
+    if (status == ArchiveStatus::kGood) *size = kRecordHeadBytes + std::size_t{length};
+    return status_of(status);
 }
 
 velk_status velk_decode_block(velk_decoder *decoder, const void *record, std::size_t record_size,

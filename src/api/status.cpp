@@ -1,6 +1,7 @@
 // The texts of all results, and the version.
 #include "velk.h"
 
+#include <cstddef>
 #include <iterator>
 
 namespace {

@@ -6,8 +6,11 @@
 #include "archive/memory.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+
+using namespace velk;
 
 namespace {
 
@@ -39,8 +42,9 @@ velk_status next_of_archive(Transfer &t, std::uint8_t *buffer, std::uint32_t &le
     velk_status status = read_fully(*t.stream, head, sizeof head, got);
     length = 0;
     if (status != VELK_OK || got == 0) return status;
-    if (got != sizeof head || !get_record_head(head, length)) return VELK_ERROR_DAMAGED;
-    if (length > t.block_size + kBlockSlack) return VELK_ERROR_DAMAGED;
+    if (got != sizeof head) return VELK_ERROR_DAMAGED;
+    const ArchiveStatus head_status = parse_record_head(head, t.block_size + kBlockSlack, length);
+    if (head_status != ArchiveStatus::kGood) return status_of(head_status);
     status = read_fully(*t.stream, buffer, length, got);
     if (status == VELK_OK && got != length) return VELK_ERROR_DAMAGED;
     t.bytes_in += sizeof head + length;
@@ -67,7 +71,7 @@ velk_status compress(const Plan &plan, Transfer &t, std::uint64_t input_size) {
     if (status != VELK_OK) return status;
 
     std::uint8_t header[VELK_HEADER_SIZE];
-    put_archive_start(header, plan.settings, t.block_size);
+    put_start(header, plan.settings, t.block_size);
     status = write_fully(t, header, sizeof header);
     if (status != VELK_OK) {
         kCompressor.free(context);
@@ -121,7 +125,7 @@ velk_status velk_decompress_stream(const velk_options *options, const velk_strea
     velk_status status = read_fully(*stream, header, sizeof header, got);
     if (status != VELK_OK) return status;
     CoderContext context{};
-    status = read_header(header, got, context.settings, transfer.block_size);
+    status = status_of(parse_start(header, got, context.settings, transfer.block_size));
     if (status != VELK_OK) return status;
     transfer.bytes_in = got;
     std::uint32_t bytes;

@@ -3,6 +3,7 @@
 #include "api/block_queue.h"
 #include "archive/format.h"
 
+namespace velk {
 namespace {
 
 // Writes a block's result and tells of it. bytes_in: of the input, up to this block's end.
@@ -90,3 +91,5 @@ velk_status transfer_blocks(Transfer &transfer, CoderContext &context, std::uint
     transfer.coder->free(context);
     return status;
 }
+
+} // namespace velk

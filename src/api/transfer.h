@@ -4,6 +4,9 @@
 #include "api/coder.h"
 
 #include <cstddef>
+#include <cstdint>
+
+namespace velk {
 
 // One call of velk_compress_stream or velk_decompress_stream. A plain record that may be
 // filled with zeros.
@@ -14,7 +17,7 @@ struct Transfer {
     bool with_heads;          // a record head goes before each result
 
     // Reads a block, or the data of its record, into `buffer`, which holds the block size
-    // and 100 bytes. length: its bytes; 0 at the end of the input.
+    // and kBlockSlack bytes. length: its bytes; 0 at the end of the input.
     velk_status (*next)(Transfer &transfer, std::uint8_t *buffer, std::uint32_t &length);
 
     std::uint64_t bytes_in;    // read for the blocks so far
@@ -36,3 +39,5 @@ struct Transfer {
 // context: memory set up for one block, which is given back here.
 [[nodiscard]] velk_status transfer_blocks(Transfer &transfer, CoderContext &context,
                                           std::uint32_t threads);
+
+} // namespace velk

@@ -5,18 +5,32 @@
 
 #include <cstring>
 
+namespace velk {
+
 using enum ArchiveStatus;
 
 ArchiveStatus read_start(const ByteSource &source, Settings &settings, std::uint32_t &block_size) {
-    std::uint8_t magic[kMagicBytes], header[kHeaderBytes], flags;
+    std::uint8_t start[kFirstRecord];
     std::uint32_t got;
-    if (!source.read(source.user, magic, kMagicBytes, got)) return kReadFailed;
-    if (got != kMagicBytes || std::memcmp(magic, kMagic, kMagicBytes) != 0) return kNotAnArchive;
-    if (!source.read(source.user, header, kHeaderBytes, got)) return kReadFailed;
-    if (got != kHeaderBytes) return kHeaderCut;
-    if (!get_header(header, flags, block_size)) return kHeaderDamaged;
+    if (!source.read(source.user, start, kFirstRecord, got)) return kReadFailed;
+    return parse_start(start, got, settings, block_size);
+}
+
+ArchiveStatus parse_start(const std::uint8_t *start, std::size_t size, Settings &settings,
+                          std::uint32_t &block_size) {
+    if (size < kMagicBytes || std::memcmp(start, kMagic, kMagicBytes) != 0) return kNotAnArchive;
+    if (size < kFirstRecord) return kHeaderCut;
+    std::uint8_t flags;
+    if (!get_header(start + kMagicBytes, flags, block_size)) return kHeaderDamaged;
     set_flags(settings, flags);
     return is_valid_header(settings, block_size) ? kGood : kHeaderInvalid;
+}
+
+ArchiveStatus parse_record_head(const std::uint8_t *head, std::uint32_t capacity,
+                                std::uint32_t &length) {
+    if (!get_record_head(head, length)) return kHeadDamaged;
+    if (length == 0) return kEndMark;
+    return length >= kMinRecordData && length <= capacity ? kGood : kLengthInvalid;
 }
 
 ArchiveStatus start_reading(const ByteSource &source, CoderContext &context,
@@ -34,9 +48,8 @@ ArchiveStatus read_record(const ByteSource &source, std::uint32_t capacity, std:
     std::uint32_t got;
     if (!source.read(source.user, head, kRecordHeadBytes, got)) return kReadFailed;
     if (got != kRecordHeadBytes) return got == 0 ? kEnd : kHeadCut;
-    if (!get_record_head(head, length)) return kHeadDamaged;
-    if (length == 0) return kEndMark;
-    if (length < kMinRecordData || length > capacity) return kLengthInvalid;
+    const ArchiveStatus status = parse_record_head(head, capacity, length);
+    if (status != kGood) return status;
     if (!source.read(source.user, data, length, got)) return kReadFailed;
     // A block cut short has lost its CRC, which must not be made up from what an earlier
     // block left in the buffer.
@@ -55,8 +68,7 @@ ArchiveStatus read_block(const ByteSource &source, CoderContext &context, std::u
 std::uint32_t write_start(const ByteSink &sink, const Settings &settings,
                           std::uint32_t block_size) {
     std::uint8_t start[kFirstRecord];
-    std::memcpy(start, kMagic, kMagicBytes);
-    put_header(start + kMagicBytes, flags_of(settings), block_size);
+    put_start(start, settings, block_size);
     return sink.write(sink.user, start, kFirstRecord) ? kFirstRecord : 0;
 }
 
@@ -67,3 +79,5 @@ std::uint32_t write_record(const ByteSink &sink, const std::uint8_t *data, std::
         sink.write(sink.user, head, kRecordHeadBytes) && sink.write(sink.user, data, length);
     return written ? kRecordHeadBytes + length : 0;
 }
+
+} // namespace velk

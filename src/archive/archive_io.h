@@ -5,7 +5,10 @@
 #include "archive/coder_context.h"
 #include "pipeline/block.h"
 
+#include <cstddef>
 #include <cstdint>
+
+namespace velk {
 
 struct ByteSource {
     void *user;
@@ -42,7 +45,15 @@ enum class ArchiveStatus {
 [[nodiscard]] ArchiveStatus read_start(const ByteSource &source, Settings &settings,
                                        std::uint32_t &block_size);
 
-// Does so and takes the memory to restore blocks, `memory_bytes` bytes, which
+// The same of the `size` bytes that an archive begins with, kFirstRecord or fewer.
+[[nodiscard]] ArchiveStatus parse_start(const std::uint8_t *start, std::size_t size,
+                                        Settings &settings, std::uint32_t &block_size);
+
+// The length in a record head of an archive whose buffers hold `capacity` bytes.
+[[nodiscard]] ArchiveStatus parse_record_head(const std::uint8_t *head, std::uint32_t capacity,
+                                              std::uint32_t &length);
+
+// Reads the start and takes the memory to restore blocks, `memory_bytes` bytes, which
 // free_decompress (archive/memory.h) gives back.
 [[nodiscard]] ArchiveStatus start_reading(const ByteSource &source, CoderContext &context,
                                           std::uint32_t &memory_bytes);
@@ -52,7 +63,7 @@ enum class ArchiveStatus {
 [[nodiscard]] ArchiveStatus read_record(const ByteSource &source, std::uint32_t capacity,
                                         std::uint8_t *data, std::uint32_t &length);
 
-// Does so and restores the block: the `out_len` bytes of the context's `buf_out`.
+// Reads the next record and restores its block: the `out_len` bytes of the context's `buf_out`.
 [[nodiscard]] ArchiveStatus read_block(const ByteSource &source, CoderContext &context,
                                        std::uint32_t &length, BlockTrace &trace);
 
@@ -62,3 +73,5 @@ enum class ArchiveStatus {
                                         std::uint32_t block_size);
 [[nodiscard]] std::uint32_t write_record(const ByteSink &sink, const std::uint8_t *data,
                                          std::uint32_t length);
+
+} // namespace velk

@@ -5,19 +5,19 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // A plain record that may be filled with zeros. `alloc_compress` or
 // `alloc_decompress` (archive/memory.h) sets the memory members, whose layout is
 // told there.
 //
 // The buffer pair `buf_in`, `buf_out`: two buffers of `capacity` bytes that the
 // stages of a block read and write in turn, and exchange by exchanging pointers.
-// The 100 bytes of `capacity` above the block size are the room for what the stages
-// and the pipeline append to a block.
 //
 // The work arrays are lent to the stages one after the other; no stage relies on
 // what another one left there.
 struct CoderContext {
-    std::uint32_t capacity;  // bytes of one buffer: the block size + 100
+    std::uint32_t capacity;  // bytes of one buffer: the block size + kBlockSlack
     std::uint32_t file_size; // bytes of the input + 1 on compression, of the archive on
                              // decompression; 2^32 - 1 stands for anything larger
     std::uint32_t bit_words; // 32-bit words of the bit array
@@ -34,3 +34,5 @@ struct CoderContext {
     std::uint32_t ms_other;  // milliseconds in all other stages
     Settings settings;
 };
+
+} // namespace velk

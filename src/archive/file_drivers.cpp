@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
+namespace velk {
 namespace {
 
 namespace fs = std::filesystem;
@@ -179,3 +180,5 @@ void decompress_file(CoderContext &context) {
         print_stats(kLabels, context);
     }
 }
+
+} // namespace velk

@@ -3,6 +3,8 @@
 
 #include "archive/coder_context.h"
 
+namespace velk {
+
 // Both read `settings.input_name`, write `settings.output_name`, print the memory
 // figure, a mark a block and a summary, and return only after the output has been
 // written out completely. Any failure ends the process through `error_exit`; what
@@ -14,3 +16,5 @@
 // All other members of the context must be zero.
 void compress_file(CoderContext &context);
 void decompress_file(CoderContext &context);
+
+} // namespace velk

@@ -5,8 +5,10 @@
 #include "pipeline/crc32.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
+namespace velk {
 namespace {
 
 std::uint8_t check_byte(const std::uint8_t *bytes, std::uint32_t count) {
@@ -58,6 +60,11 @@ bool get_header(const std::uint8_t *header, std::uint8_t &flags, std::uint32_t &
     return header[0] == check_byte(header + 1, kHeaderBytes - 1);
 }
 
+void put_start(std::uint8_t *start, const Settings &settings, std::uint32_t block_size) {
+    std::memcpy(start, kMagic, kMagicBytes);
+    put_header(start + kMagicBytes, flags_of(settings), block_size);
+}
+
 void put_record_head(std::uint8_t *head, std::uint32_t length) {
     put_u32(head + 1, length);
     head[0] = check_byte(head + 1, kRecordHeadBytes - 1);
@@ -67,3 +74,5 @@ bool get_record_head(const std::uint8_t *head, std::uint32_t &length) {
     length = get_u32(head + 1);
     return head[0] == check_byte(head + 1, kRecordHeadBytes - 1);
 }
+
+} // namespace velk

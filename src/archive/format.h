@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr char kMagic[] = "VELK_V0.95a>";
 constexpr std::uint32_t kMagicBytes = sizeof kMagic - 1;
 constexpr std::uint32_t kHeaderBytes = 6;
@@ -39,7 +41,12 @@ void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_si
 [[nodiscard]] bool get_header(const std::uint8_t *header, std::uint8_t &flags,
                               std::uint32_t &block_size);
 
+// Writes the kFirstRecord bytes before the first record: magic and header record.
+void put_start(std::uint8_t *start, const Settings &settings, std::uint32_t block_size);
+
 // Writes the kRecordHeadBytes bytes of a record head for `length` bytes of data.
 void put_record_head(std::uint8_t *head, std::uint32_t length);
 // Reads them; false when the check byte does not fit the rest.
 [[nodiscard]] bool get_record_head(const std::uint8_t *head, std::uint32_t &length);
+
+} // namespace velk

@@ -15,15 +15,32 @@
 #pragma once
 
 #include "archive/coder_context.h"
+#include "pipeline/stage.h"
 
 #include <cstdint>
 
-constexpr std::uint32_t kMinBlockSize = 131072;
-// With all stage trailers a position in the largest block still fits in 24 bits.
-constexpr std::uint32_t kMaxBlockSize = 16776192;
-// What a buffer holds above N: all stage trailers, the fallback marker, the CRC.
-constexpr std::uint32_t kBlockSlack = 100;
-static_assert(kMaxBlockSize + kBlockSlack < (1u << 24));
+namespace velk {
+
+// The work arrays by what they are for; the numbered members of the context hold them.
+struct ForwardArrays {
+    std::uint32_t *pair_region;
+    std::uint32_t *index_array;
+    std::uint32_t *bit_array;
+    std::uint32_t *model_area;
+};
+
+struct InverseArrays {
+    std::uint32_t *region;
+    std::uint32_t *model_area;
+};
+
+inline ForwardArrays forward_arrays(const CoderContext &context) {
+    return {context.work1, context.work2, context.work3, context.work4};
+}
+
+inline InverseArrays inverse_arrays(const CoderContext &context) {
+    return {context.work2, context.work3};
+}
 
 // Whether a compressor could write an archive of this block size, in bytes, with these
 // stages off: of the sorting transforms at least one.
@@ -39,3 +56,5 @@ static_assert(kMaxBlockSize + kBlockSlack < (1u << 24));
 // Gives back what the function above took.
 void free_compress(CoderContext &context);
 void free_decompress(CoderContext &context);
+
+} // namespace velk

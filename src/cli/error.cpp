@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+namespace velk {
 namespace {
 
 constexpr const char *kMessages[] = {
@@ -24,3 +25,5 @@ void error_exit(ErrorCode code, const char *detail) {
     std::printf("\n%s%s\n", kMessages[code], detail);
     std::exit(EXIT_FAILURE);
 }
+
+} // namespace velk

@@ -1,6 +1,8 @@
 // The one way out of a run: every failure ends here with one message.
 #pragma once
 
+namespace velk {
+
 enum ErrorCode {
     ERR_NONE,    // the normal end
     ERR_USAGE,   // detail: the usage text
@@ -17,3 +19,5 @@ enum ErrorCode {
 // for `ERR_NONE`) and ends the process with status 1 (0 for `ERR_NONE`). Files that
 // are open are closed with what was written to them; nothing is deleted.
 [[noreturn]] void error_exit(ErrorCode code, const char *detail);
+
+} // namespace velk

@@ -8,6 +8,8 @@
 #include <csignal>
 #include <cstdio>
 
+using namespace velk;
+
 namespace {
 
 constexpr const char *kBanner =

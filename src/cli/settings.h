@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // A plain record that may be filled with zeros. Each flag holds 0 or 1. The eight
 // flags from `eol_off` to `dce_off` are, in this order, bits 0 to 7 of the flags
 // byte of an archive.
@@ -22,3 +24,5 @@ struct Settings {
     std::uint8_t dce_off;
     std::uint8_t show_stats;
 };
+
+} // namespace velk

@@ -12,6 +12,8 @@
 #include <unistd.h>
 #endif
 
+namespace velk {
+
 #ifdef _WIN32
 
 void prepare_standard_streams() {
@@ -55,3 +57,5 @@ bool takes_messages([[maybe_unused]] const char *name) {
 }
 
 #endif
+
+} // namespace velk

@@ -1,6 +1,8 @@
 // What the system is asked about the standard streams.
 #pragma once
 
+namespace velk {
+
 // To be called first. Keeps the numbers of streams that the caller closed, which files
 // opened later would get, so that messages would be written into them; and lets bytes
 // pass as they are where the system would change line ends.
@@ -11,3 +13,5 @@ void prepare_standard_streams();
 // `VELK e file /dev/stdout | ...`. Not so for a device such as /dev/null, which may take
 // both.
 [[nodiscard]] bool takes_messages(const char *name);
+
+} // namespace velk

@@ -19,9 +19,16 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kDceTrailerBytes = 5;
+
+// Bytes of a buffer that the encoder may write behind the block.
+constexpr std::uint32_t kDceRoom = 6;
+
 // Codes the block; declines when the result would be longer than n + 1 bytes.
 // runs: n entries. model_area: kModelAreaBytes. Both with any contents.
-// The buffers must have room for n + 16 bytes.
+// The buffers must have room for n + kDceRoom bytes.
 void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n,
                 std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t dce_off);
 
@@ -29,3 +36,5 @@ void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&i
 // `capacity` bytes consistently, or when decoding it would read outside of it.
 [[nodiscard]] bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len,
                               std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

@@ -6,11 +6,12 @@
 #include "pipeline/byte_order.h"
 #include "pipeline/stage.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
+namespace velk {
 namespace {
-
-constexpr std::uint32_t kTrailerBytes = 5;
 
 struct Decoder {
     RangeDecoder range;
@@ -28,8 +29,7 @@ decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile 
         decode_pair(decoder.range, models.primary.context[context], secondary, meanwhile);
     if (v >= kFirstLongValue) {
         const std::uint32_t e = v - kFirstLongValue; // at most 23
-        const std::uint32_t top = decode_doubled(decoder.range, models.bit[e]);
-        v = 4 + ((4 + top) << e) + get(decoder.raw, e);
+        v = join({e, decode_doubled(decoder.range, models.bit[e]), get(decoder.raw, e)});
     }
     return decoder.prev_value = v;
 }
@@ -139,8 +139,8 @@ bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len,
         drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (len < kTrailerBytes) return false;
-    const std::uint32_t coded_len = len - kTrailerBytes;
+    if (len < kDceTrailerBytes) return false;
+    const std::uint32_t coded_len = len - kDceTrailerBytes;
     const std::uint32_t value_count = get_u32(in + coded_len);
 
     Decoder decoder{start_decoder(in, coded_len), start_raw_reader(in, coded_len), 0};
@@ -154,3 +154,5 @@ bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len,
     const std::uint32_t runs = value_count > header_values ? value_count - header_values : 0;
     return decode_runs(decoder, models, stats, out, runs, pending, first_byte, capacity, out_len);
 }
+
+} // namespace velk

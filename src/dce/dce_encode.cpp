@@ -9,10 +9,16 @@
 #include <cassert>
 #include <cstring>
 
+namespace velk {
 namespace {
 
-// Free bytes that must remain between coded bytes and raw words.
-constexpr std::uint32_t kMinRoom = 4;
+// Free bytes that must remain between coded bytes and raw words: what the flush writes. With
+// them a block of coded bytes, raw words and trailer has at most n + 1 bytes.
+constexpr std::uint32_t kMinRoom = kFlushBytes;
+static_assert(kDceTrailerBytes <= kMinRoom + 1);
+// When a value begins, the cursor is at n at most, and then a symbol moves it on and another
+// one is stored.
+static_assert(kMaxSymbolBytes + kStoredBytes - 1 <= kDceRoom);
 
 struct Encoder {
     RangeEncoder range;
@@ -37,12 +43,10 @@ inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, s
         encode_pair(encoder.range, p, s, v);
         return;
     }
-    const std::uint32_t x = v - 4;
-    const std::uint32_t e = bit_length(x) - 3; // raw bits: all below the top three
-    assert(e <= 29);
-    encode_pair(encoder.range, p, s, kFirstLongValue + e);
-    encode_doubled(encoder.range, models.bit[e], (x >> e) & 3);
-    put(encoder.raw, x & ((1u << e) - 1), e);
+    const LongValue parts = split(v);
+    encode_pair(encoder.range, p, s, kFirstLongValue + parts.raw_bits);
+    encode_doubled(encoder.range, models.bit[parts.raw_bits], parts.top);
+    put(encoder.raw, parts.raw, parts.raw_bits);
 }
 
 // Whether the block can still come out no longer than n + 1 bytes. While it can, the
@@ -83,5 +87,7 @@ void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&i
     std::memmove(out + coded, out + encoder.raw.back_cursor, raw);
     put_u32(out + coded + raw, encoder.value_count);
     out[coded + raw + 4] = 1;
-    out_len = coded + raw + 5;
+    out_len = coded + raw + kDceTrailerBytes;
 }
+
+} // namespace velk

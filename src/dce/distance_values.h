@@ -5,8 +5,12 @@
 #include "dce/symbol_stats.h"
 #include "pipeline/byte_order.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
+
+namespace velk {
 
 // Length of the run that starts at p, below n. Eight bytes are looked at at once: run
 // lengths are hard to predict, but few reach 8.
@@ -36,14 +40,14 @@ inline std::uint32_t ones(std::uint64_t x) {
 // later one. So the byte values seen since a run are the slots behind its own less the
 // dead ones, which are counted without a loop. (A list of the byte values by recency, which
 // random bytes search far, takes three times as long for them.)
-constexpr std::uint32_t kSlots = 512;
+constexpr std::uint32_t kRecentSlots = 512;
 
 struct RecentRuns {
-    std::uint32_t taken;             // slots
-    std::uint64_t dead[kSlots / 64]; // bit i of word w: slot 64 w + i
-    std::uint64_t dead_behind;       // byte w: the dead slots behind word w, modulo 256
-    std::uint16_t slot[256];         // of each byte's last run
-    std::uint8_t byte[kSlots];       // whose slot it is
+    std::uint32_t taken;                   // slots
+    std::uint64_t dead[kRecentSlots / 64]; // bit i of word w: slot 64 w + i
+    std::uint64_t dead_behind;             // byte w: the dead slots behind word w, modulo 256
+    std::uint16_t slot[256];               // of each byte's last run
+    std::uint8_t byte[kRecentSlots];       // whose slot it is
 };
 
 inline void take_slot(RecentRuns &recent, std::uint8_t s) {
@@ -71,7 +75,7 @@ inline std::uint32_t retake_slot(RecentRuns &recent, std::uint8_t s) {
 // Drops the dead slots; at most 256 are left.
 inline void drop_dead(RecentRuns &recent) {
     recent.taken = 0;
-    for (std::uint32_t word = 0; word < kSlots / 64; ++word) {
+    for (std::uint32_t word = 0; word < kRecentSlots / 64; ++word) {
         for (std::uint64_t live = ~recent.dead[word]; live != 0; live &= live - 1) {
             const auto bit = static_cast<std::uint32_t>(std::countr_zero(live));
             take_slot(recent, recent.byte[64 * word + bit]);
@@ -87,8 +91,8 @@ struct FirstPositions {
     std::uint32_t count;
 };
 
-// A run as `find_values` notes it: its value, below 2^24, and over it its length,
-// kLongRun for any from there on.
+// A run as `find_values` notes it, packed: the value in the low 24 bits, the length above;
+// kLongRun stands for 255 or more.
 constexpr std::uint32_t kLengthShift = 24;
 constexpr std::uint32_t kLongRun = 255;
 
@@ -105,7 +109,7 @@ inline void find_values(const std::uint8_t *block, std::uint32_t n, std::uint32_
     first.count = 0;
     for (std::uint32_t p = 0; p < n;) {
         const std::uint8_t s = block[p];
-        if (recent.taken == kSlots) [[unlikely]]
+        if (recent.taken == kRecentSlots) [[unlikely]]
             drop_dead(recent);
         if (seen[s]) [[likely]] {
             const std::uint32_t others = retake_slot(recent, s);
@@ -164,3 +168,5 @@ bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *r
     }
     return true;
 }
+
+} // namespace velk

@@ -1,10 +1,12 @@
 #include "dce/frequency_models.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <memory>
 #include <new>
 
+namespace velk {
 namespace {
 
 // Each number 1 below what it stands for.
@@ -28,14 +30,14 @@ constexpr bool only_bit_symbols_counted() {
 static_assert(only_bit_symbols_counted(), "a bit model has no place for other counts");
 
 FreqModel flat_model() {
-    FreqModel model;
+    FreqModel model{};
     for (std::uint32_t x = 0; x < kSymbols; ++x)
         model.cumulative[x] = static_cast<std::uint16_t>(x + 1);
     return model;
 }
 
 FreqModel builtin_model(std::uint32_t context) {
-    FreqModel model;
+    FreqModel model{};
     std::uint32_t sum = 0;
     for (std::uint32_t x = 0; x < kSymbols; ++x) {
         sum += builtin_count(context, x);
@@ -87,3 +89,5 @@ void count_and_halve(BitModel &model, std::uint32_t x) {
     }
     model.cumulative = halved;
 }
+
+} // namespace velk

@@ -16,6 +16,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kSymbols = 32;
 constexpr std::uint32_t kContexts = 150;
 constexpr std::uint32_t kFirstBitContext = 120;
@@ -50,7 +52,7 @@ struct Models {
     BitModel bit[kContexts - kFirstBitContext];
 };
 
-// What a run sets aside, part of its printed memory.
+// More than Models needs: the printed memory figure is fixed.
 constexpr std::uint32_t kModelAreaBytes = 336600;
 static_assert(sizeof(Models) + alignof(Models) <= kModelAreaBytes);
 
@@ -86,16 +88,16 @@ inline void add(FreqModel &model, std::uint32_t x, const Lanes *increments) {
         return;
     }
 #pragma GCC unroll 4
-    for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i) {
-        std::uint16_t *const lanes = model.cumulative + kLanes * i;
+    for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i) {
+        std::uint16_t *const lanes = model.cumulative + kCountLanes * i;
         store_aligned(lanes, load_aligned(lanes) + increments[i]);
     }
 }
 
 inline void count(FreqModel &model, std::uint32_t x) {
-    Lanes increments[kSymbols / kLanes];
+    Lanes increments[kSymbols / kCountLanes];
 #pragma GCC unroll 4
-    for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i)
+    for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i)
         increments[i] = lanes_from(x, i) & all_lanes(kDistanceIncrement);
     add(model, x, increments);
 }
@@ -119,3 +121,5 @@ inline void count(BitModel &model, std::uint32_t x) {
     }
     model.cumulative += std::uint64_t{kBitIncrement} * 0x0001000100010001u << 16 * x;
 }
+
+} // namespace velk

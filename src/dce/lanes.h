@@ -9,8 +9,10 @@
 #include <emmintrin.h>
 #endif
 
-constexpr std::uint32_t kLanes = 8;
-typedef std::uint16_t Lanes __attribute__((vector_size(2 * kLanes)));
+namespace velk {
+
+constexpr std::uint32_t kCountLanes = 8;
+typedef std::uint16_t Lanes __attribute__((vector_size(2 * kCountLanes)));
 
 inline Lanes load_lanes(const std::uint16_t *p) {
     Lanes lanes;
@@ -36,8 +38,9 @@ inline Lanes all_lanes(std::uint32_t number) {
 // Vector i of a row: all bits are set in the lanes from number x of the row on, x below
 // 2^15. (As signed numbers, which is how SSE2 compares.)
 inline Lanes lanes_from(std::uint32_t x, std::uint32_t i) {
-    typedef std::int16_t Numbers __attribute__((vector_size(2 * kLanes)));
-    const Numbers numbers = Numbers{0, 1, 2, 3, 4, 5, 6, 7} + static_cast<std::int16_t>(kLanes * i);
+    typedef std::int16_t Numbers __attribute__((vector_size(2 * kCountLanes)));
+    const Numbers numbers =
+        Numbers{0, 1, 2, 3, 4, 5, 6, 7} + static_cast<std::int16_t>(kCountLanes * i);
     return reinterpret_cast<Lanes>(numbers >= Numbers{} + static_cast<std::int16_t>(x));
 }
 
@@ -73,3 +76,5 @@ inline std::uint32_t number_of_zeros(const Lanes (&row)[4]) {
     return static_cast<std::uint32_t>((half[0] + half[1]) * 0x0001000100010001u >> 48);
 #endif
 }
+
+} // namespace velk

@@ -13,16 +13,18 @@
 #include <cstdint>
 #include <cstring>
 
+namespace velk {
+
 constexpr std::uint32_t kEntryLanes = 4;
 typedef std::int32_t EntryLanes __attribute__((vector_size(4 * kEntryLanes)));
 
 // Entries that are compared and moved at a step; few lists need a second one, and the
 // branch behind each is hard to predict (4 at a step: 3 % more time in all).
-constexpr std::uint32_t kStep = 8;
+constexpr std::uint32_t kEntriesPerStep = 8;
 
 struct PendingList {
     // Up to 255 positions, n, and for the last step's reads entries above all others.
-    alignas(64) std::int32_t entry[256 + kStep];
+    alignas(64) std::int32_t entry[256 + kEntriesPerStep];
     std::uint32_t count; // entries in front of the one of n
 };
 
@@ -56,19 +58,19 @@ inline void store_entries(std::int32_t *p, EntryLanes lanes) {
 // E0 gets to be the current run, and its end is E1. `byte` takes the place behind the first
 // `number` positions of which nothing is known; the number is at least E0 and below the
 // entry of n. Or it is kNever: the byte has no place, and `count` is already lower.
-// Either way entries above the number follow within kStep of the last one, where it ends.
+// Either way entries above the number follow within kEntriesPerStep of the last one, where it ends.
 inline void replace_first(PendingList &pending, std::uint32_t number, std::uint32_t byte) {
     const EntryLanes inserted = EntryLanes{} + to_entry(number + 1, byte);
     const EntryLanes last_below = EntryLanes{} + to_entry(number, 255);
     const EntryLanes further = EntryLanes{} + kOneFurther;
     std::int32_t *p = pending.entry;
-    for (; p[kStep] <= to_entry(number, 255); p += kStep) {
+    for (; p[kEntriesPerStep] <= to_entry(number, 255); p += kEntriesPerStep) {
 #pragma GCC unroll 2
-        for (std::uint32_t i = 0; i < kStep; i += kEntryLanes)
+        for (std::uint32_t i = 0; i < kEntriesPerStep; i += kEntryLanes)
             store_entries(p + i, load_entries(p + i + 1) + further);
     }
 #pragma GCC unroll 2
-    for (std::uint32_t i = 0; i < kStep; i += kEntryLanes) {
+    for (std::uint32_t i = 0; i < kEntriesPerStep; i += kEntryLanes) {
         const EntryLanes here = load_entries(p + i), next = load_entries(p + i + 1);
         const EntryLanes stays = here > last_below, next_stays = next > last_below;
         EntryLanes result = next + further;
@@ -77,3 +79,5 @@ inline void replace_first(PendingList &pending, std::uint32_t number, std::uint3
         store_entries(p + i, result);
     }
 }
+
+} // namespace velk

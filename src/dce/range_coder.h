@@ -16,6 +16,12 @@
 #include <bit>
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kMaxSymbolBytes = 3;
+constexpr std::uint32_t kStoredBytes = 4; // at the cursor - 1, for a symbol
+constexpr std::uint32_t kFlushBytes = 4;  // from the cursor on
+
 // How far to shift `range`, at least 2^7, for it to reach 2^24: 0, 8, 16 or 24.
 inline std::uint32_t renormalising_shift(std::uint32_t range) {
     return static_cast<std::uint32_t>(std::countl_zero(range | 1)) & 24;
@@ -145,16 +151,16 @@ template<typename Meanwhile>
     const std::uint32_t r = decoder.range / sum;
     const std::uint32_t target = decoder.code / r;
     meanwhile();
-    // p + s <= target in 16 bits: with target = a + b, a as large as fits,
-    // s - b <= a - p, both cut off at 0 (s is at least 1).
+    // p + s may need 17 bits. With target = a + b, a = min(target, 65535), p + s <= target is
+    // s - b <= a - p, both saturating (s is at least 1).
     const std::uint32_t high = std::min(target, 65535u);
     const Lanes a = all_lanes(high), b = all_lanes(target - high);
-    Lanes above[kSymbols / kLanes]; // all bits where a cumulative count is above the target
-    Lanes increments[kSymbols / kLanes];
+    Lanes above[kSymbols / kCountLanes]; // all bits where a cumulative count is above the target
+    Lanes increments[kSymbols / kCountLanes];
 #pragma GCC unroll 4
-    for (std::uint32_t i = 0; i < kSymbols / kLanes; ++i) {
-        const Lanes p = load_aligned(primary.cumulative + kLanes * i);
-        const Lanes s = load_aligned(secondary.cumulative + kLanes * i);
+    for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i) {
+        const Lanes p = load_aligned(primary.cumulative + kCountLanes * i);
+        const Lanes s = load_aligned(secondary.cumulative + kCountLanes * i);
         const Lanes excess = subtract_down_to_0(subtract_down_to_0(s, b), subtract_down_to_0(a, p));
         above[i] = ~reinterpret_cast<Lanes>(excess == Lanes{});
         increments[i] = above[i] & all_lanes(kDistanceIncrement);
@@ -186,3 +192,5 @@ inline std::uint32_t decode_doubled(RangeDecoder &decoder, BitModel &model) {
     count(model, x);
     return x;
 }
+
+} // namespace velk

@@ -7,7 +7,9 @@
 
 #include <cstdint>
 
-constexpr std::uint32_t kWordBytes = 4;
+namespace velk {
+
+constexpr std::uint32_t kRawWordBytes = 4;
 
 struct RawBitWriter {
     std::uint64_t acc;         // bits collected, the first at bit 0
@@ -23,8 +25,8 @@ inline RawBitWriter start_raw_writer(std::uint8_t *output, std::uint32_t n) {
 // Without room the word is dropped; the room that is left then tells the caller to
 // give up the block.
 inline void store_word(RawBitWriter &writer) {
-    if (writer.back_cursor < kWordBytes) return;
-    writer.back_cursor -= kWordBytes;
+    if (writer.back_cursor < kRawWordBytes) return;
+    writer.back_cursor -= kRawWordBytes;
     put_u32_be(writer.output + writer.back_cursor, static_cast<std::uint32_t>(writer.acc));
 }
 
@@ -64,8 +66,8 @@ inline std::uint32_t get(RawBitReader &reader, std::uint32_t k) {
     // Up to 7 bits of the first byte are gone: 25 are left of four bytes.
     const std::uint32_t whole = reader.taken / 8;
     std::uint32_t word = 0;
-    if (whole + kWordBytes <= reader.end) [[likely]] {
-        word = get_u32_be(reader.input + reader.end - kWordBytes - whole);
+    if (whole + kRawWordBytes <= reader.end) [[likely]] {
+        word = get_u32_be(reader.input + reader.end - kRawWordBytes - whole);
     } else {
         for (std::uint32_t i = whole; i < reader.end; ++i)
             word |= std::uint32_t{reader.input[reader.end - 1 - i]} << 8 * (i - whole);
@@ -74,3 +76,5 @@ inline std::uint32_t get(RawBitReader &reader, std::uint32_t k) {
     reader.taken += k;
     return bits;
 }
+
+} // namespace velk

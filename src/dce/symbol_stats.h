@@ -9,8 +9,10 @@
 #include <bit>
 #include <cstdint>
 
-// Values below it are a symbol of their own; above, symbol 8 + e stands for the
-// values whose last 2 + e bits follow.
+namespace velk {
+
+// Values below it are a symbol of their own. From it on, symbol 8 + e stands for those that,
+// less 4, are a 1, two more bits and e raw bits (`split`).
 constexpr std::uint32_t kFirstLongValue = 8;
 constexpr std::uint32_t kSmallValue = 3;
 constexpr std::uint32_t kLongRunLength = 3;
@@ -33,9 +35,26 @@ constexpr std::uint32_t kNoRun = 1;
 
 // The number of significant bits; 0 for 0.
 constexpr std::uint32_t bit_length(std::uint32_t x) {
-    // With a 1 behind it there is no 0 to be told apart, and ^ for - gives the machine's
-    // own number of the highest bit.
+    // 2x + 1 is never 0, so there is no special case; ^ 63 equals 63 - and compiles to one
+    // bit scan.
     return static_cast<std::uint32_t>(std::countl_zero(2 * std::uint64_t{x} + 1) ^ 63);
+}
+
+// A value from kFirstLongValue on.
+struct LongValue {
+    std::uint32_t raw_bits;
+    std::uint32_t top; // two bits
+    std::uint32_t raw;
+};
+
+constexpr LongValue split(std::uint32_t v) {
+    const std::uint32_t x = v - 4;
+    const std::uint32_t raw_bits = bit_length(x) - 3;
+    return {raw_bits, x >> raw_bits & 3, x & ((1u << raw_bits) - 1)};
+}
+
+constexpr std::uint32_t join(LongValue parts) {
+    return 4 + ((4 + parts.top) << parts.raw_bits) + parts.raw;
 }
 
 // x up to 4, then 4 + bit_length(x - 4). (Below 4 the difference wraps to 32 bits.)
@@ -98,3 +117,5 @@ inline void update_stats(SymbolStats &stats, std::uint32_t v, std::uint32_t run_
     stats.context = ((log_bucket(slow_avg) + 15 * log_bucket(fast_avg)) >> 4) +
                     kSmallCountStep[small_count] + low_value_step(v);
 }
+
+} // namespace velk

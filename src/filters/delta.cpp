@@ -3,8 +3,10 @@
 #include "pipeline/stage.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMinBlock = 4;
@@ -89,8 +91,8 @@ std::uint32_t record_size(const Statistics &statistics, std::uint32_t n) {
     const std::uint32_t all = m[1] + m[2] + m[3] + m[4];
     if (n > (k == 3 ? 3 : 6) * all) return 0;
 
-    // The multiple or divisor of k matches along with it and counts only while it is
-    // rare; distance 1 stands in for it.
+    // Distances 2 and 4 match together. The other one counts as a rival only where it
+    // matches less than distance 3; otherwise m[1] counts twice.
     const auto related = [&](std::uint32_t d) { return m[d] < m[3] ? m[d] : m[1]; };
     std::uint32_t rivals = m[1];
     if (k == 2) rivals += m[3] + related(4);
@@ -121,20 +123,22 @@ void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
     out_len = n + 1;
 }
 
-bool delta_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
+bool delta_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint32_t capacity) {
-    if (n == 0 || n > capacity) return false;
-    const std::uint32_t k = in[n - 1] + 1u;
+    if (len == 0 || len > capacity) return false;
+    const std::uint32_t k = in[len - 1] + 1u;
     if (k == 1) {
-        drop_trailer(in, n, out, out_len);
+        drop_trailer(in, len, out, out_len);
         return true;
     }
     if (k > kMaxRecord) return false;
     const std::uint8_t *next = in;
     for (std::uint32_t channel = 0; channel < k; ++channel) {
-        for (std::uint32_t p = channel; p < n - 1; p += k)
+        for (std::uint32_t p = channel; p < len - 1; p += k)
             out[p] = *next++;
     }
-    out_len = n - 1;
+    out_len = len - 1;
     return true;
 }
+
+} // namespace velk

@@ -11,11 +11,17 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kDeltaTrailerBytes = 1;
+
 // The buffers must have room for n + 1 bytes; the block in `in` is not altered.
 void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint8_t delta_off);
 
 // Undoes `delta_encode`. The output is 1 byte shorter than the input. Returns false for
 // a trailer above 3.
-[[nodiscard]] bool delta_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+[[nodiscard]] bool delta_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                                 std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

@@ -15,6 +15,10 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kEolTrailerBytes = 2;
+
 // The block in `in` is altered. The buffers must have room for n + 2 bytes.
 void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                 std::uint8_t eol_off);
@@ -22,5 +26,7 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
 // Undoes `eol_encode`; a trailer above 2 counts as 1. The decoder inserts at most one
 // CR for each coded byte. Returns false when the text would be longer than `capacity`,
 // or there is no escape byte before a trailer 2.
-[[nodiscard]] bool eol_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+[[nodiscard]] bool eol_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                               std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

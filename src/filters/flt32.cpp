@@ -3,11 +3,11 @@
 #include "pipeline/byte_order.h"
 #include "pipeline/stage.h"
 
+namespace velk {
 namespace {
 
 constexpr std::uint8_t kCall = 0xE8;
 constexpr std::uint32_t kOperandBytes = 4;
-constexpr std::uint32_t kTrailerBytes = 9;
 
 // Copies n bytes, with convert(operand, position in the file) in place of every call's
 // operand. other(byte) sees every byte outside an operand.
@@ -57,18 +57,18 @@ void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
     put_u32(out + n, base);
     put_u32(out + n + 4, range);
     out[n + 8] = 1;
-    out_len = n + kTrailerBytes;
+    out_len = n + kFlt32TrailerBytes;
 }
 
-bool flt32_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
+bool flt32_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint32_t capacity) {
-    if (n == 0 || n > capacity) return false;
-    if (in[n - 1] == 0) {
-        drop_trailer(in, n, out, out_len);
+    if (len == 0 || len > capacity) return false;
+    if (in[len - 1] == 0) {
+        drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (n <= kTrailerBytes) return false;
-    const std::uint32_t block_len = n - kTrailerBytes;
+    if (len <= kFlt32TrailerBytes) return false;
+    const std::uint32_t block_len = len - kFlt32TrailerBytes;
     const std::uint32_t base = get_u32(in + block_len);
     const std::uint32_t range = get_u32(in + block_len + 4);
     copy_converted(
@@ -82,3 +82,5 @@ bool flt32_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
     out_len = block_len;
     return true;
 }
+
+} // namespace velk

@@ -14,6 +14,10 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kFlt32TrailerBytes = 9;
+
 // file_size: bytes of the input file + 1; 2^32 - 1 stands for anything larger.
 // The buffers must have room for n + 9 bytes; the block in `in` is not altered.
 void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
@@ -21,5 +25,7 @@ void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
 
 // Undoes `flt32_encode`; any trailer but 0 counts as 1. The output is 9 bytes shorter
 // than the input. Returns false for a trailer without a block before it.
-[[nodiscard]] bool flt32_decode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+[[nodiscard]] bool flt32_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                                 std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

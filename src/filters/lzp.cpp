@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMinBlock = 5;
 constexpr std::uint32_t kMinMatch = 64;
 constexpr std::uint32_t kLengthBase = kMinMatch - 1; // what a length code's M counts from
 constexpr std::uint32_t kMaxLengthByte = 254;
-constexpr std::uint32_t kTrailerBytes = 2;
 // The shortest applied block: its first byte before the trailer.
-constexpr std::uint32_t kMinCoded = 1 + kTrailerBytes;
+constexpr std::uint32_t kMinCoded = 1 + kLzpTrailerBytes;
 
 std::uint32_t hash(std::uint32_t context) {
     return ((context >> 15) ^ context ^ (context >> 3)) % kLzpTableEntries;
@@ -115,6 +115,31 @@ std::uint32_t write_code(std::uint32_t *table, const std::uint8_t *in, std::uint
     return end;
 }
 
+// Reads the code of a match, or of the escape byte itself (length 0), whose escape is in[i],
+// and leaves i at the code's last byte. Returns false when it is cut short.
+bool read_length(const std::uint8_t *in, std::uint32_t code_len, std::uint8_t previous,
+                 std::uint32_t &i, std::uint32_t &length) {
+    // `value` stays below 2^32: 254 for each of less than 2^24 bytes.
+    std::uint32_t value = 0;
+    const std::uint8_t more = static_cast<std::uint8_t>(previous + 1);
+    for (++i; i < code_len && in[i] == more; ++i)
+        value += kMaxLengthByte;
+    if (i >= code_len) return false;
+    value += static_cast<std::uint8_t>(in[i] - previous);
+    length = value == 0 ? 0 : value - 1 + kLengthBase;
+    return true;
+}
+
+// Writes `length` bytes at `end` as they stand from `from` on, before `end`.
+void repeat(std::uint8_t *out, std::uint32_t from, std::uint32_t end, std::uint32_t length) {
+    if (end - from >= length) {
+        std::memcpy(out + end, out + from, length);
+        return;
+    }
+    for (std::uint32_t k = 0; k < length; ++k) // the match repeats what it writes
+        out[end + k] = out[from + k];
+}
+
 } // namespace
 
 void lzp_encode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
@@ -131,19 +156,19 @@ void lzp_encode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::u
     }
     out[end] = escape;
     out[end + 1] = 1;
-    out_len = end + kTrailerBytes;
+    out_len = end + kLzpTrailerBytes;
 }
 
-bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                 std::uint32_t &out_len, std::uint32_t capacity) {
-    if (n == 0) return false;
-    if (in[n - 1] == 0) {
-        drop_trailer(in, n, out, out_len);
+    if (len == 0) return false;
+    if (in[len - 1] == 0) {
+        drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (n < kMinCoded) return false;
-    const std::uint8_t escape = in[n - 2];
-    const std::uint32_t code_len = n - kTrailerBytes;
+    if (len < kMinCoded) return false;
+    const std::uint8_t escape = in[len - 2];
+    const std::uint32_t code_len = len - kLzpTrailerBytes;
 
     std::fill(table, table + kLzpTableEntries, 0);
     std::uint32_t end = 0;
@@ -151,36 +176,24 @@ bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::u
     std::uint32_t context = in[0];
     for (std::uint32_t i = 1; i < code_len; ++i) {
         if (end == capacity) return false;
-        const std::uint8_t previous = out[end - 1];
         const std::uint32_t predicted = predict(table, context, end); // below `end`
-        if (predicted == 0 || in[i] != escape) {
-            out[end++] = in[i];
-            context = context << 8 | in[i];
+        const std::uint8_t byte = in[i];
+        std::uint32_t length = 0;
+        if (predicted != 0 && byte == escape) {
+            if (!read_length(in, code_len, out[end - 1], i, length)) return false;
+            if (length > capacity - end) return false;
+        }
+        if (length == 0) {
+            out[end++] = byte;
+            context = context << 8 | byte;
             continue;
         }
-        // `value` stays below 2^32: 254 for each of less than 2^24 bytes.
-        std::uint32_t value = 0;
-        const std::uint8_t more = static_cast<std::uint8_t>(previous + 1);
-        for (++i; i < code_len && in[i] == more; ++i)
-            value += kMaxLengthByte;
-        if (i >= code_len) return false;
-        value += static_cast<std::uint8_t>(in[i] - previous);
-        if (value == 0) {
-            out[end++] = escape;
-            context = context << 8 | escape;
-            continue;
-        }
-        const std::uint32_t length = value - 1 + kLengthBase;
-        if (length > capacity - end) return false;
-        if (end - predicted >= length) {
-            std::memcpy(out + end, out + predicted, length);
-            end += length;
-        } else { // the match repeats what it writes
-            for (std::uint32_t k = 0; k < length; ++k, ++end)
-                out[end] = out[predicted + k];
-        }
+        repeat(out, predicted, end, length);
+        end += length;
         context = context_at(out, end - 1);
     }
     out_len = end;
     return true;
 }
+
+} // namespace velk

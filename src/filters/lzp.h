@@ -16,6 +16,10 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kLzpTrailerBytes = 2;
+
 // The prediction of each of the hashed contexts: a position, 0 for none.
 constexpr std::uint32_t kLzpTableEntries = 16384;
 constexpr std::uint32_t kLzpTableBytes = 4 * kLzpTableEntries;
@@ -27,5 +31,7 @@ void lzp_encode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::u
 
 // Undoes `lzp_encode`. Returns false when a code is cut short or describes more than
 // `capacity` bytes.
-[[nodiscard]] bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n,
+[[nodiscard]] bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len,
                               std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

@@ -17,6 +17,7 @@
 #include <ctime>
 #include <utility>
 
+namespace velk {
 namespace {
 
 constexpr std::uint8_t kFallbackMarker = 2;
@@ -49,18 +50,44 @@ private:
     std::uint32_t start_ms_;
 };
 
+constexpr std::uint32_t kFilterTrailers =
+    kEolTrailerBytes + kFlt32TrailerBytes + kDeltaTrailerBytes + kLzpTrailerBytes;
+constexpr std::uint32_t kSortTrailers = kBwtTrailerBytes + kStTrailerBytes + kRleTrailerBytes;
+// Buffers and bit array have room for each stage's block; the record data is the longest one
+// with its CRC, as the DCE stage adds 1 byte at most to what it gets.
+static_assert(kFilterTrailers + kBwtRoom <= kBlockSlack);
+static_assert(kFilterTrailers + 8 * kBwtMoreBitWords <= kBlockSlack);
+static_assert(kFilterTrailers + kSortTrailers + kDceRoom <= kBlockSlack);
+static_assert(kFilterTrailers + kSortTrailers + 1 + kCrcBytes <= kBlockSlack);
+
 // Hands the result of the stage that just ran to the next one as its input.
 void advance(CoderContext &context) {
     std::swap(context.buf_in, context.buf_out);
     context.in_len = context.out_len;
 }
 
-// Notes what the inverse of `stage` is about to be given.
-void note(BlockTrace *trace, StageNumber stage, const CoderContext &context) {
-    if (trace == nullptr) return;
-    trace->reached = stage;
-    trace->coded_len[stage] = context.in_len;
-    trace->trailer[stage] = context.in_len == 0 ? 0 : context.buf_in[context.in_len - 1];
+// Calls a forward stage; its milliseconds are added to `ms`, a timer of the context.
+template<typename Forward, typename... Arrays>
+void apply(CoderContext &c, std::uint32_t &ms, std::uint8_t off, Forward forward,
+           Arrays... arrays) {
+    const StageTimer timer(ms);
+    forward(arrays..., c.buf_in, c.in_len, c.buf_out, c.out_len, off);
+    advance(c);
+}
+
+// Calls the inverse of `stage` and notes what it is given.
+template<typename Inverse, typename... Arrays>
+bool undo(CoderContext &c, BlockTrace *trace, std::uint32_t &ms, StageNumber stage, Inverse inverse,
+          Arrays... arrays) {
+    const StageTimer timer(ms);
+    if (trace != nullptr) {
+        trace->reached = stage;
+        trace->coded_len[stage] = c.in_len;
+        trace->trailer[stage] = c.in_len == 0 ? 0 : c.buf_in[c.in_len - 1];
+    }
+    if (!inverse(arrays..., c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
+    advance(c);
+    return true;
 }
 
 } // namespace
@@ -69,49 +96,31 @@ bool compress_block(CoderContext &c) {
     if (c.in_len > c.capacity - kBlockSlack) return false;
     c.out_len = 0;
     if (c.in_len == 0) return true;
+    const ForwardArrays a = forward_arrays(c);
     const Settings &s = c.settings;
-    {
-        const StageTimer timer(c.ms_other);
-        eol_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, s.eol_off);
-        advance(c);
-        flt32_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.file_size, s.flt32_off);
-        advance(c);
-        delta_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, s.delta_off);
-        advance(c);
-        lzp_encode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.lzp_off);
-        advance(c);
-    }
+    apply(c, c.ms_other, s.eol_off, eol_encode);
+    apply(c, c.ms_other, s.flt32_off,
+          [&c](auto *&in, std::uint32_t n, auto *&out, std::uint32_t &out_len, std::uint8_t off) {
+              flt32_encode(in, n, out, out_len, c.file_size, off);
+          });
+    apply(c, c.ms_other, s.delta_off, delta_encode);
+    apply(c, c.ms_other, s.lzp_off, lzp_encode, a.index_array);
     const std::uint8_t *const unsorted = c.buf_in;
     const std::uint32_t unsorted_len = c.in_len;
-    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(c.work1) + 2 * c.capacity;
-    {
-        const StageTimer timer(c.ms_sort);
-        bwt_forward(c.work1, c.work2, c.work3, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len,
-                    s.bwt_off);
-        advance(c);
-        st_forward(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, s.st_off);
-        advance(c);
-    }
-    {
-        const StageTimer timer(c.ms_other);
-        // The sorts leave the block where it was, and behind the buffers is room now.
-        if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
-        rle_forward(c.buf_in, c.in_len, c.buf_out, c.out_len, s.rle_off);
-        advance(c);
-    }
-    {
-        const StageTimer timer(c.ms_dce);
-        dce_encode(c.work2, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len, s.dce_off);
-        advance(c);
-    }
-    {
-        const StageTimer timer(c.ms_other);
-        const bool coded = c.buf_in[c.in_len - 1] != 0;
-        if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
-            std::memcpy(c.buf_in, kept, unsorted_len);
-            c.buf_in[unsorted_len] = kFallbackMarker;
-            c.in_len = unsorted_len + 1;
-        }
+    apply(c, c.ms_sort, s.bwt_off, bwt_forward, a.pair_region, a.index_array, a.bit_array,
+          a.model_area);
+    apply(c, c.ms_sort, s.st_off, st_forward, a.index_array);
+    // The sorts leave the block where it was, and behind the buffers is room now.
+    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(a.pair_region) + 2 * c.capacity;
+    if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
+    apply(c, c.ms_other, s.rle_off, rle_forward);
+    apply(c, c.ms_dce, s.dce_off, dce_encode, a.index_array, a.model_area);
+
+    const bool coded = c.buf_in[c.in_len - 1] != 0;
+    if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
+        std::memcpy(c.buf_in, kept, unsorted_len);
+        c.buf_in[unsorted_len] = kFallbackMarker;
+        c.in_len = unsorted_len + 1;
     }
     put_u32(c.buf_in + c.in_len, crc32_block(c.buf_in, c.in_len));
     c.out_len = c.in_len + kCrcBytes;
@@ -126,52 +135,28 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
     if (get_u32(c.buf_in + c.in_len) != crc32_block(c.buf_in, c.in_len)) return false;
     if (trace != nullptr) trace->crc_holds = true;
 
+    // A header that says that a sorting transform was off sets up no memory for its inverse;
+    // a block that claims to need it is not restored.
+    const InverseArrays a = inverse_arrays(c);
+    std::uint32_t *const st_contexts = c.settings.st_off == 0 ? a.model_area : nullptr;
+    std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? a.region : nullptr;
     if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
         --c.in_len;
         if (trace != nullptr) trace->fallback = true;
-    } else {
-        // A header that says that a sorting transform was off sets up no memory for
-        // its inverse; a block that claims to need it is not restored.
-        std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? c.work2 : nullptr;
-        std::uint32_t *const st_contexts = c.settings.st_off == 0 ? c.work3 : nullptr;
-        {
-            const StageTimer timer(c.ms_dce);
-            note(trace, STAGE_DCE, c);
-            if (!dce_decode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-                return false;
-            }
-            advance(c);
-        }
-        {
-            const StageTimer timer(c.ms_other);
-            note(trace, STAGE_RLE, c);
-            if (!rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-            advance(c);
-        }
-        {
-            const StageTimer timer(c.ms_sort);
-            note(trace, STAGE_ST, c);
-            if (!st_inverse(st_contexts, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-                return false;
-            }
-            advance(c);
-            note(trace, STAGE_BWT, c);
-            if (!bwt_inverse(lf_vector, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-                return false;
-            }
-            advance(c);
-        }
+    } else if (!undo(c, trace, c.ms_dce, STAGE_DCE, dce_decode, a.model_area) ||
+               !undo(c, trace, c.ms_other, STAGE_RLE, rle_inverse) ||
+               !undo(c, trace, c.ms_sort, STAGE_ST, st_inverse, st_contexts) ||
+               !undo(c, trace, c.ms_sort, STAGE_BWT, bwt_inverse, lf_vector)) {
+        return false;
     }
-    const StageTimer timer(c.ms_other);
-    note(trace, STAGE_LZP, c);
-    if (!lzp_decode(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-    advance(c);
-    note(trace, STAGE_DELTA, c);
-    if (!delta_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-    advance(c);
-    note(trace, STAGE_FLT32, c);
-    if (!flt32_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) return false;
-    advance(c);
-    note(trace, STAGE_EOL, c);
-    return eol_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
+    if (!undo(c, trace, c.ms_other, STAGE_LZP, lzp_decode, a.region) ||
+        !undo(c, trace, c.ms_other, STAGE_DELTA, delta_decode) ||
+        !undo(c, trace, c.ms_other, STAGE_FLT32, flt32_decode) ||
+        !undo(c, trace, c.ms_other, STAGE_EOL, eol_decode)) {
+        return false;
+    }
+    std::swap(c.buf_in, c.buf_out); // the result lies where the next stage would read it
+    return true;
 }
+
+} // namespace velk

@@ -15,6 +15,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kCrcBytes = 4;
 // The shortest data of a block record: one byte before the CRC.
 constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
@@ -54,3 +56,5 @@ bool compress_block(CoderContext &context);
 // there are. Returns false when the length can't be right, the block CRC does not
 // match, or a stage can't undo its part. Fills `trace` if there is one.
 [[nodiscard]] bool decompress_block(CoderContext &context, BlockTrace *trace = nullptr);
+
+} // namespace velk

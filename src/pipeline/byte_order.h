@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+namespace velk {
+
 inline std::uint32_t get_u32(const std::uint8_t *p) {
     return static_cast<std::uint32_t>(p[0]) | static_cast<std::uint32_t>(p[1]) << 8 |
            static_cast<std::uint32_t>(p[2]) << 16 | static_cast<std::uint32_t>(p[3]) << 24;
@@ -45,3 +47,5 @@ inline std::uint64_t get_u64_be(const std::uint8_t *p) {
     std::memcpy(&value, p, sizeof value);
     return std::endian::native == std::endian::big ? value : __builtin_bswap64(value);
 }
+
+} // namespace velk

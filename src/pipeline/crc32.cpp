@@ -5,6 +5,7 @@
 
 #include <array>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kStep = 16;
@@ -48,3 +49,5 @@ std::uint32_t crc32_block(const std::uint8_t *buffer, std::uint32_t n) {
         x = (x >> 8) ^ kCrcTables[0][(x ^ buffer[p]) & 255];
     return ~x;
 }
+
+} // namespace velk

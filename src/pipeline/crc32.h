@@ -4,8 +4,12 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // Does nothing: the tables are constants. For callers that set the checksum up.
 inline void crc32_init() {}
 
 // The CRC of the first `n` bytes of `buffer`; 0 for n = 0.
 [[nodiscard]] std::uint32_t crc32_block(const std::uint8_t *buffer, std::uint32_t n);
+
+} // namespace velk

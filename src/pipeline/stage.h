@@ -2,17 +2,17 @@
 //
 // A stage reads one buffer of the pair and writes the other. It is called with
 //
-//   work arrays,  in, n,  out, out_len,  off flag         (forward)
-//   work arrays,  in, n,  out, out_len,  capacity         (inverse)
+//   work arrays,  in, n,    out, out_len,  off flag         (forward)
+//   work arrays,  in, len,  out, out_len,  capacity         (inverse)
 //
-// `in` and `out` are references to the pointers of two buffers of `capacity` bytes
-// that do not overlap, `n` the length of the block in `in`, trailers of earlier
-// stages included. When the stage returns, the buffer that `out` then names holds
-// the result, `out_len` bytes.
+// `in` and `out` are references to the pointers of two buffers of `capacity` bytes that do
+// not overlap; n, or len, is the length of what is in `in`, with the trailers of the stages
+// before. When the stage returns, the buffer that `out` then names holds the result,
+// `out_len` bytes.
 //
-// A forward stage appends its trailer to its output; the last byte is the first that
-// its inverse reads. 0 always means that the data before it is the stage's input.
-// A forward stage gets at most N + 30 bytes, so that its output fits.
+// A forward stage appends its trailer to its output; the last byte is the first that its
+// inverse reads. 0 always means that the data before it is the stage's input. Nothing but
+// trailers makes a block longer: a stage declines where it would gain nothing.
 //
 // An inverse stage may be given any bytes at all. It never reads or writes outside
 // the buffers and work arrays, ends in time linear in `capacity`, and returns false,
@@ -21,6 +21,17 @@
 
 #include <cstdint>
 #include <utility>
+
+namespace velk {
+
+// The block size N, in bytes.
+constexpr std::uint32_t kMinBlockSize = 128 * 1024;
+constexpr std::uint32_t kMaxBlockSize = 16383 * 1024;
+constexpr std::uint32_t kDefaultBlockSize = 2048 * 1024;
+// The bytes of a buffer above N, for trailers, block CRC and what a stage wants behind its
+// block. It is part of a run's printed memory; pipeline/block.cpp shows that it suffices.
+constexpr std::uint32_t kBlockSlack = 100;
+static_assert(kMaxBlockSize + kBlockSlack < (1u << 24)); // positions have 24 bits
 
 // Leaves the block where it is, as a forward stage that is off or does not apply.
 inline void pass_on(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
@@ -31,8 +42,10 @@ inline void pass_on(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std:
 }
 
 // Leaves the block where it is and drops the trailer byte: the inverse of `pass_on`.
-inline void drop_trailer(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
+inline void drop_trailer(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                          std::uint32_t &out_len) {
     std::swap(in, out);
-    out_len = n - 1;
+    out_len = len - 1;
 }
+
+} // namespace velk

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstdint>
 
+namespace velk {
+
 inline void set_bit(std::uint32_t *bits, std::uint32_t i) {
     bits[i / 32] |= 1u << (i % 32);
 }
@@ -60,3 +62,5 @@ void for_each_bit(const std::uint32_t *bits, std::uint32_t count, Visit visit) {
         }
     }
 }
+
+} // namespace velk

@@ -12,14 +12,22 @@
 
 #include <cstdint>
 
-// Bytes of the model area that the sort needs: for each of the 65,536 two-byte strings two numbers,
-// and later up to 65,535 triples, or one number and 65,536 entries of 8 bytes.
+namespace velk {
+
+constexpr std::uint32_t kBwtTrailerBytes = 5;
+
+// Bytes of the model area that the sort needs: for each two-byte string two numbers, and
+// later a triple, or one number.
 constexpr std::uint32_t kSortScratchBytes = 65536 * 12;
+// Bytes of a buffer that the sort needs behind the block.
+constexpr std::uint32_t kBwtRoom = 24;
+// Words of the bit array that the sort needs beyond one for eight bytes.
+constexpr std::uint32_t kBwtMoreBitWords = 10;
 
 // Sorts the block. n: 1 to 2^24 - 1 bytes.
 // pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start.
-// capacity: at least n + 24. index_array: n entries, at an address that 64-bit numbers
-// may have. bit_array: n / 8 + 10 words. model_area: kSortScratchBytes.
+// capacity: at least n + kBwtRoom. index_array: n entries, at an address that 64-bit numbers
+// may have. bit_array: n / 8 + kBwtMoreBitWords words. model_area: kSortScratchBytes.
 // The buffer of the block, `in`, holds it still. Equal rotations (a periodic block) come in
 // an order that sorting/tripling_sort.cpp fixes, and the primary index with them.
 void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
@@ -33,3 +41,5 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
 // Any other last column is some permutation's and decodes to some block.
 [[nodiscard]] bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len,
                                std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

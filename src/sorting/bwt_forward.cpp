@@ -5,6 +5,7 @@
 
 #include <cassert>
 
+namespace velk {
 namespace {
 
 // The block, from the rows of its rotations.
@@ -40,3 +41,5 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
     out[n + 4] = 1;
     out_len = n + 5;
 }
+
+} // namespace velk

@@ -21,10 +21,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
+namespace velk {
 namespace {
-
-constexpr std::uint32_t kTrailerBytes = 5;
 
 // 16 MB took 2.2 times as long with 8 lanes, 1.25 times with 16, 1.05 times with 48.
 constexpr std::uint32_t kLanes = 32;
@@ -34,9 +34,10 @@ constexpr std::uint32_t kChunkBytes = 128;
 // A block is cut from this length on; the vector of a shorter one is close at hand.
 constexpr std::uint32_t kMinCut = 16384;
 
-// Entries from here on are markers. All others are below n * 256, n below 2^24 - 4.
+// Entries from here on are markers. All others are below n * 256, and with its trailer the
+// column is shorter than 2^24 bytes.
 constexpr std::uint32_t kFirstMarker = 0u - kMaxSegments;
-static_assert(kMaxSegments <= 1024);
+static_assert(kMaxSegments <= 256 * (kBwtTrailerBytes + 1));
 
 // The bytes of one walk: in a chunk, then in every chunk `stride` further on.
 struct Segment {
@@ -64,15 +65,15 @@ struct Walks {
     std::uint32_t lanes = 0;   // at work in this epoch
     std::uint32_t epoch_chunk = 0;
     Lane lane[kLanes];
-    // An epoch ends because a lane has: k - 1 of k lanes at most go on.
+    // An epoch ends with a lane, so that of its k lanes at most k - 1 need a continuation.
     Segment segment[kMaxSegments + kLanes * (kLanes - 1) / 2];
 };
 
 // Chunks 0 to `split` - 1 are in the column's buffer, the others in `overflow`.
 //
-// A lane that has ended leaves less than a chunk unused, so that there are at most
-// (n - 1) / kChunkBytes + kLanes chunks; a row of chunks that would not fit into the n
-// bytes of the buffer is in the overflow, which leaves up to kLanes - 1 more unused there.
+// Each lane wastes less than a chunk, so that (n - 1) / kChunkBytes + kLanes chunks are
+// enough. From the first row of chunks on that no longer fits the column's buffer, they go
+// to the overflow; up to kLanes - 1 chunks of the buffer are then left unused.
 struct Chunks {
     std::uint8_t *buffer;
     std::uint32_t split = 0;
@@ -287,8 +288,8 @@ bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len,
         drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (len < kTrailerBytes || work_area == nullptr) return false;
-    const std::uint32_t n = len - kTrailerBytes;
+    if (len < kBwtTrailerBytes || work_area == nullptr) return false;
+    const std::uint32_t n = len - kBwtTrailerBytes;
     const std::uint32_t primary_index = get_u32(in + n);
     if (primary_index < 1 || primary_index > n) return false;
 
@@ -308,3 +309,5 @@ bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len,
     out_len = n;
     return true;
 }
+
+} // namespace velk

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMaxNetwork = 16;
@@ -105,3 +106,5 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m, std::uint32_t splits_lef
 void sort_distinct(std::uint64_t *numbers, std::uint32_t m) {
     quicksort(numbers, m, 2 * static_cast<std::uint32_t>(std::bit_width(m)));
 }
+
+} // namespace velk

@@ -3,5 +3,9 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // Sorts `m` numbers, no two of them equal, in O(m log m).
 void sort_distinct(std::uint64_t *numbers, std::uint32_t m);
+
+} // namespace velk

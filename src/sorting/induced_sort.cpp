@@ -18,6 +18,7 @@
 //   bit array      valley marks | tie marks | kept valleys | marks of the name sort
 #include "pipeline/byte_order.h"
 #include "sorting/bitmap.h"
+#include "sorting/bwt.h"
 #include "sorting/prefetch.h"
 #include "sorting/rotation_sort.h"
 #include "sorting/valleys.h"
@@ -26,6 +27,7 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
 // Shorter blocks are not worth the set-up.
@@ -54,7 +56,7 @@ Comparison compare_bytes(std::uint64_t a, std::uint64_t b) {
 }
 
 // Which of 64 positions, from the one of `text` on, are of type S; next_is_s: the type of the
-// one behind them. 73 bytes are read.
+// one behind them. 65 bytes are read.
 std::uint64_t find_types(const std::uint8_t *text, bool next_is_s) {
     std::uint64_t s = 0, equal = 0;
     for (std::uint32_t i = 0; i < 64; i += 8) {
@@ -79,7 +81,6 @@ std::uint32_t find_valleys(const Valleys &v) {
         ++rise;
     if (rise == v.n) return 0;
     const bool first_is_s = v.text[rise] < v.text[rise + 1];
-
     const bool last_is_s = v.text[v.n - 1] < v.text[0] + std::uint32_t{first_is_s};
 
     std::uint32_t valleys = 0;
@@ -104,15 +105,6 @@ std::uint32_t find_valleys(const Valleys &v) {
     }
     mark(0, above, last_is_s);
     return valleys;
-}
-
-void count_bytes(const Valleys &v, std::uint32_t *counts) {
-    // Four sets of counters, so that equal neighbours do not wait for each other.
-    std::uint32_t count[4][256] = {};
-    for (std::uint32_t p = 0; p < v.n; ++p)
-        ++count[p % 4][v.text[p]];
-    for (std::uint32_t c = 0; c < 256; ++c)
-        counts[c] = count[0][c] + count[1][c] + count[2][c] + count[3][c];
 }
 
 // Makes the entries, in the order of the first two bytes, and leaves in bucket_ends where
@@ -143,58 +135,89 @@ std::uint32_t entry_before(const Valleys &v, std::uint32_t entry) {
     return row_entry(v, (p == 0 ? v.n : p) - 1);
 }
 
-// Puts all rotations in their rows. In the rows of a first byte the L positions come first.
-// valley: row entries of the sorted valleys; valley_ends: where those of each first byte end.
-void induce(const Valleys &v, const std::uint32_t *valley, const std::uint32_t *valley_ends,
-            const std::uint32_t *byte_counts, std::uint32_t *rows) {
-    std::uint32_t first_row[257];
-    std::uint32_t next[256]; // by first byte, the next row to fill
-    first_row[0] = 0;
-    for (std::uint32_t c = 0; c < 256; ++c) {
-        next[c] = first_row[c];
-        first_row[c + 1] = first_row[c] + byte_counts[c];
-    }
-    const auto fetch = [&](std::uint32_t entry) {
-        prefetch(v.text, (entry & kPositionMask) - std::uintptr_t{2});
-    };
+// Gets the text before an entry's position ready.
+void fetch_before(const Valleys &v, std::uint32_t entry) {
+    prefetch(v.text, (entry & kPositionMask) - std::uintptr_t{2});
+}
 
-    // Increasing: an entry whose preceding byte is not smaller than its own first byte
-    // (never smaller for a valley) leads to an L position.
-    const auto induce_l = [&](std::uint32_t entry, std::uint32_t c) {
+// Where the rows of each first byte begin, and the last ones end.
+struct FirstRows {
+    std::uint32_t row[257];
+};
+
+FirstRows find_first_rows(const Valleys &v) {
+    // Four sets of counters, so that equal neighbours do not wait for each other.
+    std::uint32_t count[4][256] = {};
+    for (std::uint32_t p = 0; p < v.n; ++p)
+        ++count[p % 4][v.text[p]];
+    FirstRows first{};
+    for (std::uint32_t c = 0; c < 256; ++c)
+        first.row[c + 1] = first.row[c] + count[0][c] + count[1][c] + count[2][c] + count[3][c];
+    return first;
+}
+
+// Puts the L positions in their rows, which come first in those of a first byte. Increasing:
+// an entry whose preceding byte is not smaller than its own first byte (never smaller for a
+// valley) leads to an L position. valley: row entries of the sorted valleys; valley_ends:
+// where those of each first byte end.
+void induce_l(const Valleys &v, const std::uint32_t *valley, const std::uint32_t *valley_ends,
+              const FirstRows &first, std::uint32_t *rows) {
+    std::uint32_t next[256]; // by first byte, the next row to fill
+    std::copy_n(first.row, 256, next);
+    const auto induce = [&](std::uint32_t entry, std::uint32_t c) {
         const std::uint32_t preceding = entry >> 24;
         if (preceding >= c) rows[next[preceding]++] = entry_before(v, entry);
     };
     std::uint32_t i = 0;
     for (std::uint32_t c = 0; c < 256; ++c) {
-        for (std::uint32_t row = first_row[c]; row < next[c]; ++row) {
-            fetch(rows[row + kAhead < v.n ? row + kAhead : row]);
-            induce_l(rows[row], c);
+        for (std::uint32_t row = first.row[c]; row < next[c]; ++row) {
+            fetch_before(v, rows[row + kAhead < v.n ? row + kAhead : row]);
+            induce(rows[row], c);
         }
         for (; i < valley_ends[c]; ++i) {
-            fetch(valley[i + kAhead < v.count ? i + kAhead : i]);
-            induce_l(valley[i], c);
+            fetch_before(v, valley[i + kAhead < v.count ? i + kAhead : i]);
+            induce(valley[i], c);
         }
     }
+}
 
-    // Decreasing: an S entry whose preceding byte is not larger, and an L entry whose
-    // preceding byte is smaller, lead to an S position.
-    const auto induce_s = [&](std::uint32_t entry, std::uint32_t limit) {
+// Puts the S positions in all other rows. Decreasing: an S entry whose preceding byte is not
+// larger, and an L entry whose preceding byte is smaller, lead to an S position.
+void induce_s(const Valleys &v, const FirstRows &first, std::uint32_t *rows) {
+    std::uint32_t next[256]; // by first byte, the row behind the next one to fill
+    std::copy_n(first.row + 1, 256, next);
+    const auto induce = [&](std::uint32_t entry, std::uint32_t limit) {
         const std::uint32_t preceding = entry >> 24;
         if (preceding < limit) rows[--next[preceding]] = entry_before(v, entry);
     };
-    for (std::uint32_t c = 0; c < 256; ++c)
-        next[c] = first_row[c + 1];
     for (std::uint32_t c = 256; c-- > 0;) {
-        std::uint32_t row = first_row[c + 1];
+        std::uint32_t row = first.row[c + 1];
         for (; row > next[c]; --row) {
-            fetch(rows[row > kAhead ? row - 1 - kAhead : 0]);
-            induce_s(rows[row - 1], c + 1);
+            fetch_before(v, rows[row > kAhead ? row - 1 - kAhead : 0]);
+            induce(rows[row - 1], c + 1);
         }
-        for (; row > first_row[c]; --row) {
-            fetch(rows[row > kAhead ? row - 1 - kAhead : 0]);
-            induce_s(rows[row - 1], c);
+        for (; row > first.row[c]; --row) {
+            fetch_before(v, rows[row > kAhead ? row - 1 - kAhead : 0]);
+            induce(rows[row - 1], c);
         }
     }
+}
+
+// The text around the block in `text`: kBwtRoom bytes more than its n are taken.
+void copy_text(const std::uint8_t *block, std::uint32_t n, std::uint8_t *text) {
+    std::memcpy(text, block, n);
+    std::memcpy(text - kTextBefore, block + n - kTextBefore, kTextBefore);
+    std::memcpy(text + n, block, kTextAfter);
+}
+static_assert(kTextBefore + kTextAfter <= kBwtRoom);
+
+// What the pair region holds behind the part of both buffers that is in use, for 64-bit
+// numbers: 2 n bytes at least.
+std::uint32_t *behind_buffers(const SortArrays &arrays, const std::uint8_t *upper_buffer,
+                              std::uint32_t n) {
+    const std::uintptr_t used = reinterpret_cast<std::uintptr_t>(upper_buffer) + n + kBwtRoom -
+                                reinterpret_cast<std::uintptr_t>(arrays.pair_region);
+    return arrays.pair_region + (used + 7) / 8 * 2;
 }
 
 } // namespace
@@ -202,24 +225,17 @@ void induce(const Valleys &v, const std::uint32_t *valley, const std::uint32_t *
 bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std::uint32_t n,
                        std::uint8_t *scratch) {
     if (n < kMinBlock) return false;
-    std::uint8_t *const text = scratch + kTextBefore;
-    std::memcpy(text, block, n);
-    std::memcpy(text - kTextBefore, block + n - kTextBefore, kTextBefore);
-    std::memcpy(text + n, block, kTextAfter);
-
-    // The two buffers take half of the pair region; n bytes each and 24 more are used.
+    copy_text(block, n, scratch + kTextBefore);
     std::uint32_t *const index_array = arrays.index_array;
-    const std::uint8_t *const buffers_end = std::max<const std::uint8_t *>(block, scratch) + n + 24;
-    const std::uintptr_t used = reinterpret_cast<std::uintptr_t>(buffers_end) -
-                                reinterpret_cast<std::uintptr_t>(arrays.pair_region);
-    std::uint32_t *const spare = arrays.pair_region + (used + 7) / 8 * 2;
+    std::uint32_t *const spare =
+        behind_buffers(arrays, std::max<const std::uint8_t *>(block, scratch), n);
     std::uint32_t *const bucket_ends = arrays.model_area;
 
     Valleys v{};
-    v.text = text;
+    v.text = scratch + kTextBefore;
     v.n = n;
-    // The bit array holds at least n / 8 + 10 words; all marks together take, in bits, 3.5 n
-    // and, in words, 4 and one for each level of the name sort.
+    // In n / 8 + kBwtMoreBitWords words: all marks together take, in bits, 3.5 n and, in words, 4
+    // and one for each level of the name sort.
     v.marks = arrays.bit_array;
     v.tie_marks = v.marks + bitmap_words(n);
     v.entries = reinterpret_cast<ValleyEntry *>(index_array);
@@ -231,7 +247,6 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     fill_buckets(v, bucket_ends);
     std::fill(v.tie_marks, more_marks, 0);
     sort_valleys(v, bucket_ends);
-
     for (std::uint32_t i = 0; i < v.count; ++i) {
         ValleyEntry entry; // the two arrays share their place
         std::memcpy(&entry, v.entries + i, sizeof entry);
@@ -245,8 +260,10 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     std::uint32_t valley_ends[256];
     for (std::uint32_t c = 0; c < 256; ++c)
         valley_ends[c] = bucket_ends[c * 256 + 255];
-    std::uint32_t byte_counts[256];
-    count_bytes(v, byte_counts);
-    induce(v, valley, valley_ends, byte_counts, index_array);
+    const FirstRows first = find_first_rows(v);
+    induce_l(v, valley, valley_ends, first, index_array);
+    induce_s(v, first, index_array);
     return true;
 }
+
+} // namespace velk

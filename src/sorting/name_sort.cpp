@@ -11,11 +11,12 @@
 
 #include <algorithm>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kEmpty = 0xFFFFFFFFu;
-// In a row that a pass has still to visit: the position before has another type than the
-// pass is about, and waits for the next pass. Positions are below 2^31.
+// In a row that a pass has yet to visit: the position before is of the type that the other
+// pass puts in its row. Positions are below 2^31.
 constexpr std::uint32_t kOtherType = 1u << 31;
 
 struct Names {
@@ -163,3 +164,5 @@ bool sort_names(const std::uint32_t *name, std::uint32_t count, std::uint32_t *r
     induce(names, rows, buckets);
     return true;
 }
+
+} // namespace velk

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // names: `count` names, at least 1. A name is the number of names in the string that are
 // smaller, which makes it the first row of the rotations that begin with it.
 // rows: `count` entries; they get the starts of the rotations in sorted order.
@@ -15,3 +17,5 @@
 // Returns false, with `rows` undefined, for a periodic string. Takes linear time.
 [[nodiscard]] bool sort_names(const std::uint32_t *names, std::uint32_t count, std::uint32_t *rows,
                               std::uint32_t *buckets, std::uint32_t *marks);
+
+} // namespace velk

@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cstring>
 
+namespace velk {
 namespace {
 
 bool has_period(const std::uint8_t *block, std::uint32_t n, std::uint32_t period) {
@@ -45,3 +46,5 @@ void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t
             rows[--next] = entry + (p - period);
     }
 }
+
+} // namespace velk

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // The address may lie outside of any array: nothing is read.
 inline void prefetch(const void *base, std::uintptr_t offset) {
     // Adding to the pointer itself would be undefined outside of its array.
@@ -12,3 +14,5 @@ inline void prefetch(const void *base, std::uintptr_t offset) {
     // Nothing, but not to be left out: GCC drops calls of functions that only prefetch.
     __asm__ volatile("");
 }
+
+} // namespace velk

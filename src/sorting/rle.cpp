@@ -7,9 +7,9 @@
 #include <cstring>
 #include <iterator>
 
+namespace velk {
 namespace {
 
-constexpr std::uint32_t kTrailerBytes = 5;
 // A block is declined when it has more than one interrupted run in so many bytes.
 constexpr std::uint32_t kMinBytesPerInterruption = 13;
 // Run lengths are below 2^24.
@@ -29,7 +29,9 @@ std::uint32_t run_end(const std::uint8_t *block, std::uint32_t p, std::uint32_t 
 // when the stage declines; up to 3 bytes behind out[n - 1] are then written, too.
 bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std::uint32_t &heads,
                 std::uint32_t &bits) {
-    std::int32_t last_end[256]; // by byte value, the last position of its last run
+    // By byte value, the last position of its last run. None yet is -1: a run that starts at
+    // position 1 therefore always counts as interrupted, which is part of the format.
+    std::int32_t last_end[256];
     std::fill(std::begin(last_end), std::end(last_end), -1);
     std::uint32_t interrupted = 0;
     heads = 0;
@@ -67,7 +69,7 @@ void rle_forward(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::ui
     std::memmove(out + heads, out + (n - bits), bits);
     put_u32(out + heads + bits, heads);
     out[heads + bits + 4] = 1;
-    out_len = heads + bits + kTrailerBytes;
+    out_len = heads + bits + kRleTrailerBytes;
 }
 
 bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
@@ -77,9 +79,9 @@ bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::
         drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (len < kTrailerBytes) return false;
-    const std::uint32_t heads = get_u32(in + (len - kTrailerBytes));
-    std::uint32_t bit_end = len - kTrailerBytes; // bits are taken from before it
+    if (len < kRleTrailerBytes) return false;
+    const std::uint32_t heads = get_u32(in + (len - kRleTrailerBytes));
+    std::uint32_t bit_end = len - kRleTrailerBytes; // bits are taken from before it
     if (heads > bit_end) return false;
 
     std::uint32_t n = 0;
@@ -109,3 +111,5 @@ bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::
     out_len = n;
     return true;
 }
+
+} // namespace velk

@@ -18,6 +18,10 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kRleTrailerBytes = 5;
+
 // n: below 2^24 bytes. The buffers must have room for n + 5 bytes.
 void rle_forward(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                  std::uint8_t rle_off);
@@ -26,3 +30,5 @@ void rle_forward(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::ui
 // `capacity` bytes or reach outside the block.
 [[nodiscard]] bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                                std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

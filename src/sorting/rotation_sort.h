@@ -12,6 +12,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 constexpr std::uint32_t kPositionMask = (1u << 24) - 1;
 
 // The work arrays that bwt_forward is lent; sorting/bwt.h tells their sizes.
@@ -36,3 +38,5 @@ struct SortArrays {
 // Any block, periodic or not. Linear time beside that of sorting the period.
 void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
                     std::uint8_t *scratch);
+
+} // namespace velk

@@ -7,13 +7,14 @@
 #include "sorting/st.h"
 
 #include "pipeline/stage.h"
+#include "sorting/prefetch.h"
 
 #include <algorithm>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kMinBlock = 3;
-constexpr std::uint32_t kTrailerBytes = 4;
 constexpr std::uint32_t kFirstByteShift = 13;
 // How many steps before its use an entry is fetched: a store that waits for memory holds
 // up all after it. (Executables of 16 MB in 0.8 of the time.)
@@ -79,7 +80,7 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
 
     context = first_context;
     for (std::uint32_t p = n; p-- > 0;) { // the byte before rotation p + 1, or 0
-        if (p >= kAhead) __builtin_prefetch(contexts + context_at(in, p - kAhead), 1);
+        if (p >= kAhead) prefetch(contexts, 4u * context_at(in, p - kAhead));
         out[contexts[context]++] = in[p];
         context = context_before(context, in[p]);
     }
@@ -87,7 +88,7 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
     out[n + 1] = in[1];
     out[n + 2] = in[2];
     out[n + 3] = 1;
-    out_len = n + kTrailerBytes;
+    out_len = n + kStTrailerBytes;
 }
 
 bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
@@ -97,8 +98,8 @@ bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, s
         drop_trailer(in, len, out, out_len);
         return true;
     }
-    if (len < kMinBlock + kTrailerBytes || contexts == nullptr) return false;
-    const std::uint32_t n = len - kTrailerBytes;
+    if (len < kMinBlock + kStTrailerBytes || contexts == nullptr) return false;
+    const std::uint32_t n = len - kStTrailerBytes;
 
     // How many rotations begin with each five bits; then by 13 bits, then by 21.
     std::fill(contexts, contexts + kStContexts, 0);
@@ -125,3 +126,5 @@ bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, s
     out_len = n;
     return true;
 }
+
+} // namespace velk

@@ -10,6 +10,10 @@
 
 #include <cstdint>
 
+namespace velk {
+
+constexpr std::uint32_t kStTrailerBytes = 4;
+
 constexpr std::uint32_t kStContexts = 1u << 21;
 
 // contexts: kStContexts entries, any contents; touched only when the stage applies.
@@ -22,3 +26,5 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
 // 3 bytes, and for one whose contexts lead outside the last column.
 [[nodiscard]] bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len,
                               std::uint8_t *&out, std::uint32_t &out_len, std::uint32_t capacity);
+
+} // namespace velk

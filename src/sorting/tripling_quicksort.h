@@ -10,6 +10,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // Numbers of rows and triples are below 2^24, so signed ones hold them and one less than the
 // first.
 using Index = std::int32_t;
@@ -93,3 +95,5 @@ void quicksort(QuicksortState &state, Ops &ops, Index first_row, Index lo, Index
         }
     }
 }
+
+} // namespace velk

@@ -31,6 +31,7 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
 constexpr std::uint32_t kBuckets = 65536;
@@ -372,3 +373,5 @@ bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     if (!sorted) take_block_back(s, block);
     return sorted;
 }
+
+} // namespace velk

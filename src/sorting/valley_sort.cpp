@@ -14,14 +14,15 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
-// Valleys that agree in fewer bytes are compared on, even beyond the next valley. 20 to 70
-// make little difference: sorting takes longer, and breaking ties less time.
+// Valleys that agree in fewer bytes are compared on, even beyond the next valley. From 20 to
+// 70 it makes little difference: what sorting takes longer, breaking ties takes less.
 constexpr std::uint32_t kMinTieDepth = 40;
 // Where a quarter of the valleys are tied: a fifth less time for repetitive blocks.
 constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
-// What such a part of all valleys agrees in is repetitive, too.
+// A block of whose valleys one in so many agree so far is repetitive, too.
 constexpr std::uint32_t kRepetitivePart = 16;
 // Larger sets of entries are first split by a byte of their keys.
 constexpr std::uint32_t kMinCounting = 512;
@@ -36,8 +37,8 @@ std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
     return q < v.n ? q : q % v.n;
 }
 
-// Sorts by whole keys. Larger sets are first split by the highest byte in which they differ:
-// many differ in one place of a column only.
+// Sorts by whole keys. Larger sets are first split by the highest byte in which any differ:
+// in tables most differ in one byte only.
 void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m) {
     if (m <= kMinCounting) return sort_distinct(entries, m); // positions differ
     ValleyEntry differences = 0;
@@ -76,12 +77,12 @@ void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m) {
     }
 }
 
-// Bytes from the valley p on that show its piece, up to and with the next valley: all
-// valleys that agree in so many bytes have their next valley at the same distance.
+// How many bytes from the valley p on determine its piece, which ends with the next valley:
+// all valleys that agree in so many have their next valley at the same distance.
 std::uint32_t piece_depth(const Valleys &v, std::uint32_t p) {
     const std::uint32_t q = valley_after(v, p);
     const std::uint32_t length = (q > p ? 0 : v.n) + q - p;
-    // What shows the valley is the first byte behind it that differs, and is larger.
+    // That q is a valley shows in the first byte behind it that differs: it is larger.
     std::uint32_t plateau = 1;
     while (v.text[after(v, q, plateau)] == v.text[q])
         ++plateau;
@@ -185,3 +186,5 @@ void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends) {
         begin = end;
     }
 }
+
+} // namespace velk

@@ -24,15 +24,16 @@
 #include <cstring>
 #include <utility>
 
+namespace velk {
 namespace {
 
 // In a row, beside the number of a valley.
 constexpr std::uint32_t kTied = 1u << 31;    // with the row before
 constexpr std::uint32_t kVisited = 1u << 30; // in a group's first: sorted as far as can be
 constexpr std::uint32_t kNumberMask = kVisited - 1;
-// Limit of the work of sorting groups, m * log m for one of m, in multiples of the valleys,
-// which are below 2^23: 32 bits hold it. Real data takes up to 10; Fibonacci strings would
-// take 43.
+// Sorting a group of m valleys counts as m * log m steps, and all groups may take so many
+// for each valley. Real data takes up to 10; Fibonacci strings would take 43. Valleys are
+// fewer than 2^23, so 32 bits hold the sum.
 constexpr std::uint32_t kMaxWork = 16;
 constexpr std::uint32_t kTooMuch = 0xFFFFFFFFu;
 // How many valleys ahead memory is fetched: a quarter less time at 16 MB.
@@ -226,7 +227,8 @@ std::uint32_t make_rows(const Valleys &v, const std::uint32_t *places, const std
 
 bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
                 std::uint32_t *marks) {
-    // A tie has up to two valleys, with one behind each: rows and names fit.
+    // Each tie keeps at most two valleys and the one behind each, so that four times as many
+    // rows and as many names fit behind the places.
     const bool few = 8 * v.ties <= v.n - v.count;
     std::uint32_t *const kept = few ? marks : v.marks;
     std::uint32_t *const rows = few ? places + v.count : places;
@@ -248,3 +250,5 @@ bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
     }
     return true;
 }
+
+} // namespace velk

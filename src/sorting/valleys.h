@@ -10,6 +10,8 @@
 
 #include <cstdint>
 
+namespace velk {
+
 // Bytes of the text before the block and behind it: the rotation goes on.
 constexpr std::uint32_t kTextBefore = 4;
 constexpr std::uint32_t kTextAfter = 16;
@@ -50,3 +52,5 @@ void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends);
 // marks: 2 * n bits and 25 words. Returns false, with `places` undefined, for a periodic block.
 [[nodiscard]] bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
                               std::uint32_t *marks);
+
+} // namespace velk
