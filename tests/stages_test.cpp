@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 
+using namespace velk;
+
 namespace {
 
 using Blocks = std::vector<Bytes>;
