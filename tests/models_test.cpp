@@ -1,0 +1,46 @@
+// The frequency models at the limit where counts are halved, which data rarely meets.
+#include "dce/frequency_models.h"
+
+#include <gtest/gtest.h>
+#include <numeric>
+#include <vector>
+
+using namespace velk;
+
+namespace {
+
+std::vector<std::uint32_t> counts_of(const FreqModel &model) {
+    std::vector<std::uint32_t> counts(model.cumulative, model.cumulative + kSymbols);
+    std::adjacent_difference(counts.begin(), counts.end(), counts.begin());
+    return counts;
+}
+
+std::vector<std::uint32_t> counts_of(const BitModel &model) {
+    std::vector<std::uint32_t> counts(kSymbols, 1);
+    for (std::uint32_t x = 0; x < kBitSymbols; ++x)
+        counts[x] = count_up_to(model, x) - count_below(model, x);
+    return counts;
+}
+
+// One count leads the model to its limit, exactly; the next one over it.
+template<typename Model>
+void expect_halved_above_the_limit(Model model, std::uint32_t before, std::uint32_t increment) {
+    count(model, 3);
+    EXPECT_EQ(total(model), 65535u);
+    count(model, 3);
+    std::vector<std::uint32_t> expected(kSymbols, 1);
+    expected[3] = (before + 2 * increment + 1) / 2;
+    EXPECT_EQ(counts_of(model), expected);
+    EXPECT_EQ(total(model), expected[3] + 31);
+}
+
+TEST(Models, HalvedRoundingUpAboveTheLimit) {
+    FreqModel model;
+    for (std::uint32_t x = 0; x < kSymbols; ++x)
+        model.cumulative[x] = static_cast<std::uint16_t>(x < 3 ? x + 1 : x + 65535 - 24 - 31);
+    expect_halved_above_the_limit(model, 65535 - 24 - 31, 24);
+    const std::uint64_t high = 65535 - 14 - 31;
+    expect_halved_above_the_limit(BitModel{0x0003000300020001u + (high << 48)}, high, 14);
+}
+
+} // namespace
