@@ -58,7 +58,7 @@ inline Lanes subtract_down_to_0(Lanes a, Lanes b) {
 // How many of 32 lanes are 0. Those come first; the others have all their bits set.
 inline std::uint32_t number_of_zeros(const Lanes (&row)[4]) {
 #ifdef __SSE2__
-    // A bit a lane. (Restoring takes 2 % more time with the sums below, of random bytes 8 %.)
+    // A bit a lane. (With the sums below decoding takes 2 % more time, random bytes 8 %.)
     const auto bits = [](Lanes a, Lanes b) {
         return static_cast<std::uint64_t>(_mm_movemask_epi8(
             _mm_packs_epi16(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(b))));
