@@ -12,7 +12,6 @@
 #include "inputs.h"
 #include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
-#include "plain_stages.h"
 #include "sorting/bwt.h"
 #include "sorting/rle.h"
 #include "sorting/st.h"
@@ -148,6 +147,23 @@ void inverse_sort(benchmark::State &state, const NamedBytes &input) {
             std::abort();
         }
     });
+}
+
+// The block of a last column of n bytes and its 1-based primary index, by one walk of
+// one row a step. rows: n entries. block: room for n + 1 bytes.
+void plain_inverse_bwt(const std::uint8_t *last_column, std::uint32_t n,
+                       std::uint32_t primary_index, std::uint32_t *rows, std::uint8_t *block) {
+    std::uint32_t counts[256] = {}, first[256] = {};
+    for (std::uint32_t row = 0; row < n; ++row)
+        rows[row] = counts[last_column[row]]++ << 8 | last_column[row];
+    for (unsigned v = 1; v < 256; ++v)
+        first[v] = first[v - 1] + counts[v - 1];
+    std::uint32_t row = primary_index - 1;
+    for (std::uint32_t p = n; p > 0; --p) {
+        block[p] = static_cast<std::uint8_t>(rows[row]);
+        row = (rows[row] >> 8) + first[rows[row] & 255];
+    }
+    block[0] = block[n]; // the walk begins with the block's first byte
 }
 
 void plain_inverse_sort(benchmark::State &state, const NamedBytes &input) {

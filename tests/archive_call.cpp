@@ -2,7 +2,6 @@
 
 #include "archive/format.h"
 #include "pipeline/byte_order.h"
-#include "pipeline/crc32.h"
 
 #include <algorithm>
 
@@ -84,7 +83,6 @@ Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks) {
 }
 
 Restored restore_archive(const Bytes &archive) {
-    crc32_init();
     Input input = {archive, 0};
     const ByteSource source = {&input, read_bytes};
     CoderContext context{};

@@ -20,7 +20,6 @@ TEST(BuiltinCounts, AreFrozen) {
     for (const std::uint16_t count : kBuiltinCounts)
         bytes.insert(bytes.end(), {static_cast<std::uint8_t>(count & 255),
                                    static_cast<std::uint8_t>(count >> 8)});
-    crc32_init();
     EXPECT_EQ(crc32_block(bytes.data(), static_cast<std::uint32_t>(bytes.size())), 0x8B980ADAu);
 }
 

@@ -41,21 +41,6 @@ TEST_F(Damage, EveryLength) {
     }
 }
 
-// Whole records stay right: they may only be lost or out of place.
-TEST_F(Damage, RecordsExchanged) {
-    const auto record = [&](std::size_t i) {
-        return Bytes(good.begin() + static_cast<std::ptrdiff_t>(starts[i]),
-                     good.begin() + static_cast<std::ptrdiff_t>(starts[i + 1]));
-    };
-    const Bytes start(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(starts[0]));
-    const std::size_t orders[][3] = {{1, 0, 2}, {2, 1, 0}, {0, 2, 1}, {0, 0, 2}};
-    for (const auto &[a, b, c] : orders) {
-        const Restored restored = restore_archive(join({start, record(a), record(b), record(c)}));
-        EXPECT_TRUE(restored.whole());
-        EXPECT_EQ(restored.bytes, join({blocks[a], blocks[b], blocks[c]}));
-    }
-}
-
 TEST_F(Damage, GarbageAppended) {
     for (std::size_t n = 1; n < 500; ++n) {
         expect_seen(join({good, random_bytes(n, 256, n)}), std::to_string(n) + " bytes");

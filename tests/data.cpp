@@ -1,6 +1,7 @@
 #include "data.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <utility>
@@ -158,17 +159,6 @@ std::vector<NamedBytes> all_kinds(std::size_t largest) {
     };
 }
 
-std::string hex(const Bytes &bytes) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text = std::to_string(bytes.size()) + " bytes:";
-    for (std::size_t i = 0; i < bytes.size() && i < 64; ++i) {
-        text += ' ';
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 15];
-    }
-    return text;
-}
-
 void write_file(const std::string &path, const Bytes &bytes) {
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char *>(bytes.data()),
@@ -178,4 +168,11 @@ void write_file(const std::string &path, const Bytes &bytes) {
 Bytes read_file(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+std::string kept_text(const std::string &name, const std::string &text) {
+    const std::string path = VELK_GOLDEN "/" + name;
+    if (std::getenv("VELK_WRITE_GOLDEN") != nullptr) write_file(path, to_bytes(text));
+    const Bytes kept = read_file(path);
+    return std::string(kept.begin(), kept.end());
 }

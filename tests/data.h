@@ -46,8 +46,9 @@ Bytes first_bytes(Bytes bytes, std::size_t n);
 // One of each of the above, and empty, single and equal bytes, up to `largest` bytes.
 std::vector<NamedBytes> all_kinds(std::size_t largest);
 
-// The bytes in hexadecimal, cut after 64: what a failing test prints.
-std::string hex(const Bytes &bytes);
-
 void write_file(const std::string &path, const Bytes &bytes);
 Bytes read_file(const std::string &path);
+
+// The text that tests/golden keeps under this name: the given one, once scripts/make-golden
+// has made the run write it.
+std::string kept_text(const std::string &name, const std::string &text);

@@ -45,7 +45,7 @@ TEST(Golden, SameBytesFromEveryBuild) {
         EXPECT_EQ(run_velk({"e", files.input, files.archive, switches}).status, 0) << name;
         const Bytes made = read_file(files.archive);
         if (write) write_file(kept, made);
-        EXPECT_TRUE(made == read_file(kept)) << name << " became " << hex(made);
+        EXPECT_TRUE(made == read_file(kept)) << name << " became " << testing::PrintToString(made);
         EXPECT_EQ(run_velk({"d", kept, files.output}).status, 0) << name;
         EXPECT_TRUE(read_file(files.output) == bytes) << name;
     }

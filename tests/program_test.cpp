@@ -2,7 +2,6 @@
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "pipeline/byte_order.h"
-#include "pipeline/crc32.h"
 #include "program.h"
 
 #include <gtest/gtest.h>
@@ -85,17 +84,20 @@ TEST_F(Program, WrongCommandsAndSwitches) {
 TEST_F(Program, MessagesOfGoodRuns) {
     const struct {
         Bytes bytes;
-        std::string marks, compressed, restored;
-    } cases[] = {{{}, " ", "0 -> 18, 1800.00%, 144.00 bpb", "18 -> 0"},
-                 {{3, 9}, " \xFE", "2 -> 34, 1133.33%, 90.67 bpb", "34 -> 2"}};
-    for (const auto &[bytes, marks, compressed, restored] : cases) {
-        EXPECT_EQ(compress(bytes, "-eflzwrd").out,
-                  "\nAbout 1856 kbytes of memory used\nCompressing " + input + " to " + archive +
-                      marks + " Done, " + compressed + "\n");
+        std::string switches, marks, compressed, restored, kbytes, kbytes_back;
+    } cases[] = {
+        {{}, "-eflzwrd", " ", "0 -> 18, 1800.00%, 144.00 bpb", "18 -> 0", "1856", "648"},
+        {{3, 9}, "-eflzwrd", " \xFE", "2 -> 34, 1133.33%, 90.67 bpb", "34 -> 2", "1856", "648"},
+        {{}, "-a", " ", "0 -> 18, 1800.00%, 144.00 bpb", "18 -> 0", "18176", "10569"},
+        {{}, "-t", " ", "0 -> 18, 1800.00%, 144.00 bpb", "18 -> 0", "9536", "8512"}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(compress(c.bytes, c.switches).out,
+                  "\nAbout " + c.kbytes + " kbytes of memory used\nCompressing " + input + " to " +
+                      archive + c.marks + " Done, " + c.compressed + "\n");
         EXPECT_EQ(run_velk({"d", archive, output}).out,
-                  "\nAbout 648 kbytes of memory used\nDecompressing " + archive + " to " + output +
-                      marks + " Done, " + restored + "\n");
-        EXPECT_EQ(read_file(output), bytes);
+                  "\nAbout " + c.kbytes_back + " kbytes of memory used\nDecompressing " + archive +
+                      " to " + output + c.marks + " Done, " + c.restored + "\n");
+        EXPECT_EQ(read_file(output), c.bytes);
     }
 }
 
@@ -136,45 +138,39 @@ TEST_F(Program, FilesOfSeveralBlocksComeBack) {
 TEST_F(Program, DamageIsReported) {
     const Bytes block = random_bytes(131072, 256, 1);
     compress(join({block, block}), "-b128eflzwrdo");
-    const Bytes good = read_file(archive);
-    const std::size_t start = kMagicBytes + kHeaderBytes,
-                      second = start + (good.size() - start) / 2;
+    const Bytes good = read_file(archive), start = first_bytes(good, kFirstRecord);
     const std::string header_error = std::string("Header check failed: ") + kMagic,
-                      read_error = kReadError + archive, crc_error = "CRC32 check failed!",
-                      memory_error = "Not enough memory!";
-    for (const std::size_t at :
-         std::vector<std::size_t>{0, kMagicBytes - 1, kMagicBytes, start - 1, second, second + 4,
-                                  second + kRecordHeadBytes + 9, good.size() - 1}) {
+                      read_error = kReadError + archive, crc_error = "CRC32 check failed!";
+    for (const std::size_t at : std::vector<std::size_t>{0, kFirstRecord - 1, good.size() - 1}) {
         Bytes damaged = good;
         damaged[at] ^= 0x41;
-        expect_failure(decompress(damaged), at < kMagicBytes ? header_error : crc_error);
+        expect_failure(decompress(damaged), at == 0 ? header_error : crc_error);
     }
     const std::pair<std::size_t, std::string> cuts[] = {
-        {0, header_error},         {kMagicBytes - 1, header_error},
-        {kMagicBytes, read_error}, {start - 1, read_error},
-        {start + 4, read_error},   {start + kRecordHeadBytes, crc_error},
-        {second + 1, read_error}};
+        {0, header_error},
+        {kMagicBytes - 1, header_error},
+        {kFirstRecord - 1, read_error},
+        {kFirstRecord + 4, read_error},
+        // What the block before left in the buffers must not stand in for missing bytes.
+        {good.size() - 100, crc_error}};
     for (const auto &[length, message] : cuts)
         expect_failure(decompress(first_bytes(good, length)), message);
-    // What the block before left in the buffers must not stand in for missing bytes.
-    expect_failure(decompress(first_bytes(good, good.size() - 100)), crc_error);
     EXPECT_EQ(read_file(output), block) << "what was restored before stays";
 
     // Headers and record heads that no compressor writes.
-    crc32_init();
-    const auto with_header = [](std::uint8_t flags, std::uint32_t block_size) {
-        Bytes header(kHeaderBytes);
-        put_header(header.data(), flags, block_size);
-        return join({to_bytes(kMagic), header});
+    const auto with = [&](std::uint8_t flags, std::uint32_t block_size, const Bytes &more = {}) {
+        Bytes changed = start;
+        put_header(&changed[kMagicBytes], flags, block_size);
+        return decompress(join({changed, more}));
     };
     for (const std::uint32_t size : {kMinBlockSize - 1, kMaxBlockSize + 1, 0xFFFFFFFF})
-        expect_failure(decompress(with_header(0x20, size)), memory_error);
-    expect_failure(decompress(with_header(0, kMinBlockSize)), memory_error); // both transforms
+        expect_failure(with(0x20, size), "Not enough memory!");
+    expect_failure(with(0, kMinBlockSize), "Not enough memory!"); // both transforms
     Bytes head(kRecordHeadBytes);
     put_record_head(head.data(), kMinBlockSize + kBlockSlack + 1);
-    expect_failure(decompress(join({with_header(0x20, kMinBlockSize), head})), crc_error);
+    expect_failure(with(0x20, kMinBlockSize, head), crc_error);
     put_record_head(head.data(), 0);
-    EXPECT_EQ(decompress(join({with_header(0x20, kMinBlockSize), head, {7}})).status, 0)
+    EXPECT_EQ(with(0x20, kMinBlockSize, join({head, {7}})).status, 0)
         << "a record of no bytes ends the archive";
 }
 

@@ -1,34 +1,12 @@
-// Whatever goes through a stage, or through a whole block's chain, comes back.
+// Whatever goes through a whole block's chain comes back.
 #include "archive/memory.h"
 #include "archive_call.h"
-#include "stage_call.h"
 
-#include <algorithm>
 #include <gtest/gtest.h>
 
 using namespace velk;
 
 namespace {
-
-void expect_round_trip(const Stage &stage, const Bytes &block, const std::string &name) {
-    const Bytes coded = stage.forward(block);
-    const std::uint32_t capacity =
-        static_cast<std::uint32_t>(std::max(block.size(), coded.size())) + kForwardSlack;
-    const auto restored = stage.inverse(coded, capacity);
-    ASSERT_TRUE(restored.has_value()) << stage.name << ", " << name << ", " << hex(block);
-    ASSERT_EQ(*restored, block) << stage.name << ", " << name << ", " << hex(block);
-}
-
-TEST(RoundTrip, EveryStage) {
-    Random random(1);
-    for (const Stage *stage : kStages) {
-        for (const auto &[name, bytes] : all_kinds(20000))
-            expect_round_trip(*stage, bytes, name);
-        const int blocks = stage == &kSt ? 100 : 1000; // its table takes a while to clear
-        for (int i = 0; i < blocks; ++i)
-            expect_round_trip(*stage, random_block(random, 300), "small block");
-    }
-}
 
 TEST(RoundTrip, EverySwitchOnEveryKindOfData) {
     const auto inputs = all_kinds(6000);

@@ -21,50 +21,36 @@ using Buffer = std::uint8_t *;
 using Length = std::uint32_t;
 using Words = std::vector<std::uint32_t>;
 
-template<typename Call>
-Bytes call_forward(const Bytes &block, Call call) {
-    const std::size_t room = block.size() + kForwardSlack;
-    Bytes first(room), second(room);
-    std::copy(block.begin(), block.end(), first.begin());
-    Buffer in = first.data(), out = second.data();
-    Length out_len = 0;
-    call(in, static_cast<Length>(block.size()), out, out_len);
-    return Bytes(out, out + out_len);
-}
-
-template<typename Call>
-std::optional<Bytes> call_inverse(const Bytes &data, std::uint32_t capacity, Call call) {
-    const auto first = std::make_unique<std::uint8_t[]>(capacity);
-    const auto second = std::make_unique<std::uint8_t[]>(capacity);
-    std::copy(data.begin(), data.end(), first.get());
-    Buffer in = first.get(), out = second.get();
-    Length out_len = 0;
-    if (!call(in, static_cast<Length>(data.size()), out, out_len, capacity)) return {};
-    return Bytes(out, out + out_len);
-}
-
-// A stage whose calls take no work array.
+// A stage with `words` numbers of memory, which hold what the last call left there.
 template<typename Forward, typename Inverse>
-Stage plain_stage(std::string name, Forward forward, Inverse inverse) {
-    return {std::move(name), [=](const Bytes &block) { return call_forward(block, forward); },
-            [=](const Bytes &data, std::uint32_t capacity) {
-                return call_inverse(data, capacity, inverse);
-            }};
+Stage make_stage(const char *name, std::uint32_t words, Forward forward, Inverse inverse) {
+    const auto memory = std::make_shared<Words>(words, 0xAAAAAAAAu);
+    const auto there = [=](const Bytes &block) {
+        Bytes first(block), second(block.size() + kForwardSlack);
+        first.resize(second.size());
+        Buffer in = first.data(), out = second.data();
+        Length out_len = 0;
+        forward(memory->data(), in, static_cast<Length>(block.size()), out, out_len);
+        return Bytes(out, out + out_len);
+    };
+    const auto back = [=](const Bytes &data, std::uint32_t capacity) -> std::optional<Bytes> {
+        const auto first = std::make_unique<std::uint8_t[]>(capacity);
+        const auto second = std::make_unique<std::uint8_t[]>(capacity);
+        std::copy(data.begin(), data.end(), first.get());
+        Buffer in = first.get(), out = second.get();
+        Length n = static_cast<Length>(data.size()), out_len = 0;
+        if (!inverse(memory->data(), in, n, out, out_len, capacity)) return {};
+        return Bytes(out, out + out_len);
+    };
+    return {name, there, back};
 }
 
-// A stage whose calls take one work array of `entries` numbers, which hold what the
-// last call left there.
+// Of stages without memory.
 template<typename Forward, typename Inverse>
-Stage array_stage(std::string name, std::uint32_t entries, Forward forward, Inverse inverse) {
-    const auto array = std::make_shared<Words>(entries, 0xAAAAAAAAu);
-    return plain_stage(
-        std::move(name),
-        [=](Buffer &in, Length n, Buffer &out, Length &out_len) {
-            forward(array->data(), in, n, out, out_len, 0);
-        },
-        [=](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
-            return inverse(array->data(), in, n, out, out_len, capacity);
-        });
+Stage make_stage(const char *name, Forward forward, Inverse inverse) {
+    return make_stage(
+        name, 0, [=](auto, auto &&...args) { forward(args..., 0); },
+        [=](auto, auto &&...args) { return inverse(args...); });
 }
 
 // Lays out the pair region as a run does: both buffers at its start.
@@ -101,31 +87,27 @@ std::optional<Bytes> inverse_bwt(const Bytes &data, std::uint32_t capacity) {
 
 } // namespace
 
-const Stage kEol = plain_stage(
-    "EOL", [](auto &&...args) { eol_encode(args..., 0); }, eol_decode);
-const Stage kFlt32 = plain_stage(
+const Stage kEol = make_stage("EOL", eol_encode, eol_decode);
+const Stage kFlt32 = make_stage(
     "FLT32",
-    [](Buffer &in, Length n, Buffer &out, Length &out_len) {
+    [](Buffer &in, Length n, Buffer &out, Length &out_len, int) {
         flt32_encode(in, n, out, out_len, n, 0);
     },
     flt32_decode);
-const Stage kDelta = plain_stage(
-    "DELTA", [](auto &&...args) { delta_encode(args..., 0); }, delta_decode);
-const Stage kLzp = array_stage("LZP", kLzpTableEntries, lzp_encode, lzp_decode);
+const Stage kDelta = make_stage("DELTA", delta_encode, delta_decode);
+const Stage kLzp = make_stage(
+    "LZP", kLzpTableEntries, [](auto &&...args) { lzp_encode(args..., 0); }, lzp_decode);
 const Stage kBwt = {"BWT", forward_bwt, inverse_bwt};
-const Stage kSt = array_stage("ST", kStContexts, st_forward, st_inverse);
-const Stage kRle = plain_stage(
-    "RLE", [](auto &&...args) { rle_forward(args..., 0); }, rle_inverse);
-const Stage kDce = plain_stage(
-    "DCE",
-    [](Buffer &in, Length n, Buffer &out, Length &out_len) {
-        Words runs(n, 7), models(kModelAreaBytes / 4, 7);
-        dce_encode(runs.data(), models.data(), in, n, out, out_len, 0);
+const Stage kSt = make_stage(
+    "ST", kStContexts, [](auto &&...args) { st_forward(args..., 0); }, st_inverse);
+const Stage kRle = make_stage("RLE", rle_forward, rle_inverse);
+const Stage kDce = make_stage(
+    "DCE", kModelAreaBytes / 4,
+    [](std::uint32_t *models, Buffer &in, Length n, Buffer &out, Length &out_len) {
+        Words runs(n, 7);
+        dce_encode(runs.data(), models, in, n, out, out_len, 0);
     },
-    [](Buffer &in, Length n, Buffer &out, Length &out_len, Length capacity) {
-        Words models(kModelAreaBytes / 4, 7);
-        return dce_decode(models.data(), in, n, out, out_len, capacity);
-    });
+    dce_decode);
 
 const std::vector<const Stage *> kStages = {&kEol, &kFlt32, &kDelta, &kLzp,
                                             &kBwt, &kSt,    &kRle,   &kDce};

@@ -159,32 +159,15 @@ TEST_F(Velkz, SaysWhatIsWrong) {
          1},
         {"memory limit", "velkz -M 1M text",
          "velkz: text: the memory limit is too low for blocks of this size\n", 1},
-        {"wrong options", R"sh(while read -r options; do
+        {"wrong options",
+         R"sh(for options in '-b127K code' '-b16M code' '-b1x code' '-M0 code' '-T-1 code' \
+                '-M99999999999G code' '-Tx code' '-S/ code' '--s=1 code' '--wrong code' \
+                '-c text code' '-c text -' '-o b text code' \
+                '-to b text.ref' '-co b text' '-c --rm text' '-t --rm text.ref' \
+                '-d --range 1:1 text.ref' '-d --range 1 -c text.ref' '--range 1:1 -c text' \
+                '-d --rm --range 1:1 -o b text.ref' '--size 9 text code'; do
             velkz $options </dev/null >>log 2>>log; echo $?
-        done <<end | uniq -c | tr -d ' '; ls b code.velk
--b127K code
--b16M code
--b1x code
--M0 code
--T-1 code
--M99999999999G code
--Tx code
--S/ code
---s=1 code
---wrong code
--c text code
--c text -
--o b text code
--to b text.ref
--co b text
--c --rm text
--t --rm text.ref
--d --range 1:1 text.ref
--d --range 1 -c text.ref
---range 1:1 -c text
--d --rm --range 1:1 -o b text.ref
---size 9 text code
-end)sh",
+        done | uniq -c | tr -d ' '; ls b code.velk)sh",
          "221\nls: cannot access 'b': No such "
          "file or directory\nls: cannot access 'code.velk': No such file or directory\n",
          2},
@@ -240,8 +223,7 @@ TEST_F(Velkz, LosesNothing) {
             velkz text; unvelkz text.velk -o a; velkz <text -o b; cat text | velkz -o c
             stat -c '%n %a %.3Y' text.velk a b; stat -c %a c)sh",
          "text.velk 664 981173106.789\na 664 981173106.789\nb 664 981173106.789\n600\n"},
-    } // namespace
-    );
+    });
 }
 
 // A shell has its background ignore SIGINT, and tells of killed processes.

@@ -1,31 +1,12 @@
-// Checksums, headers, switches and memory.
+// The switches.
 #include "archive/format.h"
-#include "archive/memory.h"
 #include "cli/switches.h"
-#include "data.h"
-#include "pipeline/crc32.h"
 
 #include <gtest/gtest.h>
 
 using namespace velk;
 
 namespace {
-
-TEST(Crc, BytesFromLastToFirst) {
-    crc32_init();
-    EXPECT_EQ(crc32_block(nullptr, 0), 0u);
-    EXPECT_EQ(crc32_block(to_bytes("987654321").data(), 9), 0xCBF43926u);
-    // Bit by bit, for all lengths around a step of the fast form.
-    for (std::uint32_t n = 1; n < 70; ++n) {
-        const Bytes bytes = random_bytes(n, 256, n);
-        std::uint32_t x = 0xFFFFFFFF;
-        for (std::uint32_t bit = 0; bit < 8 * n; ++bit) {
-            x ^= std::uint32_t{bytes[n - 1 - bit / 8]} >> bit % 8 & 1;
-            x = x >> 1 ^ (x & 1) * 0xEDB88320;
-        }
-        EXPECT_EQ(crc32_block(bytes.data(), n), ~x) << n;
-    }
-}
 
 // Parses one argument, or two, and returns the flags; -1 for a refusal of the first,
 // -2 of the second.
@@ -73,24 +54,6 @@ TEST(Switches, RefuseTheFirstWrongArgument) {
                               "-b99999999999999999999", "-e-", "-\xE9", "-b-128", "-b 128"}) {
         EXPECT_EQ(flags_for({wrong}, settings), -1) << wrong;
         EXPECT_EQ(flags_for({"-e", wrong}, settings), -2) << wrong;
-    }
-}
-
-TEST(Memory, FiguresOfBothDirections) {
-    const struct {
-        std::uint32_t block_size;
-        std::uint8_t bwt_off, st_off;
-        std::uint32_t compress_kbytes, decompress_kbytes;
-    } cases[] = {
-        {2097152, 0, 1, 18176, 10569}, {131072, 1, 0, 9536, 8512}, {131072, 1, 1, 1856, 648}};
-    for (const auto &c : cases) {
-        CoderContext context{};
-        context.settings.bwt_off = c.bwt_off;
-        context.settings.st_off = c.st_off;
-        EXPECT_EQ(alloc_compress(context, c.block_size) / 1024, c.compress_kbytes);
-        free_compress(context);
-        EXPECT_EQ(alloc_decompress(context, c.block_size) / 1024, c.decompress_kbytes);
-        free_decompress(context);
     }
 }
 

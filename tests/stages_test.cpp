@@ -1,0 +1,326 @@
+// Every stage on the same blocks. What it makes of each family of them has a CRC in
+// tests/golden/stages.txt, which no change may alter; it must bring each block back, and
+// face what no forward stage writes as the CRCs say: refuse it, or restore something within
+// its buffers (which the sanitizers watch to the byte).
+#include "archive/memory.h"
+#include "pipeline/byte_order.h"
+#include "pipeline/crc32.h"
+#include "stage_call.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <gtest/gtest.h>
+
+using namespace velk;
+
+namespace {
+
+using Blocks = std::vector<Bytes>;
+
+struct Family {
+    std::string name;
+    Blocks blocks;
+};
+
+void append(Bytes &bytes, const Bytes &more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+Bytes repeated(const Bytes &word, std::size_t times) {
+    return periodic(std::string(word.begin(), word.end()), times * word.size());
+}
+
+template<typename Make>
+Family family(const std::string &name, int count, Make make) {
+    Random random(static_cast<std::uint64_t>(count));
+    Family made{name, {}};
+    for (int i = 0; i < count; ++i)
+        made.blocks.push_back(make(random));
+    return made;
+}
+
+// Lines as long as the width, or near the lengths from which it is out of reach, of words of
+// any length; breaks of all kinds.
+Bytes lines(Random &random) {
+    const std::string breaks[] = {"\r\n", "\r\n", "\r\n", "\r\n ", "\r\n\r\n", "\n", "\r ", "\r"};
+    const std::uint32_t width =
+                            random.below(12) == 0 ? 253 + random.below(4) : 20 + random.below(30),
+                        kinds = 3 + random.below(6);
+    std::string text;
+    for (std::uint32_t i = 1 + random.below(40); i > 0; --i) {
+        const std::uint32_t less[] = {0, 0, random.below(4), 12 + random.below(6),
+                                      random.below(width)};
+        const std::uint32_t word = 2 + random.below(30);
+        for (std::uint32_t left = width - less[random.below(5)]; left > 0; --left)
+            text += random.below(word) == 0 ? ' ' : 'w';
+        text += breaks[random.below(kinds)];
+    }
+    return first_bytes(to_bytes(text),
+                       text.size() - random.below(static_cast<std::uint32_t>(text.size())) / 9);
+}
+
+// Calls with operands at both ends of those that are converted, and cut short.
+Bytes calls(Random &random) {
+    Bytes bytes(1 + random.below(40));
+    for (auto &b : bytes) {
+        const std::uint8_t common[] = {0xE8, 0, 0, 0, 0xFF, ' ', 0xE9, 0xE8};
+        b = random.below(4) == 0 ? static_cast<std::uint8_t>(random.below(64))
+                                 : common[random.below(8)];
+    }
+    for (std::uint32_t p = 0; p + 5 <= bytes.size(); p += 1 + random.below(9)) {
+        const std::uint32_t n = static_cast<std::uint32_t>(bytes.size());
+        const std::uint32_t around[] = {0u, n, n - p, n + p, 0u - p};
+        bytes[p] = 0xE8;
+        put_u32(&bytes[p + 1], around[random.below(5)] + random.below(3) - 1);
+    }
+    return bytes;
+}
+
+Bytes noisy_records(Random &random) {
+    const std::uint32_t most[] = {12, 60, 400, 9000};
+    const std::uint32_t n = 1 + random.below(most[random.below(4)]), size = 1 + random.below(5);
+    Bytes bytes = records(n, size, random.below(1u << 30));
+    if (random.below(3) == 0) std::fill_n(bytes.begin(), std::min(n, random.below(4)), 0);
+    for (std::uint32_t p = 0; p < n && n % 2 == 0; p += size)
+        bytes[p] = 7;
+    for (std::uint32_t i = random.below(1 + random.below(100)); i > 0; --i)
+        bytes[random.below(static_cast<std::uint32_t>(bytes.size()))] =
+            static_cast<std::uint8_t>(random.below(256));
+    return bytes;
+}
+
+// Matches as long as one, two and three bytes of a length code can say, and a bit more.
+Bytes matches(Random &random) {
+    const Bytes base = random_bytes(700, 250, random.below(1u << 30));
+    Bytes bytes;
+    for (std::uint32_t i = 2 + random.below(4); i > 0; --i) {
+        const std::uint32_t lengths[] = {60, 310, 566, 4};
+        const auto from = base.begin() + random.below(20);
+        const std::uint32_t length = lengths[random.below(4)] + random.below(12);
+        if (random.below(4) == 0) append(bytes, Bytes(length, base[0]));
+        bytes.insert(bytes.end(), from, from + length);
+        bytes.push_back(static_cast<std::uint8_t>(250 + random.below(6)));
+    }
+    if (random.below(2) == 0) bytes.pop_back();
+    return bytes;
+}
+
+// No byte value is rarer than another, and the one that serves as an escape follows what
+// predicts it: each costs a byte, about as many as the match at the end saves.
+Bytes escapes(Random &random) {
+    static constexpr std::uint32_t kWord = 8;
+    const bool long_code = random.below(8) == 0;
+    const std::uint32_t times = long_code ? 570 + random.below(20) : 56 + random.below(16);
+    Bytes order(times * 256 / kWord), bytes;
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        order[i] = static_cast<std::uint8_t>(i % (256 / kWord));
+        std::swap(order[i], order[random.below(static_cast<std::uint32_t>(i + 1))]);
+    }
+    for (const std::uint8_t word : order) {
+        for (std::uint32_t i = 0; i < kWord; ++i)
+            bytes.push_back(static_cast<std::uint8_t>(word * kWord + kWord - 1 - i));
+    }
+    const Bytes end = first_bytes(Bytes(bytes.begin() + 100, bytes.end()), long_code ? 576 : 64);
+    append(bytes, end);
+    return bytes;
+}
+
+Bytes short_runs(Random &random) {
+    Bytes bytes;
+    for (std::uint32_t i = 1 + random.below(20); i > 0; --i)
+        append(bytes, Bytes(1 + random.below(1 + random.below(40)),
+                            static_cast<std::uint8_t>(random.below(4))));
+    return bytes;
+}
+
+Bytes near_the_limit(Random &random) {
+    const std::size_t n = 1 + random.below(60);
+    return join({Bytes(n / 2, 'a'), random_bytes(n - n / 2, 2, random.below(1u << 30))});
+}
+
+// Groups of equal rotations, small enough to be looked at in each of its ways by the sort
+// whose order shows in their primary index.
+Bytes periods(Random &random) {
+    const std::uint32_t times[] = {2, 2, 2, 3, 3, 4, 5, 6, 8, 16, 17, 24, 25, 26, 27, 40};
+    const std::uint32_t i = random.below(16), n = 1 + random.below(1u << random.below(9));
+    return repeated(random_bytes(n, 1 + random.below(4), random.below(1u << 30)), times[i]);
+}
+
+// Groups around the largest that the sort's triples hold, and above, with others in them.
+Blocks large_groups() {
+    Blocks blocks;
+    for (const std::size_t times : {65534u, 65535u, 65536u, 65537u, 90000u}) {
+        for (const std::string word : {"a", "ab", "aab"})
+            blocks.push_back(periodic(word, times * word.size()));
+    }
+    for (const std::uint32_t rare : {9u, 60u, 1500u}) {
+        Bytes word = random_bytes(200000, rare, rare);
+        for (auto &b : word)
+            b = b == 7 ? 'x' : 'a';
+        blocks.push_back(repeated(word, 2));
+        blocks.push_back(repeated(first_bytes(word, 40000), 9));
+    }
+    for (const auto &[rows, times] : {std::pair{65535u, 5u}, {65536u, 4u}}) {
+        Random random(rows);
+        Bytes word; // so many times three equal bytes, with all kinds of bytes behind
+        for (std::uint32_t left = rows / times, length; left > 0; left -= length) {
+            length = std::min(left, random.below(60));
+            append(word, join({Bytes(length + 2, 'a'), {'x'}}));
+        }
+        blocks.push_back(repeated(word, times));
+    }
+    blocks.push_back(periodic("abcabcabd", 9 * 30000));
+    blocks.push_back(join({Bytes(90000, 'a'), to_bytes("b"), Bytes(80000, 'a'), to_bytes("c")}));
+    return blocks;
+}
+
+// Enough values in a few contexts that every kind of model is halved many times.
+Bytes many_values(Random &random) {
+    Bytes bytes = random_bytes(100000, 3 + random.below(30), random.below(1u << 30));
+    for (std::size_t i = 0; i < bytes.size(); i += 97)
+        bytes[i] = static_cast<std::uint8_t>(i);
+    return bytes;
+}
+
+std::vector<Family> families() {
+    std::vector<Family> all;
+    for (const auto &[name, bytes] : all_kinds(20000))
+        all.push_back({name, {bytes}});
+    for (const auto &[name, bytes] : all_kinds(70000)) {
+        if (name == "fibonacci" || name == "period of prose")
+            all.push_back({name + ", long", {bytes}});
+    }
+    all.push_back(family("small", 1000, [](Random &r) { return random_block(r, 300); }));
+    all.push_back(family("lines", 600, lines));
+    all.push_back(family("calls", 600, calls));
+    all.push_back(family("noisy records", 600, noisy_records));
+    all.push_back(family("matches", 300, matches));
+    all.push_back(family("escapes", 24, escapes));
+    all.push_back(family("short runs", 600, short_runs));
+    all.push_back(family("near the limit", 500, near_the_limit));
+    all.push_back(family("periods", 4000, periods));
+    all.push_back(family("many values", 4, many_values));
+    all.push_back({"large groups", large_groups()});
+    return all;
+}
+
+void append_verdict(Bytes &all, const std::optional<Bytes> &restored) {
+    all.push_back(restored ? 1 : 0);
+    if (restored) append(all, *restored);
+}
+
+std::string crc_line(const std::string &name, const Bytes &bytes) {
+    char crc[16];
+    std::snprintf(
+        crc, sizeof crc, "%08x",
+        static_cast<unsigned>(crc32_block(bytes.data(), static_cast<std::uint32_t>(bytes.size()))));
+    return std::string(crc) + "  " + name + "\n";
+}
+
+// The coded blocks, and what becomes of them with just too little room, and more.
+Bytes there_and_back(const Stage &stage, const Family &family, bool sorted) {
+    Bytes all;
+    // The table of the ST takes a while to clear.
+    const std::size_t step = &stage == &kSt && family.blocks.size() > 50 ? 16 : 1;
+    for (std::size_t i = 0; i < family.blocks.size(); i += step) {
+        const Bytes block = sorted ? kBwt.forward(family.blocks[i]) : family.blocks[i];
+        const Bytes coded = stage.forward(block);
+        append(all, coded);
+        const auto n = static_cast<std::uint32_t>(block.size());
+        const auto coded_len = static_cast<std::uint32_t>(coded.size());
+        EXPECT_EQ(stage.inverse(coded, std::max(n, coded_len) + kForwardSlack), block)
+            << stage.name << ", " << family.name << ", " << testing::PrintToString(block);
+        for (std::uint32_t room = std::max(coded_len, n - 1); n < 700 && room < n + 3; ++room)
+            append_verdict(all, stage.inverse(coded, room));
+    }
+    return all;
+}
+
+// Like `good`, and sometimes worse.
+Bytes damaged(Random &random, Bytes data) {
+    for (std::uint32_t k = 1 + random.below(3); k > 0; --k) {
+        // Often near the end, where the trailers are.
+        const std::size_t n = data.size();
+        const std::uint32_t back = random.below(
+            static_cast<std::uint32_t>(random.below(2) == 0 ? n : std::min<std::size_t>(n, 12)));
+        std::uint8_t &byte = data[n - 1 - back];
+        byte = static_cast<std::uint8_t>(random.below(3) == 0 ? byte + random.below(3) - 1
+                                                              : random.below(256));
+    }
+    return data;
+}
+
+// What becomes of random bytes, and of coded blocks that are damaged.
+Bytes verdicts_on_anything(const Stage &stage) {
+    Random random(5);
+    const bool slow = &stage == &kSt;
+    Bytes all;
+    const auto face = [&](const Bytes &data, std::size_t room) {
+        const auto capacity = static_cast<std::uint32_t>(std::max(data.size(), room));
+        const auto restored = stage.inverse(data, capacity);
+        EXPECT_TRUE(!restored || restored->size() <= capacity) << testing::PrintToString(data);
+        append_verdict(all, restored);
+    };
+    for (std::uint32_t n = 0; n < 12; ++n) {
+        face(Bytes(n, 1), 40);
+        face(join({Bytes(n), {1}}), 40);
+    }
+    for (int i = 0; i < (slow ? 60 : 1500); ++i) {
+        Bytes data = random_bytes(random.below(60), 1 + random.below(256), random.below(1u << 30));
+        if (!data.empty() && i % 4 != 0) data.back() = static_cast<std::uint8_t>(random.below(4));
+        face(data, data.size() + random.below(50));
+    }
+    for (const auto &[name, bytes] : all_kinds(500)) {
+        const Bytes good = stage.forward(bytes);
+        for (int i = 0; i < (slow ? 3 : 60); ++i)
+            face(damaged(random, good), bytes.size() + random.below(kForwardSlack));
+    }
+    for (int i = 0; i < (slow ? 40 : 4000); ++i) {
+        const Bytes block = random_block(random, 60);
+        face(damaged(random, stage.forward(block)), block.size() + random.below(3));
+    }
+    return all;
+}
+
+class Stages : public testing::TestWithParam<const Stage *> {};
+INSTANTIATE_TEST_SUITE_P(Each, Stages, testing::ValuesIn(kStages),
+                         [](const auto &test) { return test.param->name; });
+
+TEST_P(Stages, SameBytesAndVerdicts) {
+    const Stage &stage = *GetParam();
+    const std::string file = stage.name + ".txt";
+    std::string lines = crc_line("anything", verdicts_on_anything(stage));
+    for (const Family &family : families()) {
+        lines += crc_line(family.name, there_and_back(stage, family, false));
+        if (&stage == &kRle || &stage == &kDce)
+            lines += crc_line(family.name + ", sorted", there_and_back(stage, family, true));
+        ASSERT_TRUE(kept_text(file, lines).starts_with(lines)) << lines;
+    }
+    EXPECT_EQ(lines, kept_text(file, lines));
+}
+
+// Any column is some permutation's, most of them of several cycles. From 16384 bytes on it
+// is walked in lanes, which must come to the same bytes.
+TEST(InverseBwt, AnyColumn) {
+    Random random(7);
+    std::string lines;
+    for (std::uint32_t i = 0; i < 150; ++i) {
+        const std::uint32_t n = 16384 - 2 + random.below(i % 3 == 0 ? 6 : 30000);
+        Bytes data =
+            random_bytes(n, 1 + random.below(1u << random.below(9)), random.below(1u << 30));
+        if (i % 2 == 0) std::sort(data.begin(), data.end()); // every row a cycle of its own
+        for (std::uint32_t swaps = i % 4 == 0 ? random.below(2 * n) : 0; swaps > 0; --swaps) {
+            const std::uint32_t p = random.below(n - 9);
+            std::swap(data[p], data[p + random.below(9)]);
+        }
+        const std::uint32_t primary_index = i % 10 == 0 ? n - 1 + i / 10 % 3 : random.below(n);
+        data.resize(n + 5, 1);
+        put_u32(data.data() + n, primary_index);
+        Bytes verdict;
+        append_verdict(verdict, kBwt.inverse(data, n + 5 + random.below(100)));
+        lines += crc_line(std::to_string(n) + " bytes", verdict);
+    }
+    EXPECT_EQ(lines, kept_text("columns.txt", lines));
+}
+
+} // namespace
