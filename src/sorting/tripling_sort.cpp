@@ -19,8 +19,8 @@
 // the primary index, every step is part of the format: the quicksorts' pivots and
 // exchanges, the insertion sort's gap, the order of the groups.
 //
-// What is equal under all of that is a block made to meet the quicksort's worst pivots. Its
-// sort is given up after a number of steps, which is part of the format, too.
+// A block can be made to meet the quicksort's worst pivots at every partition. So the sort
+// counts its steps and gives up beyond a limit, which is part of the format, too.
 #include "sorting/bitmap.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
