@@ -28,11 +28,12 @@ std::vector<std::uint32_t> sorted_rows(const Bytes &block, Sort sort) {
     return rows;
 }
 
-// What the plain sort gives up: the period is sorted in its place, of any length.
+// What the plain sort gives up, hardly over its limit: the period is sorted in its place, of any
+// length.
 TEST(Bwt, PeriodsThatTakeTooManySteps) {
-    const Bytes bad_pivots = join({deep_partition(500000), {1, 0, 0, 0}});
+    const Bytes bad_pivots = join({deep_partition(400112), {1, 0, 0, 0}});
     EXPECT_TRUE(sorted_rows(bad_pivots, sort_by_tripling).empty());
-    EXPECT_EQ(kBwt.inverse(kBwt.forward(bad_pivots), 500100), bad_pivots);
+    EXPECT_EQ(kBwt.inverse(kBwt.forward(bad_pivots), 400200), bad_pivots);
 
     Random random(13);
     for (int i = 0; i < 200; ++i) {

@@ -146,6 +146,30 @@ Bytes periods(Random &random) {
     return repeated(random_bytes(n, 1 + random.below(4), random.below(1u << 30)), times[i]);
 }
 
+// Groups that are partitioned down to a few rows, in which every step may swap equal ones.
+Bytes partitioned_groups(Random &random) {
+    Bytes word(30 + random.below(60), 'a');
+    for (auto &b : word)
+        b = random.below(6) == 0 ? 'b' : 'a';
+    return repeated(word, 2 + random.below(2));
+}
+
+// Groups of the most rows that the triples hold, and of more, in a few kinds of equal rows.
+Blocks groups_of_few_kinds() {
+    Blocks blocks;
+    for (Bytes word : {to_bytes("abcdabceabcf"), to_bytes("abcdabcgabceabchabcf")}) {
+        for (const std::size_t rows : {65535u, 90000u}) {
+            for (std::size_t i = 0; i < word.size(); i += 4) {
+                std::rotate(word.begin(), word.begin() + 4, word.end());
+                blocks.push_back(repeated(word, 4 * rows / word.size()));
+            }
+        }
+    }
+    for (auto &block : blocks)
+        std::rotate(block.begin(), block.end() - 1, block.end()); // the second byte's row counts
+    return blocks;
+}
+
 // Groups around the largest that the sort's triples hold, and above, with others in them.
 Blocks large_groups() {
     Blocks blocks;
@@ -201,6 +225,8 @@ std::vector<Family> families() {
     all.push_back(family("periods", 4000, periods));
     all.push_back(family("many values", 4, many_values));
     all.push_back({"large groups", large_groups()});
+    all.push_back(family("partitioned groups", 4000, partitioned_groups));
+    all.push_back({"groups of few kinds", groups_of_few_kinds()});
     return all;
 }
 
