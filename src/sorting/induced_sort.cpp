@@ -158,8 +158,8 @@ FirstRows find_first_rows(const Valleys &v) {
 
 // Puts the L positions in their rows, which come first in those of a first byte. Increasing:
 // an entry whose preceding byte is not smaller than its own first byte (never smaller for a
-// valley) leads to an L position. valley: row entries of the sorted valleys; valley_ends:
-// where those of each first byte end.
+// valley) leads to an L position. valley: the sorted valleys; valley_ends: where those of
+// each first byte end.
 void induce_l(const Valleys &v, const std::uint32_t *valley, const std::uint32_t *valley_ends,
               const FirstRows &first, std::uint32_t *rows) {
     std::uint32_t next[256]; // by first byte, the next row to fill
@@ -176,7 +176,7 @@ void induce_l(const Valleys &v, const std::uint32_t *valley, const std::uint32_t
         }
         for (; i < valley_ends[c]; ++i) {
             fetch_before(v, valley[i + kAhead < v.count ? i + kAhead : i]);
-            induce(valley[i], c);
+            induce(row_entry(v, valley[i]), c);
         }
     }
 }
@@ -254,14 +254,12 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     }
     if (v.ties > 0 && !break_ties(v, index_array, spare, more_marks)) return false;
 
-    std::uint32_t *const valley = spare;
-    for (std::uint32_t i = 0; i < v.count; ++i)
-        valley[i] = row_entry(v, index_array[i]);
+    std::copy_n(index_array, v.count, spare); // the rows take its place
     std::uint32_t valley_ends[256];
     for (std::uint32_t c = 0; c < 256; ++c)
         valley_ends[c] = bucket_ends[c * 256 + 255];
     const FirstRows first = find_first_rows(v);
-    induce_l(v, valley, valley_ends, first, index_array);
+    induce_l(v, spare, valley_ends, first, index_array);
     induce_s(v, first, index_array);
     return true;
 }
