@@ -137,7 +137,10 @@ std::int64_t read_some_at(int fd, std::uint64_t offset, void *buffer, std::size_
 }
 
 std::int64_t write_some(int fd, const void *buffer, std::size_t size) {
-    return _write(fd, buffer, static_cast<unsigned>(std::min(size, kMostAtOnce)));
+    const int put = _write(fd, buffer, static_cast<unsigned>(std::min(size, kMostAtOnce)));
+    // To the C library, a pipe that nobody reads is an invalid argument.
+    if (put < 0 && errno == EINVAL && GetFileType(handle_of(fd)) == FILE_TYPE_PIPE) errno = EPIPE;
+    return put;
 }
 
 std::int64_t position_of(int fd) {
