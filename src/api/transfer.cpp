@@ -1,5 +1,6 @@
 #include "api/transfer.h"
 
+#include "api/block_queue.h"
 #include "archive/format.h"
 
 namespace velk {

@@ -1,12 +1,14 @@
 // All blocks of a stream, from its reading end to its writing end.
 #pragma once
 
-#include "api/block_queue.h"
+#include "api/coder.h"
 
 #include <cstddef>
 #include <cstdint>
 
 namespace velk {
+
+struct BlockQueue;
 
 // One call of velk_compress_stream or velk_decompress_stream. A plain record that may be
 // filled with zeros.
