@@ -38,18 +38,21 @@ TEST(Bwt, PeriodsThatTakeTooManySteps) {
     Random random(13);
     for (int i = 0; i < 200; ++i) {
         const Bytes word = random_block(random, i % 2 == 0 ? 20 : 500);
-        Bytes block = word;
-        for (std::uint32_t k = random.below(40); k > 0; --k)
+        const std::uint32_t times = 1 + random.below(40);
+        Bytes block;
+        for (std::uint32_t k = 0; k < times; ++k)
             block = join({block, word});
         const auto by_period = [](auto... arguments) {
             sort_by_period(arguments...);
             return true;
         };
-        // Equal rotations in another order, but with the same byte before them.
+        // Equal rotations in the order of the block, with the same byte before them.
         const auto rows = sorted_rows(block, by_period),
                    right = sorted_rows(block, sort_by_tripling);
-        for (std::size_t r = 0; r < rows.size(); ++r)
+        for (std::size_t r = 0; r < rows.size(); ++r) {
             ASSERT_EQ(rows[r] >> 24, right[r] >> 24) << testing::PrintToString(block);
+            ASSERT_TRUE(r % times == 0 || rows[r - 1] < rows[r]) << testing::PrintToString(block);
+        }
     }
 }
 

@@ -202,6 +202,14 @@ TEST(Library, AllocationsAndThreadsThatFail) {
     memory_watch.restart(-1, -1);
 }
 
+TEST(Library, ThreadsWorkAtTheSameTime) {
+    memory_watch.restart(-1, -1);
+    memory_watch.together = true;
+    compress(options_with(2), mixed());
+    memory_watch.together = false;
+    EXPECT_EQ(memory_watch.started, 2);
+}
+
 // The figures of the header, up to the pages that allocations are rounded to.
 TEST(Library, MemoryLimit) {
     const Bytes &in = mixed(), &archive = mixed_archive();

@@ -349,4 +349,11 @@ TEST(InverseBwt, AnyColumn) {
     EXPECT_EQ(lines, kept_text("columns.txt", lines));
 }
 
+// A block of one byte; a value that comes first behind the block's end, or at its start again.
+TEST(InverseDce, FirstPlacesOfValues) {
+    EXPECT_TRUE(kDce.inverse({0, 49, 37, 26, 141, 205, 3, 0, 0, 0, 1}, 30).has_value());
+    EXPECT_FALSE(kDce.inverse({0, 73, 6, 160, 37, 26, 123, 50, 5, 0, 0, 0, 1}, 30).has_value());
+    EXPECT_FALSE(kDce.inverse({0, 73, 247, 171, 184, 18, 2, 4, 0, 0, 0, 1}, 30).has_value());
+}
+
 } // namespace
