@@ -1,5 +1,6 @@
 // The sorts against each other; that their order stays as it is, tests/golden shows.
 #include "deep_partition.h"
+#include "pipeline/byte_order.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
 #include "stage_call.h"
@@ -54,6 +55,17 @@ TEST(Bwt, PeriodsThatTakeTooManySteps) {
             ASSERT_TRUE(r % times == 0 || rows[r - 1] < rows[r]) << testing::PrintToString(block);
         }
     }
+}
+
+// Of a large group a part whose keys are equal stays as it is, which the row of the second
+// byte shows here.
+TEST(Bwt, EqualKeysInALargeGroup) {
+    constexpr std::size_t kPieces = 7666;
+    std::string word;
+    for (std::size_t i = 0; i < kPieces; ++i)
+        word += i == 3833 || i == 4390 ? "ijkabcegh" : "ijkabcdgh";
+    const Bytes coded = kBwt.forward(periodic(word, 9 * word.size()));
+    EXPECT_EQ(get_u32(&coded[coded.size() - 5]), 512435u);
 }
 
 // A bucket of more valleys than the scratch of the induced sort holds.
