@@ -24,8 +24,11 @@ constexpr std::uint32_t kMinTieDepth = 40;
 constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
 // A block of whose valleys one in so many agree so far is repetitive, too.
 constexpr std::uint32_t kRepetitivePart = 16;
-// Larger sets of entries are first split by a byte of their keys.
+// Larger sets of entries are first split by some bits of their keys; very large ones by more.
 constexpr std::uint32_t kMinCounting = 512;
+constexpr std::uint32_t kFewBits = 8;
+constexpr std::uint32_t kMinMoreBits = 4096;
+constexpr std::uint32_t kMoreBits = 11;
 
 std::uint32_t position_of(ValleyEntry entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
@@ -37,41 +40,39 @@ std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
     return q < v.n ? q : q % v.n;
 }
 
-// Sorts by whole keys. Larger sets are first split by the highest byte in which any differ:
-// in tables most differ in one byte only.
+// Sorts by whole keys. Larger sets are first split by the highest bits in which any differ:
+// digits and letters differ in few (splitting by bytes takes tables 5 to 10 % longer).
 void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m) {
     if (m <= kMinCounting) return sort_distinct(entries, m); // positions differ
     ValleyEntry differences = 0;
     for (std::uint32_t i = 1; i < m; ++i)
         differences |= entries[i] ^ entries[0];
     if (differences >> kKeyShift == 0) return;
-    if (m > v.n / 4) {
-        // More than the scratch holds, most with the same key: set the median's apart. The
-        // two sides fit, as m is at most n / 2.
-        ValleyEntry *const median = entries + m / 2;
-        std::nth_element(entries, median, entries + m);
-        const std::uint64_t key = *median >> kKeyShift;
-        const ValleyEntry *const first = std::partition(
-            entries, median, [&](ValleyEntry entry) { return entry >> kKeyShift < key; });
-        ValleyEntry *const last = std::partition(
-            median, entries + m, [&](ValleyEntry entry) { return entry >> kKeyShift == key; });
-        sort_entries(v, entries, static_cast<std::uint32_t>(first - entries));
-        sort_entries(v, last, static_cast<std::uint32_t>(entries + m - last));
+    if (m > v.n / 4) { // more than the scratch holds; at most n / 2
+        const std::uint32_t half = m / 2;
+        std::nth_element(entries, entries + half, entries + m);
+        sort_entries(v, entries, half);
+        sort_entries(v, entries + half, m - half);
         return;
     }
-    const std::uint32_t shift = static_cast<std::uint32_t>(std::bit_width(differences) - 1) / 8 * 8;
-    std::uint32_t ends[256] = {};
+    const std::uint32_t bits = m < kMinMoreBits ? kFewBits : kMoreBits;
+    const auto width = static_cast<std::uint32_t>(std::bit_width(differences));
+    const std::uint32_t shift = std::max(width - bits, kKeyShift);
+    const auto digit = [&](ValleyEntry entry) { return entry >> shift & ((1u << bits) - 1); };
+    std::uint32_t ends[1u << kMoreBits];
+    std::fill(ends, ends + (1u << bits), 0);
     for (std::uint32_t i = 0; i < m; ++i)
-        ++ends[entries[i] >> shift & 255];
+        ++ends[digit(entries[i])];
     std::uint32_t sum = 0;
-    for (std::uint32_t &end : ends)
-        sum += std::exchange(end, sum);
+    for (std::uint32_t d = 0; d < 1u << bits; ++d)
+        sum += std::exchange(ends[d], sum);
     std::memcpy(v.scratch, entries, m * sizeof *entries);
     for (std::uint32_t i = 0; i < m; ++i)
-        entries[ends[v.scratch[i] >> shift & 255]++] = v.scratch[i];
+        entries[ends[digit(v.scratch[i])]++] = v.scratch[i];
     if (shift == kKeyShift) return;
     std::uint32_t begin = 0;
-    for (const std::uint32_t end : ends) {
+    for (std::uint32_t d = 0; d < 1u << bits; ++d) {
+        const std::uint32_t end = ends[d];
         if (end - begin > 1) sort_entries(v, entries + begin, end - begin);
         begin = end;
     }
