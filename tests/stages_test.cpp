@@ -105,37 +105,12 @@ Bytes matches(Random &random) {
     return bytes;
 }
 
-// No byte value is rarer than another, and the one that serves as an escape follows what
-// predicts it: each costs a byte, about as many as the match at the end saves.
-Bytes escapes(Random &random) {
-    static constexpr std::uint32_t kWord = 8;
-    const bool long_code = random.below(8) == 0;
-    const std::uint32_t times = long_code ? 570 + random.below(20) : 56 + random.below(16);
-    Bytes order(times * 256 / kWord), bytes;
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        order[i] = static_cast<std::uint8_t>(i % (256 / kWord));
-        std::swap(order[i], order[random.below(static_cast<std::uint32_t>(i + 1))]);
-    }
-    for (const std::uint8_t word : order) {
-        for (std::uint32_t i = 0; i < kWord; ++i)
-            bytes.push_back(static_cast<std::uint8_t>(word * kWord + kWord - 1 - i));
-    }
-    const Bytes end = first_bytes(Bytes(bytes.begin() + 100, bytes.end()), long_code ? 576 : 64);
-    append(bytes, end);
-    return bytes;
-}
-
 Bytes short_runs(Random &random) {
     Bytes bytes;
     for (std::uint32_t i = 1 + random.below(20); i > 0; --i)
         append(bytes, Bytes(1 + random.below(1 + random.below(40)),
                             static_cast<std::uint8_t>(random.below(4))));
     return bytes;
-}
-
-Bytes near_the_limit(Random &random) {
-    const std::size_t n = 1 + random.below(60);
-    return join({Bytes(n / 2, 'a'), random_bytes(n - n / 2, 2, random.below(1u << 30))});
 }
 
 // Groups of equal rotations, small enough to be looked at in each of its ways by the sort
@@ -219,9 +194,7 @@ std::vector<Family> families() {
     all.push_back(family("calls", 600, calls));
     all.push_back(family("noisy records", 600, noisy_records));
     all.push_back(family("matches", 300, matches));
-    all.push_back(family("escapes", 24, escapes));
     all.push_back(family("short runs", 600, short_runs));
-    all.push_back(family("near the limit", 500, near_the_limit));
     all.push_back(family("periods", 4000, periods));
     all.push_back(family("many values", 4, many_values));
     all.push_back({"large groups", large_groups()});
