@@ -40,9 +40,7 @@ TEST(Bwt, PeriodsThatTakeTooManySteps) {
     for (int i = 0; i < 200; ++i) {
         const Bytes word = random_block(random, i % 2 == 0 ? 20 : 500);
         const std::uint32_t times = 1 + random.below(40);
-        Bytes block;
-        for (std::uint32_t k = 0; k < times; ++k)
-            block = join({block, word});
+        const Bytes block = repeated(word, times);
         const auto by_period = [](auto... arguments) {
             sort_by_period(arguments...);
             return true;
@@ -64,7 +62,7 @@ TEST(Bwt, EqualKeysInALargeGroup) {
     std::string word;
     for (std::size_t i = 0; i < kPieces; ++i)
         word += i == 3833 || i == 4390 ? "ijkabcegh" : "ijkabcdgh";
-    const Bytes coded = kBwt.forward(periodic(word, 9 * word.size()));
+    const Bytes coded = kBwt.forward(repeated(to_bytes(word), 9));
     EXPECT_EQ(get_u32(&coded[coded.size() - 5]), 512435u);
 }
 

@@ -26,10 +26,6 @@ void append(Bytes &bytes, const Bytes &more) {
     bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
-Bytes repeated(const Bytes &word, std::size_t times) {
-    return periodic(std::string(word.begin(), word.end()), times * word.size());
-}
-
 template<typename Make>
 Family family(const std::string &name, int count, Make make) {
     Random random(static_cast<std::uint64_t>(count));
@@ -102,14 +98,6 @@ Bytes matches(Random &random) {
         bytes.push_back(static_cast<std::uint8_t>(250 + random.below(6)));
     }
     if (random.below(2) == 0) bytes.pop_back();
-    return bytes;
-}
-
-Bytes short_runs(Random &random) {
-    Bytes bytes;
-    for (std::uint32_t i = 1 + random.below(20); i > 0; --i)
-        append(bytes, Bytes(1 + random.below(1 + random.below(40)),
-                            static_cast<std::uint8_t>(random.below(4))));
     return bytes;
 }
 
@@ -194,7 +182,6 @@ std::vector<Family> families() {
     all.push_back(family("calls", 600, calls));
     all.push_back(family("noisy records", 600, noisy_records));
     all.push_back(family("matches", 300, matches));
-    all.push_back(family("short runs", 600, short_runs));
     all.push_back(family("periods", 4000, periods));
     all.push_back(family("many values", 4, many_values));
     all.push_back({"large groups", large_groups()});

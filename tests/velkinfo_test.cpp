@@ -147,9 +147,6 @@ TEST_F(Velkinfo, SalvageKeepsInnerArchivesApart) {
 // Archives made to keep salvage busy: what counts is the bytes that it checksums.
 TEST_F(Velkinfo, SalvageReadsEachByteABoundedNumberOfTimes) {
     constexpr std::size_t kLength = 300000;
-    const auto repeated = [](const Bytes &word, std::size_t times) {
-        return periodic(std::string(word.begin(), word.end()), times * word.size());
-    };
     const Bytes good = make_archive(0x20, {{'a'}});
     const Bytes start = first_bytes(good, record_starts(good)[0]);
     const Bytes record(good.begin() + static_cast<int>(start.size()), good.end());
