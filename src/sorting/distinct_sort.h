@@ -5,7 +5,9 @@
 
 namespace velk {
 
-// Sorts `m` numbers, no two of them equal, in O(m log m).
-void sort_distinct(std::uint64_t *numbers, std::uint32_t m);
+// Sorts `m` numbers, no two of them equal, by their bits from low_bit on; those that agree
+// there come in any order. scratch: scratch_size numbers, any; with m of them it is fast.
+void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bit,
+                   std::uint64_t *scratch, std::uint32_t scratch_size);
 
 } // namespace velk

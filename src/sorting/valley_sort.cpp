@@ -9,9 +9,6 @@
 #include "sorting/rotation_sort.h"
 #include "sorting/valleys.h"
 
-#include <algorithm>
-#include <bit>
-#include <cstring>
 #include <utility>
 
 namespace velk {
@@ -24,11 +21,6 @@ constexpr std::uint32_t kMinTieDepth = 40;
 constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
 // A block of whose valleys one in so many agree so far is repetitive, too.
 constexpr std::uint32_t kRepetitivePart = 16;
-// Larger sets of entries are first split by some bits of their keys; very large ones by more.
-constexpr std::uint32_t kMinCounting = 512;
-constexpr std::uint32_t kFewBits = 8;
-constexpr std::uint32_t kMinMoreBits = 4096;
-constexpr std::uint32_t kMoreBits = 11;
 
 std::uint32_t position_of(ValleyEntry entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
@@ -38,44 +30,6 @@ std::uint32_t position_of(ValleyEntry entry) {
 std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
     const std::uint32_t q = p + distance;
     return q < v.n ? q : q % v.n;
-}
-
-// Sorts by whole keys. Larger sets are first split by the highest bits in which any differ:
-// digits and letters differ in few (splitting by bytes takes tables 5 to 10 % longer).
-void sort_entries(const Valleys &v, ValleyEntry *entries, std::uint32_t m) {
-    if (m <= kMinCounting) return sort_distinct(entries, m); // positions differ
-    ValleyEntry differences = 0;
-    for (std::uint32_t i = 1; i < m; ++i)
-        differences |= entries[i] ^ entries[0];
-    if (differences >> kKeyShift == 0) return;
-    if (m > v.n / 4) { // more than the scratch holds; at most n / 2
-        const std::uint32_t half = m / 2;
-        std::nth_element(entries, entries + half, entries + m);
-        sort_entries(v, entries, half);
-        sort_entries(v, entries + half, m - half);
-        return;
-    }
-    const std::uint32_t bits = m < kMinMoreBits ? kFewBits : kMoreBits;
-    const auto width = static_cast<std::uint32_t>(std::bit_width(differences));
-    const std::uint32_t shift = std::max(width - bits, kKeyShift);
-    const auto digit = [&](ValleyEntry entry) { return entry >> shift & ((1u << bits) - 1); };
-    std::uint32_t ends[1u << kMoreBits];
-    std::fill(ends, ends + (1u << bits), 0);
-    for (std::uint32_t i = 0; i < m; ++i)
-        ++ends[digit(entries[i])];
-    std::uint32_t sum = 0;
-    for (std::uint32_t d = 0; d < 1u << bits; ++d)
-        sum += std::exchange(ends[d], sum);
-    std::memcpy(v.scratch, entries, m * sizeof *entries);
-    for (std::uint32_t i = 0; i < m; ++i)
-        entries[ends[digit(v.scratch[i])]++] = v.scratch[i];
-    if (shift == kKeyShift) return;
-    std::uint32_t begin = 0;
-    for (std::uint32_t d = 0; d < 1u << bits; ++d) {
-        const std::uint32_t end = ends[d];
-        if (end - begin > 1) sort_entries(v, entries + begin, end - begin);
-        begin = end;
-    }
 }
 
 // How many bytes from the valley p on determine its piece, which ends with the next valley:
@@ -144,7 +98,7 @@ void sort_bucket(Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_
         std::uint32_t first_other = 1;
         while (first_other < m && key(first_other) == key(0))
             ++first_other;
-        if (first_other < m) sort_entries(v, entries, m);
+        if (first_other < m) sort_distinct(entries, m, kKeyShift, v.scratch, v.n / 4);
 
         depth += kKeyBytes;
         ValleyEntry *largest = entries;

@@ -106,7 +106,7 @@ void place_runs(const Ties &t, std::uint32_t begin, std::uint32_t end, std::uint
 }
 
 // Sorts the group of the valley k. Returns the work of it, or kTooMuch, with nothing done,
-// when the scratch is too small for it or all valleys are of the group.
+// when all valleys are of the group.
 std::uint32_t refine_group(const Ties &t, std::uint32_t k) {
     const std::uint32_t begin = t.name[k];
     if (!t.is_tied(begin + 2)) {
@@ -117,16 +117,16 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k) {
     std::uint32_t m = 0; // valleys that another group follows
     std::uint32_t lower = 0;
     do {
-        if (m == t.scratch_size) return kTooMuch;
         if (end + kAhead < t.count) prefetch(t.name, 4u * t.number(end + kAhead));
         const std::uint32_t l = t.number(end++);
         const std::uint32_t after = t.name_after(l);
-        t.scratch[m] = std::uint64_t{after} << 32 | l;
-        m += after != begin;
+        if (after == begin) continue;
+        assert(m < t.scratch_size); // as many valleys are of other groups
+        t.scratch[m++] = std::uint64_t{after} << 32 | l;
         lower += after < begin;
     } while (t.is_tied(end));
     if (m == 0) return kTooMuch;
-    sort_distinct(t.scratch, m);
+    sort_distinct(t.scratch, m, 32, t.scratch + m, t.scratch_size - m);
     std::uint32_t last = t.count;
     for (std::uint32_t i = 0; i < m; ++i) {
         const std::uint32_t after = static_cast<std::uint32_t>(t.scratch[i] >> 32);
