@@ -1,5 +1,6 @@
 // The sorts against each other; that their order stays as it is, tests/golden shows.
 #include "deep_partition.h"
+#include "pipeline/byte_order.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
 #include "stage_call.h"
@@ -38,19 +39,31 @@ TEST(Bwt, PeriodsThatTakeTooManySteps) {
     Random random(13);
     for (int i = 0; i < 200; ++i) {
         const Bytes word = random_block(random, i % 2 == 0 ? 20 : 500);
-        Bytes block = word;
-        for (std::uint32_t k = random.below(40); k > 0; --k)
-            block = join({block, word});
+        const std::uint32_t times = 1 + random.below(40);
+        const Bytes block = repeated(word, times);
         const auto by_period = [](auto... arguments) {
             sort_by_period(arguments...);
             return true;
         };
-        // Equal rotations in another order, but with the same byte before them.
+        // Equal rotations in the order of the block, with the same byte before them.
         const auto rows = sorted_rows(block, by_period),
                    right = sorted_rows(block, sort_by_tripling);
-        for (std::size_t r = 0; r < rows.size(); ++r)
+        for (std::size_t r = 0; r < rows.size(); ++r) {
             ASSERT_EQ(rows[r] >> 24, right[r] >> 24) << testing::PrintToString(block);
+            ASSERT_TRUE(r % times == 0 || rows[r - 1] < rows[r]) << testing::PrintToString(block);
+        }
     }
+}
+
+// Of a large group a part whose keys are equal stays as it is, which the row of the second
+// byte shows here.
+TEST(Bwt, EqualKeysInALargeGroup) {
+    constexpr std::size_t kPieces = 7666;
+    std::string word;
+    for (std::size_t i = 0; i < kPieces; ++i)
+        word += i == 3833 || i == 4390 ? "ijkabcegh" : "ijkabcdgh";
+    const Bytes coded = kBwt.forward(repeated(to_bytes(word), 9));
+    EXPECT_EQ(get_u32(&coded[coded.size() - 5]), 512435u);
 }
 
 // A bucket of more valleys than the scratch of the induced sort holds.

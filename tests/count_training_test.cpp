@@ -50,6 +50,9 @@ TEST(CountTraining, ComputesTheSizesOfTheCoder) {
         EXPECT_GE(by_context, parts.distances + parts.two_bits) << n;
         EXPECT_LE(by_context, parts.all() - parts.raw + 1e-6) << n;
     }
+    // Of the header count the length and where each value comes first, nothing else.
+    const Bytes one = periodic("abc", 90), other = join({to_bytes("abc"), Bytes(87, 'a')});
+    EXPECT_EQ(coded_bits(table, one.data(), 90).header, coded_bits(table, other.data(), 90).header);
 }
 
 } // namespace

@@ -38,6 +38,10 @@ Bytes periodic(const std::string &word, std::size_t n) {
     return bytes;
 }
 
+Bytes repeated(const Bytes &word, std::size_t times) {
+    return periodic(std::string(word.begin(), word.end()), times * word.size());
+}
+
 Bytes fibonacci(std::size_t n) {
     std::string a = "a", b = "ab";
     while (b.size() < n)

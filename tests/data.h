@@ -30,6 +30,7 @@ Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed);
 // Up to `most` bytes over an alphabet of any size; small ones come up most.
 Bytes random_block(Random &random, std::uint32_t most);
 Bytes periodic(const std::string &word, std::size_t n);
+Bytes repeated(const Bytes &word, std::size_t times);
 // Two words that grow as the Fibonacci numbers do: many near-equal rotations.
 Bytes fibonacci(std::size_t n);
 // Runs of geometric lengths over a few byte values.

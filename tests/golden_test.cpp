@@ -29,6 +29,7 @@ std::vector<Golden> golden() {
         {"no-rle", "-or", text},
         {"no-dce", "-ozd", text},
         {"fallback", "-b128", random_bytes(3000, 256, 6)},
+        {"no-gain", "-eflzd", join({random_bytes(200, 256, 6), Bytes(27, 'a')})},
         {"stored", "-eflzwrdo", random_bytes(1000, 256, 8)},
         {"two-blocks", "-ab128", join({block, prose(5000, 40, "\r\n", 9)})},
         {"empty", "-o", {}},

@@ -110,8 +110,8 @@ velk_stream TestStream::callbacks() {
     return {this, read_part, write_part, tell, {}};
 }
 
-velk_status open_reader(velk_reader *&reader, TestArchive &archive) {
-    return velk_reader_open(&reader, nullptr, read_at, &archive);
+velk_status open_reader(velk_reader *&reader, TestArchive &archive, const velk_options *options) {
+    return velk_reader_open(&reader, options, read_at, &archive);
 }
 
 Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls) {

@@ -48,7 +48,8 @@ struct TestArchive {
     int good_calls = -1; // then one fails; -1: none does
 };
 
-velk_status open_reader(velk_reader *&reader, TestArchive &archive);
+velk_status open_reader(velk_reader *&reader, TestArchive &archive,
+                        const velk_options *options = nullptr);
 // Reads the original by a reader from its start, in pieces of `piece` bytes.
 Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1);
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <malloc.h>
 #include <pthread.h>
+#include <unistd.h>
 
 MemoryWatch memory_watch;
 
@@ -11,6 +12,7 @@ void MemoryWatch::restart(int allocations, int threads) {
     good_threads = threads;
     failed = false;
     held = most_held = 0;
+    started = 0;
 }
 
 namespace {
@@ -39,6 +41,7 @@ void given_back(void *memory) {
 extern "C" {
 
 using ThreadMain = void *(void *);
+ThreadMain *thread_main;
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *memory, std::size_t size);
@@ -64,10 +67,19 @@ void __wrap_free(void *memory) {
     __real_free(memory);
 }
 
+void *work_together(void *argument) {
+    for (int i = 0; memory_watch.started < 2 && i < 1000; ++i)
+        usleep(10000);
+    return thread_main(argument);
+}
+
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, ThreadMain *main,
                           void *argument) {
     if (!goes_well(memory_watch.good_threads)) return EAGAIN;
-    return __real_pthread_create(thread, attributes, main, argument);
+    ++memory_watch.started;
+    if (!memory_watch.together) return __real_pthread_create(thread, attributes, main, argument);
+    thread_main = main;
+    return __real_pthread_create(thread, attributes, work_together, argument);
 }
 
 } // extern "C"

@@ -9,6 +9,8 @@ struct MemoryWatch {
     std::atomic<int> good_allocations = -1, good_threads = -1; // then all fail; -1: none does
     std::atomic<bool> failed = false;
     std::atomic<long> held = 0, most_held = 0; // bytes
+    std::atomic<int> started = 0;              // threads
+    bool together = false; // the first thread sets to work when there is a second one
     void restart(int allocations, int threads);
 };
 

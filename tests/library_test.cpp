@@ -1,6 +1,7 @@
 // libvelk: the program's bytes by any number of threads, whatever the callbacks do and
 // however little memory there is.
 #include "archive/format.h"
+#include "archive/memory.h"
 #include "archive_call.h"
 #include "library_call.h"
 #include "library_memory.h"
@@ -21,7 +22,7 @@ constexpr std::uint32_t kBlock = VELK_MIN_BLOCK_SIZE;
 // Nine blocks and a part, of which no two take the same time.
 const Bytes &mixed() {
     static const Bytes bytes = [] {
-        Bytes b = join({prose(300000, 70, "\r\n", 1), code(400000, 2), records(200000, 4, 3),
+        Bytes b = join({code(400000, 2), prose(300000, 70, "\r\n", 1), records(200000, 4, 3),
                         random_bytes(150000, 256, 4), runs(250000, 5)});
         b.resize(9 * kBlock + 12345);
         return b;
@@ -44,6 +45,7 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
         {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, {}}, mixed().size()},
         {"-b200t", {204800, 0, 0, VELK_OFF_BWT, 0, 0, {}}, mixed().size()},
         {"-b128zedfo", {kBlock, 0, 0, 0xAB, 0, 1, {}}, 3 * kBlock},
+        {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, {}}, kBlock},
         {"-a", {0, 0, 0, VELK_OFF_ST, 1, 0, {}}, 1000},
         {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, {}}, kBlock + 1},
         {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, {}}, 0},
@@ -62,7 +64,7 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
             EXPECT_EQ(decompress(c.options, archive, in.size() - 1),
                       (Outcome{VELK_ERROR_SPACE, first_bytes(in, in.size() - 1)}));
         }
-        TestStream known(in), unknown(in);
+        TestStream known(in), unknown(in), large(in);
         velk_stream callbacks = known.callbacks();
         EXPECT_EQ(velk_compress_stream(&c.options, &callbacks, in.size()), VELK_OK);
         EXPECT_EQ(known.out, archive);
@@ -72,6 +74,11 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
         EXPECT_EQ(decompress(c.options, unknown.out, in.size()), (Outcome{VELK_OK, in}));
         const bool sized = in.size() > kBlock + 1 && (c.options.stages_off & VELK_OFF_FLT32) == 0;
         EXPECT_TRUE(sized || unknown.out == archive);
+        if (!sized) continue;
+        // What is assumed.
+        callbacks = large.callbacks();
+        EXPECT_EQ(velk_compress_stream(&c.options, &callbacks, (64 << 20) - 1), VELK_ERROR_READ);
+        EXPECT_EQ(large.out, first_bytes(unknown.out, large.out.size()));
     }
 }
 
@@ -225,6 +232,14 @@ TEST(Library, AllocationsAndThreadsThatFail) {
     memory_watch.restart(-1, -1);
 }
 
+TEST(Library, ThreadsWorkAtTheSameTime) {
+    memory_watch.restart(-1, -1);
+    memory_watch.together = true;
+    compress(options_with(2), mixed());
+    memory_watch.together = false;
+    EXPECT_EQ(memory_watch.started, 2);
+}
+
 // The figures of the header, up to the pages that allocations are rounded to.
 TEST(Library, MemoryLimit) {
     const Bytes &in = mixed(), &archive = mixed_archive();
@@ -244,6 +259,22 @@ TEST(Library, MemoryLimit) {
         check(threads * (kBlock * 5 + waiting + (330 << 10)), threads, true);
     }
     velk_options options = options_with(1);
+    options.memory_limit = kBlock * 9 + (770 << 10); // leaves less than what is read ahead
+    TestStream stream(in);
+    const velk_stream callbacks = stream.callbacks();
+    EXPECT_EQ(velk_compress_stream(&options, &callbacks, VELK_SIZE_UNKNOWN), VELK_ERROR_MEMORY);
+    CoderContext context{};
+    context.settings.st_off = 1;
+    const std::uint32_t least = alloc_decompress(context, kBlock);
+    free_decompress(context);
+    for (const std::uint32_t index_bytes : {127u, 128u}) {
+        velk_reader *reader;
+        TestArchive test{archive};
+        options.memory_limit = least + index_bytes;
+        EXPECT_EQ(open_reader(reader, test, &options),
+                  index_bytes == 128 ? VELK_OK : VELK_ERROR_MEMORY);
+        velk_reader_close(reader);
+    }
     options.memory_limit = kBlock * 5;
     EXPECT_EQ(compress(options, in).status, VELK_ERROR_MEMORY);
     EXPECT_EQ(decompress(options, archive, in.size()).status, VELK_ERROR_MEMORY);
@@ -322,11 +353,15 @@ TEST(Library, SingleBlocksMakeTheSameArchive) {
                   VELK_OK);
         EXPECT_EQ(velk_record_size(record.data(), &told), VELK_OK);
         EXPECT_EQ(told, size);
+        EXPECT_EQ(velk_encode_block(encoder, block, length, record.data(), size, &got), VELK_OK);
         const auto decode = [&](std::size_t of_record) {
             return velk_decode_block(decoder, record.data(), of_record, restored.data(), length,
                                      &got);
         };
-        EXPECT_EQ(decode(size - 1), VELK_ERROR_DAMAGED);
+        const auto data_size = static_cast<std::uint32_t>(size - kRecordHeadBytes);
+        put_record_head(record.data(), data_size - 1);
+        EXPECT_EQ(decode(size), VELK_ERROR_DAMAGED);
+        put_record_head(record.data(), data_size);
         ASSERT_EQ(decode(size), VELK_OK);
         EXPECT_TRUE(got == length && std::equal(block, block + length, restored.begin()));
         record.resize(size);
@@ -342,7 +377,16 @@ TEST(Library, DamagedArchivesEndAsInTheProgram) {
     const Bytes block = prose(400, 60, "\n", 1);
     const Bytes archive = make_archive(0x20, {block, block, block});
     for (std::size_t at = 0; at < archive.size(); ++at) {
-        ASSERT_EQ(difference_to_program(first_bytes(archive, at)), "") << at;
+        const Bytes cut = first_bytes(archive, at);
+        ASSERT_EQ(difference_to_program(cut), "") << at;
+        // Where an archive is cut short its heads alone show it.
+        const velk_status status = decompress(options_with(1), cut, 2000).status;
+        std::uint64_t bound;
+        velk_reader *reader;
+        TestArchive test{cut};
+        ASSERT_EQ(velk_decompress_bound(cut.data(), cut.size(), &bound), status) << at;
+        ASSERT_EQ(open_reader(reader, test), status) << at;
+        velk_reader_close(reader);
         Bytes damaged = archive;
         damaged[at] ^= static_cast<std::uint8_t>(1 << at % 8);
         ASSERT_EQ(difference_to_program(damaged), "") << at;

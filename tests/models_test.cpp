@@ -1,5 +1,6 @@
-// The frequency models at the limit where counts are halved, which data rarely meets.
-#include "dce/frequency_models.h"
+// The frequency models and what reads the coded bytes, at limits that data rarely meets.
+#include "dce/range_coder.h"
+#include "dce/raw_bits.h"
 
 #include <gtest/gtest.h>
 #include <numeric>
@@ -41,6 +42,24 @@ TEST(Models, HalvedRoundingUpAboveTheLimit) {
     expect_halved_above_the_limit(model, 65535 - 24 - 31, 24);
     const std::uint64_t high = 65535 - 14 - 31;
     expect_halved_above_the_limit(BitModel{0x0003000300020001u + (high << 48)}, high, 14);
+}
+
+TEST(Models, CodesThatNoEncoderWrites) {
+    const std::uint8_t bytes[16] = {};
+    EXPECT_TRUE(failed(start_decoder(bytes, 4)));
+    EXPECT_FALSE(failed(start_decoder(bytes, 5)));
+    for (const bool beyond : {false, true}) {
+        BitModel model{0x0004000300020001u};
+        const std::uint32_t end = 4 * (1u << 24) / 32; // of the four counts
+        RangeDecoder decoder{end - !beyond, 1u << 24, 5, 9, bytes, false};
+        EXPECT_EQ(decode_doubled(decoder, model), 3u);
+        EXPECT_EQ(failed(decoder), beyond);
+    }
+    RawBitReader reader = start_raw_reader(bytes, 1);
+    get(reader, 8);
+    EXPECT_FALSE(past_front(reader));
+    get(reader, 1);
+    EXPECT_TRUE(past_front(reader));
 }
 
 } // namespace

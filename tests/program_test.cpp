@@ -289,9 +289,11 @@ TEST_F(Program, ClosedStandardStreams) {
     const Bytes text = prose(1000, 70, "\n", 1);
     compress(text);
     const Bytes good = read_file(archive);
-    for (const std::string suffix : {"<&- >&-", "<&- >&- 2>&-", ">/dev/full"}) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "<&- >&-"}, {"", "<&- >&- 2>&-"}, {"", ">/dev/full"}, {"{ sleep .2;", "; } 2>&1 | :"}};
+    for (const auto &[prefix, suffix] : cases) {
         std::filesystem::remove(archive);
-        EXPECT_EQ(run_velk({"e", input, archive}, "", suffix).status, 0) << suffix;
+        EXPECT_EQ(run_velk({"e", input, archive}, prefix, suffix).status, 0) << suffix;
         EXPECT_EQ(read_file(archive), good) << suffix;
     }
 }
@@ -306,6 +308,7 @@ TEST_F(Program, OutputThatTakesTheMessages) {
         EXPECT_EQ(read_file(output), to_bytes("\n" + kWriteError + name + "\n"));
         std::filesystem::remove(output);
     }
+    EXPECT_EQ(run_velk({"e", input, "/dev/null"}, "", ">/dev/null").status, 0);
 }
 
 } // namespace

@@ -54,6 +54,7 @@ TEST(Chain, RecordsThatNoCompressorWritesAreRefused) {
     EXPECT_FALSE(Chain(0x10, false, 1).decompress(data).has_value());
     for (std::size_t n = 0; n < 5; ++n)
         EXPECT_FALSE(Chain(0x20, false, 6).decompress(Bytes(n)).has_value()) << n << " bytes";
+    EXPECT_TRUE(Chain(0x20, false, 1).compress(Bytes(kMinBlockSize + 1)).empty());
 }
 
 } // namespace

@@ -26,10 +26,6 @@ void append(Bytes &bytes, const Bytes &more) {
     bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
-Bytes repeated(const Bytes &word, std::size_t times) {
-    return periodic(std::string(word.begin(), word.end()), times * word.size());
-}
-
 template<typename Make>
 Family family(const std::string &name, int count, Make make) {
     Random random(static_cast<std::uint64_t>(count));
@@ -103,39 +99,6 @@ Bytes matches(Random &random) {
     }
     if (random.below(2) == 0) bytes.pop_back();
     return bytes;
-}
-
-// No byte value is rarer than another, and the one that serves as an escape follows what
-// predicts it: each costs a byte, about as many as the match at the end saves.
-Bytes escapes(Random &random) {
-    static constexpr std::uint32_t kWord = 8;
-    const bool long_code = random.below(8) == 0;
-    const std::uint32_t times = long_code ? 570 + random.below(20) : 56 + random.below(16);
-    Bytes order(times * 256 / kWord), bytes;
-    for (std::size_t i = 0; i < order.size(); ++i) {
-        order[i] = static_cast<std::uint8_t>(i % (256 / kWord));
-        std::swap(order[i], order[random.below(static_cast<std::uint32_t>(i + 1))]);
-    }
-    for (const std::uint8_t word : order) {
-        for (std::uint32_t i = 0; i < kWord; ++i)
-            bytes.push_back(static_cast<std::uint8_t>(word * kWord + kWord - 1 - i));
-    }
-    const Bytes end = first_bytes(Bytes(bytes.begin() + 100, bytes.end()), long_code ? 576 : 64);
-    append(bytes, end);
-    return bytes;
-}
-
-Bytes short_runs(Random &random) {
-    Bytes bytes;
-    for (std::uint32_t i = 1 + random.below(20); i > 0; --i)
-        append(bytes, Bytes(1 + random.below(1 + random.below(40)),
-                            static_cast<std::uint8_t>(random.below(4))));
-    return bytes;
-}
-
-Bytes near_the_limit(Random &random) {
-    const std::size_t n = 1 + random.below(60);
-    return join({Bytes(n / 2, 'a'), random_bytes(n - n / 2, 2, random.below(1u << 30))});
 }
 
 // Groups of equal rotations, small enough to be looked at in each of its ways by the sort
@@ -219,9 +182,6 @@ std::vector<Family> families() {
     all.push_back(family("calls", 600, calls));
     all.push_back(family("noisy records", 600, noisy_records));
     all.push_back(family("matches", 300, matches));
-    all.push_back(family("escapes", 24, escapes));
-    all.push_back(family("short runs", 600, short_runs));
-    all.push_back(family("near the limit", 500, near_the_limit));
     all.push_back(family("periods", 4000, periods));
     all.push_back(family("many values", 4, many_values));
     all.push_back({"large groups", large_groups()});
@@ -347,6 +307,13 @@ TEST(InverseBwt, AnyColumn) {
         lines += crc_line(std::to_string(n) + " bytes", verdict);
     }
     EXPECT_EQ(lines, kept_text("columns.txt", lines));
+}
+
+// A block of one byte; a value that comes first behind the block's end, or at its start again.
+TEST(InverseDce, FirstPlacesOfValues) {
+    EXPECT_TRUE(kDce.inverse({0, 49, 37, 26, 141, 205, 3, 0, 0, 0, 1}, 30).has_value());
+    EXPECT_FALSE(kDce.inverse({0, 73, 6, 160, 37, 26, 123, 50, 5, 0, 0, 0, 1}, 30).has_value());
+    EXPECT_FALSE(kDce.inverse({0, 73, 247, 171, 184, 18, 2, 4, 0, 0, 0, 1}, 30).has_value());
 }
 
 } // namespace

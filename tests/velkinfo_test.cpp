@@ -62,6 +62,12 @@ Bytes damaged(Bytes archive, const std::vector<Damage> &damages) {
     return archive;
 }
 
+Bytes head_of(std::size_t length) {
+    Bytes head(kRecordHeadBytes);
+    put_record_head(head.data(), static_cast<std::uint32_t>(length));
+    return head;
+}
+
 TEST_F(Velkinfo, SalvageBringsBackEveryIntactBlock) {
     const struct {
         const char *name;
@@ -73,12 +79,14 @@ TEST_F(Velkinfo, SalvageBringsBackEveryIntactBlock) {
         {"bytes of three blocks", {{0, 9, 1, {1}}, {3, 99, 1, {2}}, {5, 9, 1, {3}}}, {0, 3, 5}},
         {"the length in a head", {{2, 2, 1, {1}}}, {}},
         {"the last head", {{5, 0, 1, {1}}}, {}},
+        {"a byte, and another length behind", {{1, 99, 1, {1}}, {2, 0, 5, head_of(99)}}, {1}},
         {"bytes taken from a head", {{1, 1, 3, {}}}, {}},
         {"bytes taken from a block", {{3, 90, 50, {}}}, {3}},
         {"bytes put into a block", {{2, 500, 0, random_bytes(700, 256, 9)}}, {2}},
         {"zeros over a head", {{3, -9, 99, Bytes(99)}}, {2, 3}},
         {"cut in a block", {{5, 100, 1 << 20, {}}}, {5}},
         {"cut in a head", {{5, 3, 1 << 20, {}}}, {5}},
+        {"cut behind a head", {{5, 5, 1 << 20, {}}}, {5}},
         {"more bytes at the end", {{6, 0, 0, random_bytes(5000, 256, 9)}}, {}},
         {"another header", {{0, -18, 18, Bytes(18, 'x')}}, {}},
         {"no header", {{0, -18, 18, {}}}, {}},
@@ -103,6 +111,12 @@ TEST_F(Velkinfo, SalvageBringsBackEveryIntactBlock) {
             EXPECT_TRUE(read_file(output) == without(c.lost, true)) << run.out;
         }
     }
+    // The last block does not tell how long the others were.
+    const Bytes last = to_bytes("last");
+    write_file(archive,
+               damaged(make_archive(0x20, {Bytes(99, 'a'), last}), {{0, -1, 7, Bytes(7, 'x')}}));
+    run_velkinfo({"salvage", archive, "--fill", "--force", output});
+    EXPECT_EQ(read_file(output), last);
 }
 
 // Damage to an archive of an archive must not bring the inner blocks to light.
@@ -133,14 +147,6 @@ TEST_F(Velkinfo, SalvageKeepsInnerArchivesApart) {
 // Archives made to keep salvage busy: what counts is the bytes that it checksums.
 TEST_F(Velkinfo, SalvageReadsEachByteABoundedNumberOfTimes) {
     constexpr std::size_t kLength = 300000;
-    const auto head_of = [](std::size_t length) {
-        Bytes head(kRecordHeadBytes);
-        put_record_head(head.data(), static_cast<std::uint32_t>(length));
-        return head;
-    };
-    const auto repeated = [](const Bytes &word, std::size_t times) {
-        return periodic(std::string(word.begin(), word.end()), times * word.size());
-    };
     const Bytes good = make_archive(0x20, {{'a'}});
     const Bytes start = first_bytes(good, record_starts(good)[0]);
     const Bytes record(good.begin() + static_cast<int>(start.size()), good.end());
@@ -172,13 +178,16 @@ TEST_F(Velkinfo, SalvageReadsEachByteABoundedNumberOfTimes) {
     }
 }
 
-// Small segments, so that ranges across them and the moves of the window come up.
+// Small segments, so that ranges across them and the moves of the window come up. The end
+// can't be read.
 TEST_F(Velkinfo, WindowKnowsTheCrcOfAnyRange) {
-    const Bytes bytes = random_bytes(10000, 256, 1);
+    Bytes bytes = random_bytes(10000, 256, 1);
     write_file(archive, bytes);
     ArchiveFile file;
     std::string why;
     ASSERT_TRUE(open_archive(file, archive.c_str(), why));
+    std::filesystem::resize_file(archive, 32 * 256);
+    std::fill(bytes.begin() + 32 * 256, bytes.end(), 0);
     ArchiveWindow window(file, 256);
     Random random(2);
     for (std::uint32_t reached = 0; reached < bytes.size(); reached += random.below(300)) {
@@ -236,6 +245,10 @@ TEST_F(Velkinfo, TestSaysWhichBlockAndWhy) {
         {damaged(good, {{0, -15, 1, {'x'}}}), "does not begin as an archive"},
         {damaged(good, {{0, -3, 1, {1}}}), "header: the check byte does not match"},
         {first_bytes(good, 14), "shorter than an archive's header"},
+        {damaged(good, {{1, 0, 5, head_of(4)}}), block(1) + ": no block has a record of 4 bytes"},
+        {damaged(good, {{1, 0, 5, head_of(kBlock + kBlockSlack + 1)}}),
+         block(1) + ": no block has a record of 131173 bytes"},
+        {join({good, head_of(0), {7}}), block(6) + ": an end mark with more bytes behind it"},
     };
     const std::string line = copy + ": good, 6 blocks, 685360 bytes\n";
     for (const auto &[bytes, message] : cases) {
@@ -253,8 +266,9 @@ TEST_F(Velkinfo, ListShowsEachForm) {
     std::string shown;
     const auto show = [&](const Bytes &bytes, const std::string &switches) {
         compress(bytes, switches);
-        for (const std::string form : {"--json", "--stages", "--quick", ""}) {
-            const Finished run = run_velkinfo({}, "list " + form + " '" + archive + "'");
+        for (const std::string form :
+             {"list --json", "list --stages", "list --quick", "list", "test"}) {
+            const Finished run = run_velkinfo({}, form + " '" + archive + "'");
             EXPECT_EQ(run.status, 0);
             shown += run.out;
         }
@@ -287,6 +301,7 @@ TEST_F(Velkinfo, CommandLine) {
     if (std::filesystem::exists("/dev/full")) {
         EXPECT_EQ(run_velkinfo({"--help"}, ">/dev/full").status, 1);
         compress(to_bytes("abc"), "-e");
+        EXPECT_EQ(run_velkinfo({"test", archive}, "<&- >&-").status, 0);
         EXPECT_EQ(run_velkinfo({"salvage", "--force", archive, "/dev/full"}).err,
                   "velkinfo: /dev/full: write error\n");
     }
