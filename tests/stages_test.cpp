@@ -157,6 +157,7 @@ Blocks large_groups() {
         blocks.push_back(repeated(word, times));
     }
     blocks.push_back(periodic("abcabcabd", 9 * 30000));
+    blocks.push_back(periodic("dabceabc", 4 * 70000)); // a part of a group keeps its order
     blocks.push_back(join({Bytes(90000, 'a'), to_bytes("b"), Bytes(80000, 'a'), to_bytes("c")}));
     return blocks;
 }
