@@ -23,6 +23,12 @@ std::vector<std::uint32_t> counts_of(const BitModel &model) {
     return counts;
 }
 
+FreqModel flat_model() {
+    FreqModel model;
+    std::iota(model.cumulative, model.cumulative + kSymbols, std::uint16_t{1});
+    return model;
+}
+
 // One count leads the model to its limit, exactly; the next one over it.
 template<typename Model, typename Count>
 void expect_halved_above_the_limit(Model &model, std::uint32_t before, std::uint32_t increment,
@@ -37,13 +43,11 @@ void expect_halved_above_the_limit(Model &model, std::uint32_t before, std::uint
 }
 
 TEST(Models, HalvedRoundingUpAboveTheLimit) {
-    FreqModel flat, nearly_full;
-    for (std::uint32_t x = 0; x < kSymbols; ++x) {
-        flat.cumulative[x] = static_cast<std::uint16_t>(x + 1);
-        nearly_full.cumulative[x] = static_cast<std::uint16_t>(x < 3 ? x + 1 : x + 65535 - 24 - 31);
-    }
+    FreqModel nearly_full = flat_model();
+    for (std::uint32_t x = 3; x < kSymbols; ++x)
+        nearly_full.cumulative[x] = static_cast<std::uint16_t>(x + 65535 - 24 - 31);
     for (const bool first : {true, false}) { // the other model is not halved with it
-        FreqModel model = nearly_full, other = flat;
+        FreqModel model = nearly_full, other = flat_model();
         expect_halved_above_the_limit(model, 65535 - 24 - 31, 24, [&] {
             count(first ? model : other, first ? other : model, 3);
         });
@@ -64,6 +68,10 @@ TEST(Models, CodesThatNoEncoderWrites) {
         RangeDecoder decoder{end - !beyond, 1u << 24, 5, 9, bytes, false};
         EXPECT_EQ(decode_doubled(decoder, model), 3u);
         EXPECT_EQ(failed(decoder), beyond);
+        FreqModel primary = flat_model(), secondary = flat_model();
+        RangeDecoder of_pairs{(1u << 24) - !beyond, (1u << 24) + 63, 5, 9, bytes, false};
+        EXPECT_EQ(decode_pair(of_pairs, primary, secondary, [] {}), 31u);
+        EXPECT_EQ(failed(of_pairs), beyond);
     }
     RawBitReader reader = start_raw_reader(bytes, 1);
     get(reader, 8);
