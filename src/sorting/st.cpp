@@ -24,7 +24,7 @@ constexpr std::uint32_t kAhead = 48;
 
 // Of the rotation that begins with the three bytes at `bytes`.
 std::uint32_t context_at(const std::uint8_t *bytes) {
-    return bytes[0] << kFirstByteShift | bytes[1] << 5 | bytes[2] >> 3;
+    return (bytes[0] * 65536u + bytes[1] * 256u + bytes[2]) >> 3;
 }
 
 // The context of the rotation that begins one byte earlier, with `byte`.
