@@ -39,7 +39,7 @@ void tripling(benchmark::State &state, const Bytes &bytes) {
     SortMemory memory(n);
     for ([[maybe_unused]] auto _ : state) {
         std::memcpy(memory.block(), bytes.data(), n);
-        if (!sort_by_tripling(memory.arrays(), memory.block(), n, memory.scratch()))
+        if (!sort_by_tripling(memory.arrays(), memory.block(), n))
             state.SkipWithError("too many steps");
     }
     report(state, bytes);

@@ -3,6 +3,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS velk_shared velk_static EXPORT velk-targets
+        RUNTIME COMPONENT runtime
         LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
         ARCHIVE COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
@@ -20,11 +21,17 @@ file(RELATIVE_PATH VELK_PC_TO_PREFIX /${pkgconfig} /)
 configure_file(cmake/velk.pc.in velk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/velk.pc DESTINATION ${pkgconfig} COMPONENT development)
 
-install_page(velk.3 development)
 set(docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc)
-install(FILES docs/library.md DESTINATION ${docdir}/libvelk-dev COMPONENT development)
-install(DIRECTORY examples DESTINATION ${docdir}/libvelk-dev COMPONENT development
-        PATTERN *.py EXCLUDE)
+set(guide ${docdir}/libvelk-dev)
+if(WIN32)
+  set(guide ${CMAKE_INSTALL_DOCDIR})
+endif()
+install(FILES docs/library.md DESTINATION ${guide} COMPONENT development)
+install(DIRECTORY examples DESTINATION ${guide} COMPONENT development PATTERN *.py EXCLUDE)
+if(WIN32)
+  return()
+endif()
+install_page(velk.3 development)
 install(FILES LICENSE DESTINATION ${docdir}/libvelk-dev RENAME copyright COMPONENT development)
 install(FILES LICENSE DESTINATION ${docdir}/libvelk0 RENAME copyright COMPONENT runtime)
 install_changelog(libvelk-dev development)

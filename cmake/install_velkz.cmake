@@ -1,5 +1,10 @@
 # velkz, under its three names.
 install(TARGETS velkz RUNTIME)
+if(WIN32)
+  install(PROGRAMS ${PROJECT_BINARY_DIR}/unvelkz.exe ${PROJECT_BINARY_DIR}/velkcat.exe
+          DESTINATION ${CMAKE_INSTALL_BINDIR})
+  return()
+endif()
 install_page(velkz.1 programs)
 install(FILES completion/velkz DESTINATION ${completions})
 

@@ -5,6 +5,10 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <velk.h>
+#ifdef _WIN32 // where streams are text unless told otherwise
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 static int64_t read_archive(void *user, uint64_t offset, void *buffer, size_t size) {
     FILE *file = (FILE *)user;
@@ -29,6 +33,9 @@ static velk_status copy_part(velk_reader *reader, uint64_t offset, uint64_t left
 }
 
 int main(int argument_count, char **arguments) {
+#ifdef _WIN32
+    _setmode(_fileno(stdout), _O_BINARY);
+#endif
     FILE *file = argument_count == 4 ? fopen(arguments[1], "rb") : NULL;
     velk_reader *reader = NULL;
     velk_status status = VELK_ERROR_ARGUMENT;

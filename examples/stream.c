@@ -6,6 +6,10 @@
 #include <stdlib.h>
 #include <string.h>
 #include <velk.h>
+#ifdef _WIN32 // where streams are text unless told otherwise
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 static int64_t read_input(void *user, void *buffer, size_t size) {
     (void)user;
@@ -25,6 +29,10 @@ static int show_progress(void *user, uint64_t bytes_in, uint64_t bytes_out) {
 }
 
 int main(int argument_count, char **arguments) {
+#ifdef _WIN32
+    _setmode(_fileno(stdin), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+#endif
     const int restore = argument_count == 2 && strcmp(arguments[1], "-d") == 0;
     velk_stream stream = {NULL, read_input, write_output, show_progress, {NULL}};
     velk_status status = restore ? velk_decompress_stream(NULL, &stream)

@@ -8,6 +8,8 @@
 #include "program.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -186,6 +188,34 @@ velk_status take_all_kinds_of_memory(const Bytes &in, const Bytes &archive) {
 
 // With the first allocations, or threads, only: done by fewer threads, or not enough
 // memory, and nothing is kept.
+// The second block comes in pieces, slowly until the first one has been written.
+struct SlowStream {
+    const Bytes &in = mixed();
+    std::size_t at = 0, out = 0;
+
+    static std::int64_t read(void *user, void *buffer, std::size_t size) {
+        SlowStream &s = *static_cast<SlowStream *>(user);
+        const std::size_t part = s.at < kBlock ? size : kBlock / 128;
+        if (s.at != 0 && s.out <= VELK_HEADER_SIZE)
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        if (s.at + part == 2 * kBlock && s.out <= VELK_HEADER_SIZE) return -1; // too late
+        std::memcpy(buffer, s.in.data() + s.at, part);
+        s.at += part;
+        return static_cast<std::int64_t>(part);
+    }
+    static std::int64_t write(void *user, const void *, std::size_t size) {
+        static_cast<SlowStream *>(user)->out += size;
+        return static_cast<std::int64_t>(size);
+    }
+};
+
+TEST(Library, WritesABlockWhileTheNextOneComes) {
+    SlowStream slow;
+    const velk_stream stream{&slow, SlowStream::read, SlowStream::write, nullptr, {}};
+    const velk_options options = options_with(2);
+    EXPECT_EQ(velk_compress_stream(&options, &stream, 2 * kBlock), VELK_OK);
+}
+
 TEST(Library, AllocationsAndThreadsThatFail) {
     const Bytes in = first_bytes(mixed(), 5 * kBlock);
     const Bytes archive = compress(quick_options(1), in).bytes;

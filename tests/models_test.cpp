@@ -24,11 +24,12 @@ std::vector<std::uint32_t> counts_of(const BitModel &model) {
 }
 
 // One count leads the model to its limit, exactly; the next one over it.
-template<typename Model>
-void expect_halved_above_the_limit(Model model, std::uint32_t before, std::uint32_t increment) {
-    count(model, 3);
+template<typename Model, typename Count>
+void expect_halved_above_the_limit(Model &model, std::uint32_t before, std::uint32_t increment,
+                                   Count count_3) {
+    count_3();
     EXPECT_EQ(total(model), 65535u);
-    count(model, 3);
+    count_3();
     std::vector<std::uint32_t> expected(kSymbols, 1);
     expected[3] = (before + 2 * increment + 1) / 2;
     EXPECT_EQ(counts_of(model), expected);
@@ -36,12 +37,21 @@ void expect_halved_above_the_limit(Model model, std::uint32_t before, std::uint3
 }
 
 TEST(Models, HalvedRoundingUpAboveTheLimit) {
-    FreqModel model;
-    for (std::uint32_t x = 0; x < kSymbols; ++x)
-        model.cumulative[x] = static_cast<std::uint16_t>(x < 3 ? x + 1 : x + 65535 - 24 - 31);
-    expect_halved_above_the_limit(model, 65535 - 24 - 31, 24);
+    FreqModel flat, nearly_full;
+    for (std::uint32_t x = 0; x < kSymbols; ++x) {
+        flat.cumulative[x] = static_cast<std::uint16_t>(x + 1);
+        nearly_full.cumulative[x] = static_cast<std::uint16_t>(x < 3 ? x + 1 : x + 65535 - 24 - 31);
+    }
+    for (const bool first : {true, false}) { // the other model is not halved with it
+        FreqModel model = nearly_full, other = flat;
+        expect_halved_above_the_limit(model, 65535 - 24 - 31, 24, [&] {
+            count(first ? model : other, first ? other : model, 3);
+        });
+        EXPECT_EQ(total(other), 32u + 2 * 24);
+    }
     const std::uint64_t high = 65535 - 14 - 31;
-    expect_halved_above_the_limit(BitModel{0x0003000300020001u + (high << 48)}, high, 14);
+    BitModel bit{0x0003000300020001u + (high << 48)};
+    expect_halved_above_the_limit(bit, high, 14, [&] { count(bit, 3); });
 }
 
 TEST(Models, CodesThatNoEncoderWrites) {

@@ -13,13 +13,6 @@ std::string quoted(const std::string &text) {
     return result + "'";
 }
 
-// The environment may name other programs, such as those of another system and what runs
-// them; scripts/test-windows does.
-std::string given_or(const char *variable, const char *otherwise) {
-    const char *const given = std::getenv(variable);
-    return given != nullptr ? given : otherwise;
-}
-
 std::string make_folder() {
     // mkdtemp wants six of them.
     const std::string name_form = "velk-test-" + std::string(6, 'X');
@@ -32,8 +25,7 @@ Finished run(const std::string &program, const std::vector<std::string> &argumen
              const std::string &prefix, const std::string &suffix) {
     const ScratchFolder streams;
     const std::string out = streams.path("out"), err = streams.path("err");
-    std::string command =
-        prefix + " " + given_or("VELK_EMULATOR", VELK_EMULATOR) + " " + quoted(program);
+    std::string command = prefix + " " + emulator() + " " + quoted(program);
     for (const std::string &argument : arguments)
         command += " " + quoted(argument);
     command = "{ " + command + " " + suffix + "; } >" + quoted(out) + " 2>" + quoted(err);
@@ -47,6 +39,15 @@ Finished run(const std::string &program, const std::vector<std::string> &argumen
 }
 
 } // namespace
+
+std::string given_or(const char *variable, const char *otherwise) {
+    const char *const given = std::getenv(variable);
+    return given != nullptr ? given : otherwise;
+}
+
+std::string emulator() {
+    return given_or("VELK_EMULATOR", VELK_EMULATOR);
+}
 
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix,
                   const std::string &suffix) {

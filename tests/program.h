@@ -11,6 +11,11 @@ struct Finished {
     std::string err; // standard error stream
 };
 
+// The value of the variable, or else the default. The environment may name other programs,
+// such as those of another system and what runs them; scripts/test-windows does.
+std::string given_or(const char *variable, const char *otherwise);
+std::string emulator();
+
 // Runs VELK with these arguments, given to a shell behind `prefix`, with `suffix`
 // (redirections) after them. Both streams are kept.
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix = "",

@@ -1,10 +1,9 @@
 #include "api/block_queue.h"
 
+#include "api/threads.h"
+
 #include <cstdlib>
 #include <cstring>
-#ifndef _WIN32
-#include <csignal>
-#endif
 
 namespace velk {
 
@@ -47,20 +46,6 @@ void *work(void *argument) {
     return nullptr;
 }
 
-// The program's signals are for the program's threads.
-bool start_thread(Worker &worker) {
-#ifndef _WIN32
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-#endif
-    const bool started = pthread_create(&worker.thread, nullptr, work, &worker) == 0;
-#ifndef _WIN32
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-#endif
-    return started;
-}
-
 void give_slot_back(BlockQueue &queue, Slot *slot) {
     slot->next = queue.free_slots;
     queue.free_slots = slot;
@@ -74,7 +59,7 @@ bool add_worker(BlockQueue &queue, const CoderContext &context) {
     if (worker != nullptr && data != nullptr) {
         worker->queue = &queue;
         worker->context = context;
-        if (start_thread(*worker)) {
+        if (start_thread(worker->thread, work, worker)) {
             worker->next = queue.workers;
             queue.workers = worker;
             ++queue.worker_count;

@@ -1,5 +1,6 @@
 #include "api/options.h"
 
+#include "api/threads.h"
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "filters/eol.h"
@@ -11,10 +12,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
-#ifdef __linux__
-#include <sched.h>
-#endif
-#include <unistd.h>
 
 namespace velk {
 
@@ -24,16 +21,6 @@ static_assert(VELK_OFF_EOL == 1 << STAGE_EOL && VELK_OFF_ST == 1 << STAGE_ST &&
               VELK_OFF_DCE == 1 << STAGE_DCE);
 
 namespace {
-
-// The processors that this process may use.
-std::uint32_t processors() {
-#ifdef __linux__
-    cpu_set_t set;
-    if (sched_getaffinity(0, sizeof set, &set) == 0)
-        return static_cast<std::uint32_t>(CPU_COUNT(&set));
-#endif
-    return static_cast<std::uint32_t>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
-}
 
 // The most bytes by which the record of a block, its head included, is longer than it.
 // Nothing but trailers adds to a block: where a stage would, it declines.

@@ -27,7 +27,7 @@ velk_status next_of_input(Transfer &t, std::uint8_t *buffer, std::uint32_t &leng
     t.ahead += ahead;
     t.ahead_bytes -= ahead;
     std::size_t got;
-    const velk_status status = read_fully(*t.stream, buffer + ahead, wanted - ahead, got);
+    const velk_status status = read_fully(t, buffer + ahead, wanted - ahead, got);
     if (status != VELK_OK) return status;
     length = ahead + static_cast<std::uint32_t>(got);
     t.bytes_in += length;
@@ -39,13 +39,13 @@ velk_status next_of_input(Transfer &t, std::uint8_t *buffer, std::uint32_t &leng
 velk_status next_of_archive(Transfer &t, std::uint8_t *buffer, std::uint32_t &length) {
     std::uint8_t head[kRecordHeadBytes];
     std::size_t got;
-    velk_status status = read_fully(*t.stream, head, sizeof head, got);
+    velk_status status = read_fully(t, head, sizeof head, got);
     length = 0;
     if (status != VELK_OK || got == 0) return status;
     if (got != sizeof head) return VELK_ERROR_DAMAGED;
     const ArchiveStatus head_status = parse_record_head(head, t.block_size + kBlockSlack, length);
     if (head_status != ArchiveStatus::kGood) return status_of(head_status);
-    status = read_fully(*t.stream, buffer, length, got);
+    status = read_fully(t, buffer, length, got);
     if (status == VELK_OK && got != length) return VELK_ERROR_DAMAGED;
     t.bytes_in += sizeof head + length;
     return status;
@@ -90,7 +90,7 @@ velk_status compress_unknown(Plan plan, Transfer &t) {
     std::uint8_t *const ahead = static_cast<std::uint8_t *>(std::malloc(most));
     if (ahead == nullptr) return VELK_ERROR_MEMORY;
     std::size_t got;
-    velk_status status = read_fully(*t.stream, ahead, most, got);
+    velk_status status = read_fully(t, ahead, most, got);
     if (status == VELK_OK) {
         t.ahead = ahead;
         t.ahead_bytes = static_cast<std::uint32_t>(got);
@@ -122,7 +122,7 @@ velk_status velk_decompress_stream(const velk_options *options, const velk_strea
     transfer.next = next_of_archive;
     std::uint8_t header[VELK_HEADER_SIZE];
     std::size_t got;
-    velk_status status = read_fully(*stream, header, sizeof header, got);
+    velk_status status = read_fully(transfer, header, sizeof header, got);
     if (status != VELK_OK) return status;
     CoderContext context{};
     status = status_of(parse_start(header, got, context.settings, transfer.block_size));

@@ -34,8 +34,24 @@ velk_status transfer_alone(Transfer &transfer, CoderContext &context) {
     }
 }
 
+// Writes the blocks that are done, up to the first fault. wait: for at least one, if any are
+// under way.
+velk_status put_done(Transfer &transfer, bool wait) {
+    BlockQueue &queue = *transfer.queue;
+    while (transfer.fault == VELK_OK) {
+        Slot *const done = oldest_done(queue, wait);
+        if (done == nullptr) break;
+        transfer.fault = done->whole ? put(transfer, done->data, done->length, done->bytes_in)
+                                     : VELK_ERROR_DAMAGED;
+        retire(queue, done);
+        wait = false;
+    }
+    return transfer.fault;
+}
+
 // What ends the reading counts when the blocks before it have been written.
 velk_status transfer_by(BlockQueue &queue, Transfer &transfer) {
+    transfer.queue = &queue;
     velk_status end = VELK_OK;
     for (bool ended = false;;) {
         Slot *const slot = ended ? nullptr : free_slot(queue);
@@ -45,26 +61,24 @@ velk_status transfer_by(BlockQueue &queue, Transfer &transfer) {
             ended = end != VELK_OK || slot->length == 0;
             if (!ended) submit(queue, slot);
         }
-        while (Slot *const done = oldest_done(queue, slot == nullptr)) {
-            if (!done->whole) return VELK_ERROR_DAMAGED;
-            const velk_status status = put(transfer, done->data, done->length, done->bytes_in);
-            if (status != VELK_OK) return status;
-            retire(queue, done);
-            if (slot == nullptr && !ended) break;
-        }
+        const velk_status status = put_done(transfer, slot == nullptr);
+        if (status != VELK_OK) return status;
         if (ended && queue.under_way == 0) return end;
     }
 }
 
 } // namespace
 
-velk_status read_fully(const velk_stream &stream, std::uint8_t *buffer, std::size_t size,
+velk_status read_fully(Transfer &transfer, std::uint8_t *buffer, std::size_t size,
                        std::size_t &got) {
+    const velk_stream &stream = *transfer.stream;
     for (got = 0; got < size;) {
         const std::int64_t part = stream.read(stream.user, buffer + got, size - got);
         if (part == 0) break;
         if (part < 0 || static_cast<std::uint64_t>(part) > size - got) return VELK_ERROR_READ;
         got += static_cast<std::size_t>(part);
+        if (transfer.queue != nullptr && put_done(transfer, false) != VELK_OK)
+            return transfer.fault;
     }
     return VELK_OK;
 }

@@ -8,6 +8,8 @@
 
 namespace velk {
 
+struct BlockQueue;
+
 // One call of velk_compress_stream or velk_decompress_stream. A plain record that may be
 // filled with zeros.
 struct Transfer {
@@ -25,11 +27,15 @@ struct Transfer {
     std::uint64_t bytes_left;  // to read; VELK_SIZE_UNKNOWN: up to the end
     const std::uint8_t *ahead; // what of them has been read before the transfer
     std::uint32_t ahead_bytes;
+
+    BlockQueue *queue; // of several threads; null for one
+    velk_status fault; // of a block, or of writing it
 };
 
-// Reads `size` bytes, fewer only at the end of the input.
-[[nodiscard]] velk_status read_fully(const velk_stream &stream, std::uint8_t *buffer,
-                                     std::size_t size, std::size_t &got);
+// Reads `size` bytes, fewer only at the end of the input. Where they come piece by piece,
+// blocks that are done meanwhile are written.
+[[nodiscard]] velk_status read_fully(Transfer &transfer, std::uint8_t *buffer, std::size_t size,
+                                     std::size_t &got);
 
 // Writes and counts the bytes.
 [[nodiscard]] velk_status write_fully(Transfer &transfer, const std::uint8_t *bytes,

@@ -24,9 +24,9 @@ struct Decoder {
 template<typename Meanwhile>
 [[gnu::always_inline]] inline std::uint32_t
 decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile meanwhile) {
-    FreqModel &secondary = models.secondary[secondary_index(decoder.prev_value)].context[context];
-    std::uint32_t v =
-        decode_pair(decoder.range, models.primary.context[context], secondary, meanwhile);
+    ContextModels &m = models.context[context];
+    FreqModel &secondary = m.secondary[secondary_index(decoder.prev_value)];
+    std::uint32_t v = decode_pair(decoder.range, m.primary, secondary, meanwhile);
     if (v >= kFirstLongValue) {
         const std::uint32_t e = v - kFirstLongValue; // at most 23
         v = join({e, decode_doubled(decoder.range, models.bit[e]), get(decoder.raw, e)});

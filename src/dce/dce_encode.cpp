@@ -33,8 +33,8 @@ inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, s
                          std::uint32_t run_length) {
     const std::uint32_t context = distance_context(stats, run_length);
     assert(context < kFirstBitContext);
-    FreqModel &p = models.primary.context[context];
-    FreqModel &s = models.secondary[secondary_index(encoder.prev_value)].context[context];
+    ContextModels &m = models.context[context];
+    FreqModel &p = m.primary, &s = m.secondary[secondary_index(encoder.prev_value)];
     update_stats(stats, v, run_length);
     encoder.prev_value = v;
     ++encoder.value_count;

@@ -55,12 +55,12 @@ Models &init_models(std::uint32_t *model_area) {
     Models &models = *new (aligned) Models;
 
     const FreqModel flat = flat_model();
-    for (ModelSet &set : models.secondary)
-        std::fill(std::begin(set.context), std::end(set.context), flat);
-    // The rows behind the distance contexts only have to hold valid counts.
-    models.primary = models.secondary[0];
-    for (std::uint32_t c = 0; c < kFirstBitContext; ++c)
-        models.primary.context[c] = builtin_model(c);
+    for (std::uint32_t c = 0; c < std::size(models.context); ++c) {
+        // Those behind the distance contexts only have to hold valid counts.
+        models.context[c].primary = c < kFirstBitContext ? builtin_model(c) : flat;
+        std::fill(std::begin(models.context[c].secondary), std::end(models.context[c].secondary),
+                  flat);
+    }
     for (std::uint32_t c = kFirstBitContext; c < kContexts; ++c) {
         BitModel &bit = models.bit[c - kFirstBitContext];
         bit.cumulative = 0;

@@ -1,11 +1,11 @@
 // The adaptive frequency models of the DCE stage.
 //
-//   Models:  | primary set | secondary set 0 | ... | secondary set 12 | bit models |
-//   a set:   | context 0 | context 1 | ...
+//   Models:     | context 0 | context 1 | ... | context 122 | bit models |
+//   a context:  | primary | secondary 0 | ... | secondary 12 |
 //
-// Contexts 0..119, distance contexts: a distance symbol is coded with the same
-// context of the primary and one secondary set, their counts summed. Contexts
-// 120..149, bit contexts: two bits are coded with a bit model alone.
+// Contexts 0..119, distance contexts: a distance symbol is coded with the primary and
+// one secondary model of its context, their counts summed. Contexts 120..149, bit
+// contexts: two bits are coded with a bit model alone.
 //
 // A model holds cumulative counts: number i is how often symbols 0 to i were seen, the
 // last one is the total. So a symbol's share is two reads, and a row of 32 numbers of
@@ -41,14 +41,14 @@ struct BitModel {
 };
 constexpr std::uint32_t kUncodedCounts = kSymbols - kBitSymbols;
 
-// Intact blocks lead to contexts below kFirstBitContext, damaged ones to at most 122.
-struct ModelSet {
-    FreqModel context[kFirstBitContext + 3];
+// Together, so that a value's two models are soon found from one place.
+struct ContextModels {
+    FreqModel primary, secondary[kSecondarySets];
 };
 
 struct Models {
-    ModelSet primary;
-    ModelSet secondary[kSecondarySets];
+    // Intact blocks lead to contexts below kFirstBitContext, damaged ones to at most 122.
+    ContextModels context[kFirstBitContext + 3];
     BitModel bit[kContexts - kFirstBitContext];
 };
 
@@ -81,25 +81,25 @@ inline Share share_of(const FreqModel &a, const FreqModel &b, std::uint32_t x) {
     return {cum, *p + std::uint32_t{*q} - cum};
 }
 
-// Counts symbol x: adds `increments`, which are kDistanceIncrement from x on.
-inline void add(FreqModel &model, std::uint32_t x, const Lanes *increments) {
-    if (total(model) > kRescaleLimit - kDistanceIncrement) [[unlikely]] {
-        count_and_halve(model, x);
-        return;
-    }
-#pragma GCC unroll 4
-    for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i) {
-        std::uint16_t *const lanes = model.cumulative + kCountLanes * i;
-        store_aligned(lanes, load_aligned(lanes) + increments[i]);
-    }
-}
-
-inline void count(FreqModel &model, std::uint32_t x) {
+// Counts symbol x in both models.
+inline void count(FreqModel &primary, FreqModel &secondary, std::uint32_t x) {
     Lanes increments[kSymbols / kCountLanes];
 #pragma GCC unroll 4
     for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i)
         increments[i] = lanes_from(x, i) & all_lanes(kDistanceIncrement);
-    add(model, x, increments);
+    const auto add = [&](FreqModel &model) {
+        if (total(model) > kRescaleLimit - kDistanceIncrement) [[unlikely]] {
+            count_and_halve(model, x);
+            return;
+        }
+#pragma GCC unroll 4
+        for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i) {
+            std::uint16_t *const lanes = model.cumulative + kCountLanes * i;
+            store_aligned(lanes, load_aligned(lanes) + increments[i]);
+        }
+    };
+    add(primary);
+    add(secondary);
 }
 
 inline std::uint32_t total(BitModel model) {

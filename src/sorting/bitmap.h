@@ -10,8 +10,8 @@ inline void set_bit(std::uint32_t *bits, std::uint32_t i) {
     bits[i / 32] |= 1u << (i % 32);
 }
 
-inline void clear_bit(std::uint32_t *bits, std::uint32_t i) {
-    bits[i / 32] &= ~(1u << (i % 32));
+inline void flip_bit(std::uint32_t *bits, std::uint32_t i) {
+    bits[i / 32] ^= 1u << (i % 32);
 }
 
 inline bool get_bit(const std::uint32_t *bits, std::uint32_t i) {

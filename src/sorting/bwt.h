@@ -16,8 +16,8 @@ namespace velk {
 
 constexpr std::uint32_t kBwtTrailerBytes = 5;
 
-// Bytes of the model area that the sort needs: for each two-byte string two numbers, and
-// later a triple, or one number.
+// Bytes of the model area that the sort needs: a number for each two-byte string, and later as
+// many triples.
 constexpr std::uint32_t kSortScratchBytes = 65536 * 12;
 // Bytes of a buffer that the sort needs behind the block.
 constexpr std::uint32_t kBwtRoom = 24;

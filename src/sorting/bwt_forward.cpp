@@ -6,17 +6,6 @@
 #include <cassert>
 
 namespace velk {
-namespace {
-
-// The block, from the rows of its rotations.
-void rebuild_block(const std::uint32_t *rows, std::uint32_t n, std::uint8_t *block) {
-    for (std::uint32_t row = 0; row < n; ++row) {
-        const std::uint32_t p = rows[row] & kPositionMask;
-        block[(p == 0 ? n : p) - 1] = static_cast<std::uint8_t>(rows[row] >> 24);
-    }
-}
-
-} // namespace
 
 void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
                  std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
@@ -27,9 +16,8 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
     }
     assert(n > 0 && n <= kPositionMask);
     const SortArrays arrays = {pair_region, index_array, bit_array, model_area};
-    if (!sort_by_induction(arrays, in, n, out)) {
-        if (!sort_by_tripling(arrays, in, n, out)) sort_by_period(arrays, in, n, out);
-        rebuild_block(index_array, n, in);
+    if (!sort_by_induction(arrays, in, n, out) && !sort_by_tripling(arrays, in, n)) {
+        sort_by_period(arrays, in, n, out);
     }
 
     std::uint32_t primary_index = 1;

@@ -6,37 +6,20 @@
 #include <cstring>
 
 namespace velk {
-namespace {
-
-bool has_period(const std::uint8_t *block, std::uint32_t n, std::uint32_t period) {
-    return std::memcmp(block, block + period, n - period) == 0;
-}
-
-// The length of the shortest block that, repeated, makes this one: n for one that is not
-// periodic. All periods are multiples of the shortest, so each prime factor can be taken
-// out by itself.
-std::uint32_t shortest_period(const std::uint8_t *block, std::uint32_t n) {
-    std::uint32_t period = n;
-    std::uint32_t rest = n;
-    for (std::uint32_t factor = 2; rest > 1; ++factor) {
-        if (factor * factor > rest) factor = rest; // what is left is a prime
-        for (; rest % factor == 0; rest /= factor) {
-            if (has_period(block, n, period / factor)) period /= factor;
-        }
-    }
-    return period;
-}
-
-} // namespace
 
 void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
                     std::uint8_t *scratch) {
-    const std::uint32_t period = shortest_period(block, n);
+    std::uint32_t period = 1; // the least one; of n's divisors, at most 504, each is compared
+    while (n % period != 0 || std::memcmp(block, block + period, n - period) != 0)
+        ++period;
     if (!sort_by_induction(arrays, block, period, scratch)) {
         // Of a period too short for it the plain sort takes hardly a step.
-        [[maybe_unused]] const bool sorted = sort_by_tripling(arrays, block, period, scratch);
+        [[maybe_unused]] const bool sorted = sort_by_tripling(arrays, block, period);
         assert(sorted);
     }
+    // Either sort may have used what lies behind the period.
+    for (std::uint32_t p = period; p < n; ++p)
+        block[p] = block[p - period];
     // From the last row on, so that none is written over before it has been read.
     std::uint32_t *const rows = arrays.index_array;
     std::uint32_t next = n;

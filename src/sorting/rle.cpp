@@ -4,6 +4,7 @@
 #include "pipeline/stage.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <iterator>
 
@@ -15,14 +16,47 @@ constexpr std::uint32_t kMinBytesPerInterruption = 13;
 // Run lengths are below 2^24.
 constexpr std::uint32_t kMaxLengthBits = 23;
 // Most runs are no longer; they are written at once (1.1 times as fast).
-constexpr std::uint32_t kShortRun = 16;
+constexpr std::uint32_t kShortRun = 32;
+// Bytes whose runs are found at once. So no run's start waits for the start of the one
+// before. (With the bits read at once, the inverse takes half the time.)
+constexpr std::uint32_t kGroup = 64;
 
-// The first position from `p` on, at most `end`, whose byte is not `v`.
-std::uint32_t run_end(const std::uint8_t *block, std::uint32_t p, std::uint32_t end,
-                      std::uint8_t v) {
-    while (p < end && block[p] == v)
-        ++p;
-    return p;
+// 1 in every byte that is not 0.
+std::uint64_t not_zero(std::uint64_t bytes) {
+    constexpr std::uint64_t kLow = 0x7F7F7F7F7F7F7F7F;
+    return ((((bytes & kLow) + kLow) | bytes) & ~kLow) >> 7;
+}
+
+// Bit k tells whether a run ends with byte k; k < kGroup, and the last of the `count` bytes,
+// at least 1, ends one.
+std::uint64_t run_ends(const std::uint8_t *bytes, std::uint32_t count) {
+    std::uint64_t ends = 0;
+    if (count > kGroup) {
+        for (std::uint32_t k = 0; k < kGroup; k += 8) {
+            const std::uint64_t ones = not_zero(get_u64(bytes + k) ^ get_u64(bytes + k + 1));
+            ends |= (ones * 0x0102040810204080 >> 56) << k; // byte i to bit i
+        }
+        return ends;
+    }
+    for (std::uint32_t k = 0; k < count; ++k) {
+        if (k + 1 == count || bytes[k] != bytes[k + 1]) ends |= std::uint64_t{1} << k;
+    }
+    return ends;
+}
+
+// Calls visit(start, end) for each run of the n bytes, until it returns false.
+template<typename Visit>
+bool visit_runs(const std::uint8_t *bytes, std::uint32_t n, Visit visit) {
+    std::uint32_t start = 0;
+    for (std::uint32_t group = 0; group < n; group += kGroup) {
+        for (std::uint64_t ends = run_ends(bytes + group, n - group); ends != 0; ends &= ends - 1) {
+            const std::uint32_t end =
+                group + static_cast<std::uint32_t>(std::countr_zero(ends)) + 1;
+            if (!visit(start, end)) return false;
+            start = end;
+        }
+    }
+    return true;
 }
 
 // Writes heads forwards from out[0] and bits backwards from out[n - 1]. Returns false
@@ -36,9 +70,8 @@ bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std:
     std::uint32_t interrupted = 0;
     heads = 0;
     bits = 0;
-    for (std::uint32_t start = 0; start < n;) {
+    const auto write_run = [&](std::uint32_t start, std::uint32_t end) {
         const std::uint8_t v = in[start];
-        const std::uint32_t end = run_end(in, start + 1, n, v);
         if (static_cast<std::int32_t>(start) - last_end[v] == 2) ++interrupted;
         last_end[v] = static_cast<std::int32_t>(end) - 1;
 
@@ -50,10 +83,24 @@ bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std:
             out[n - bits] = x % 2; // bits < n: at least three heads came before
             if (heads + bits > n) return false;
         }
-        if (heads + bits > n) return false;
-        start = end;
+        return heads + bits <= n;
+    };
+    return visit_runs(in, n, write_run) && interrupted * kMinBytesPerInterruption <= n;
+}
+
+// The length of a run from its `count` bits, the lowest at bit_end[-1]; `limit` is how many
+// bytes are there before bit_end.
+std::uint32_t read_length(const std::uint8_t *bit_end, std::uint32_t limit, std::uint32_t count) {
+    std::uint32_t length = 1u << count;
+    if (count <= 8 && limit >= 8) {
+        const std::uint64_t ones = not_zero(get_u64(bit_end - 8));
+        const std::uint64_t bits = ones * 0x8040201008040201 >> 56; // byte i to bit 7 - i
+        return length + (static_cast<std::uint32_t>(bits) & (length - 1)) + 1;
     }
-    return interrupted * kMinBytesPerInterruption <= n;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (*--bit_end != 0) length |= 1u << i;
+    }
+    return length + 1;
 }
 
 } // namespace
@@ -85,29 +132,25 @@ bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::
     if (heads > bit_end) return false;
 
     std::uint32_t n = 0;
-    for (std::uint32_t start = 0; start < heads;) {
-        const std::uint8_t v = in[start];
-        const std::uint32_t end = run_end(in, start + 1, heads, v);
+    const auto write_run = [&](std::uint32_t start, std::uint32_t end) {
         const std::uint32_t copies = end - start;
         std::uint32_t run = copies;
         if (copies >= 3) {
             const std::uint32_t length_bits = copies - 2;
             if (length_bits > kMaxLengthBits || length_bits > bit_end - heads) return false;
-            run = 1u << length_bits;
-            for (std::uint32_t i = 0; i < length_bits; ++i) {
-                if (in[--bit_end] != 0) run |= 1u << i;
-            }
-            ++run;
+            run = read_length(in + bit_end, bit_end, length_bits);
+            bit_end -= length_bits;
         }
         if (run > capacity - n) return false;
         if (run <= kShortRun && capacity - n >= kShortRun) {
-            std::memset(out + n, v, kShortRun); // what is too much is overwritten
+            std::memset(out + n, in[start], kShortRun); // what is too much is overwritten
         } else {
-            std::memset(out + n, v, run);
+            std::memset(out + n, in[start], run);
         }
         n += run;
-        start = end;
-    }
+        return true;
+    };
+    if (!visit_runs(in, heads, write_run)) return false;
     out_len = n;
     return true;
 }

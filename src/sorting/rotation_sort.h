@@ -5,9 +5,11 @@
 // fixes the order of equal rotations, which is part of the archive format. Blocks can be made
 // on which it would take quadratic time; their order is that of `sort_by_period`.
 //
-// All leave the sorted rotations in the index array as row entries:
+// All leave the block as it was and the sorted rotations in the index array as row entries:
 //
 //   row r:  | b[p-1] (8) | p (24) |, p the start of the rotation in row r
+//
+// block, scratch: the two buffers of the pair, in either order.
 #pragma once
 
 #include <cstdint>
@@ -24,16 +26,13 @@ struct SortArrays {
     std::uint32_t *model_area;
 };
 
-// block, scratch: the two buffers of the pair, in either order. The block is left as it
-// was. Returns false for periodic blocks, and for very short ones, with the index array
-// undefined. Takes time O(n log n) at worst, on real data nearly linear.
+// Returns false for periodic blocks, and for very short ones, with the index array undefined.
+// Takes time O(n log n) at worst, on real data nearly linear.
 [[nodiscard]] bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block,
                                      std::uint32_t n, std::uint8_t *scratch);
 
-// Returns false when that takes more steps than a bound allows; then the block is still, or
-// again, in its place. Else it is destroyed.
-[[nodiscard]] bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,
-                                    std::uint8_t *scratch);
+// Returns false when that takes more steps than a bound allows, with the index array undefined.
+[[nodiscard]] bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n);
 
 // Any block, periodic or not. Linear time beside that of sorting the period.
 void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t n,

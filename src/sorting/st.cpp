@@ -10,6 +10,8 @@
 #include "sorting/prefetch.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 namespace velk {
 namespace {
@@ -20,13 +22,9 @@ constexpr std::uint32_t kFirstByteShift = 13;
 // up all after it. (Executables of 16 MB in 0.8 of the time.)
 constexpr std::uint32_t kAhead = 48;
 
-std::uint32_t context_of(std::uint32_t first, std::uint32_t second, std::uint32_t third) {
-    return first << kFirstByteShift | second << 5 | third >> 3;
-}
-
-// For p + 2 inside the block.
-std::uint32_t context_at(const std::uint8_t *block, std::uint32_t p) {
-    return context_of(block[p], block[p + 1], block[p + 2]);
+// Of the rotation that begins with the three bytes at `bytes`.
+std::uint32_t context_at(const std::uint8_t *bytes) {
+    return bytes[0] << kFirstByteShift | bytes[1] << 5 | bytes[2] >> 3;
 }
 
 // The context of the rotation that begins one byte earlier, with `byte`.
@@ -37,10 +35,7 @@ std::uint32_t context_before(std::uint32_t context, std::uint32_t byte) {
 void counts_to_rows(std::uint32_t *contexts) {
     std::uint32_t row = 0;
     for (std::uint32_t k = 0; k < kStContexts; ++k) {
-        const std::uint32_t count = contexts[k];
-        if (count == 0) continue;
-        contexts[k] = row;
-        row += count;
+        if (contexts[k] != 0) row += std::exchange(contexts[k], row);
     }
 }
 
@@ -70,23 +65,18 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
         return;
     }
     std::fill(contexts, contexts + kStContexts, 0);
-    const std::uint32_t first_context = context_of(in[0], in[1], in[2]);
-    std::uint32_t context = first_context;
+    std::uint32_t context = context_at(in);
     for (std::uint32_t p = n; p-- > 0;) {
         context = context_before(context, in[p]);
         ++contexts[context];
-    }
+    } // back at rotation 0
     counts_to_rows(contexts);
-
-    context = first_context;
     for (std::uint32_t p = n; p-- > 0;) { // the byte before rotation p + 1, or 0
-        if (p >= kAhead) prefetch(contexts, 4u * context_at(in, p - kAhead));
+        if (p >= kAhead) prefetch(contexts, 4u * context_at(in + p - kAhead));
         out[contexts[context]++] = in[p];
         context = context_before(context, in[p]);
     }
-    out[n] = in[0];
-    out[n + 1] = in[1];
-    out[n + 2] = in[2];
+    std::memcpy(out + n, in, 3);
     out[n + 3] = 1;
     out_len = n + kStTrailerBytes;
 }
@@ -114,7 +104,7 @@ bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, s
     // below 2^24; row n, which a used-up bucket may come to, is a byte of the trailer.
     for (std::uint32_t k = 0; k < kStContexts; ++k)
         contexts[k] = contexts[k] << 8 | in[contexts[k]];
-    std::uint32_t context = context_of(in[n], in[n + 1], in[n + 2]);
+    std::uint32_t context = context_at(in + n);
     for (std::uint32_t p = n; p-- > 0;) {
         const std::uint32_t entry = contexts[context];
         const std::uint32_t row = entry >> 8;

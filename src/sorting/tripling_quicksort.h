@@ -2,97 +2,83 @@
 // sorted are part of the format, as they decide the order of equal rotations.
 //
 // The left part of a range is sorted before the right one. So the ranges that wait lie from
-// left to right, the next one foremost, and two bits a row remember them, where one begins
-// and where one ends: there is no stack whose depth the block would decide.
+// left to right, the next one foremost, and a bitmap remembers them: bit 2r + 1 where one
+// begins in row r, bit 2r where one ends in it; one may begin where another ends. There is no
+// stack whose depth the block would decide.
 #pragma once
 
 #include "sorting/bitmap.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace velk {
 
-// Numbers of rows and triples are below 2^24, so signed ones hold them and one less than the
-// first.
-using Index = std::int32_t;
-
 struct QuicksortState {
-    std::uint32_t rows;       // of the whole block
-    std::uint32_t *begins;    // bits, by row, of the ranges that wait; all are clear
-    std::uint32_t *ends;      // before and after a sort, unless the steps ran out
+    std::uint32_t *waiting;   // all bits are clear before and after a sort, unless the steps
+                              // ran out
     std::uint32_t pivot_seed; // 0..32767
-    std::int64_t steps_left;  // elements that may still be compared with a pivot; below 0, and
+    std::int64_t steps_left;  // items that may still be compared with a pivot; below 0, and
                               // for good, when there have been more
 };
 
-inline Index next_pivot(QuicksortState &state, Index lo, Index hi) {
+inline std::uint32_t next_pivot(QuicksortState &state, std::uint32_t lo, std::uint32_t end) {
     state.pivot_seed = (state.pivot_seed * 7621 + 1) % 32768;
-    switch (state.pivot_seed % 3) {
-    case 0:
-        return lo;
-    case 1:
-        return (lo + hi) / 2;
-    default:
-        return hi;
-    }
+    const std::uint32_t choices[] = {lo, (lo + end - 1) / 2, end - 1};
+    return choices[state.pivot_seed % 3];
 }
 
-// Moves all elements of lo..hi that are smaller than the pivot, element `pivot`, before those
-// that are larger; equal ones go to either side. What is left to sort is lo..j and i..hi.
-template<typename Ops>
-void partition(Ops &ops, Index pivot, Index lo, Index hi, Index &i, Index &j) {
-    ops.load_pivot(pivot);
-    i = lo;
-    j = hi;
-    while (i < j) {
-        while (ops.order(i) < 0)
-            ++i;
-        while (ops.order(j) > 0)
-            --j;
-        if (i <= j) ops.exchange(i++, j--);
+// Moves all items of lo..end - 1 that are smaller than the pivot before those that are
+// larger; equal ones go to either side. What is left to sort is lo..left_end - 1 and
+// right..end - 1, the two returned.
+template<typename Item, typename Key, typename KeyOf>
+std::pair<std::uint32_t, std::uint32_t> partition(Item *items, Key pivot, std::uint32_t lo,
+                                                  std::uint32_t end, KeyOf key_of) {
+    std::uint32_t right = lo;
+    std::uint32_t left_end = end;
+    while (right + 1 < left_end) {
+        while (key_of(items[right]) < pivot)
+            ++right;
+        while (pivot < key_of(items[left_end - 1]))
+            --left_end;
+        if (right < left_end) std::swap(items[right++], items[--left_end]);
     }
-    // Elements equal to the pivot that met in the middle are in their place.
-    while (lo < j && ops.order(j) == 0)
-        --j;
-    while (i < hi && ops.order(i) == 0)
-        ++i;
+    // Items equal to the pivot that met in the middle are in their place.
+    while (lo + 1 < left_end && key_of(items[left_end - 1]) == pivot)
+        --left_end;
+    while (right + 1 < end && key_of(items[right]) == pivot)
+        ++right;
+    return {left_end, right};
 }
 
-// Sorts the elements lo..hi, with element i at home in row first_row + i, of what `ops` gives
-// access to: ops.sorted_otherwise(lo, hi) may take over short ranges, ops.load_pivot(i) fixes
-// the pivot, ops.order(i) compares element i with it (below 0, 0, above 0). Ends early, with
-// the elements in some order, when the steps run out.
-template<typename Ops>
-void quicksort(QuicksortState &state, Ops &ops, Index first_row, Index lo, Index hi) {
-    std::uint32_t waiting = 0;
+// Sorts the `count` items by their keys, with the first of them at home in row first_row.
+// sorted_otherwise(lo, end) may take over short ranges. Ends early, with the items in some
+// order, when the steps run out.
+template<typename Item, typename KeyOf, typename SortedOtherwise>
+void quicksort(QuicksortState &state, Item *items, std::uint32_t count, std::uint32_t first_row,
+               KeyOf key_of, SortedOtherwise sorted_otherwise) {
+    const std::uint32_t last_bit = 2 * (first_row + count - 1);
+    // Lets a range wait, or takes the next one out. One item by itself is in its place.
+    const auto flip = [&](std::uint32_t lo, std::uint32_t end) {
+        if (end - lo < 2) return;
+        flip_bit(state.waiting, 2 * (first_row + lo) + 1);
+        flip_bit(state.waiting, 2 * (first_row + end - 1));
+    };
+    std::uint32_t lo = 0;
+    std::uint32_t end = count;
     while (state.steps_left >= 0) {
-        Index i = hi;
-        Index j = lo;
-        if (!ops.sorted_otherwise(lo, hi)) {
-            state.steps_left -= hi - lo + 1;
-            partition(ops, next_pivot(state, lo, hi), lo, hi, i, j);
+        if (!sorted_otherwise(lo, end)) {
+            state.steps_left -= end - lo;
+            const auto pivot = key_of(items[next_pivot(state, lo, end)]);
+            const auto [left_end, right] = partition(items, pivot, lo, end, key_of);
+            flip(lo, left_end);
+            flip(right, end);
         }
-        const std::uint32_t row = static_cast<std::uint32_t>(first_row);
-        if (lo < j) {
-            if (i < hi) {
-                set_bit(state.begins, row + static_cast<std::uint32_t>(i));
-                set_bit(state.ends, row + static_cast<std::uint32_t>(hi));
-                ++waiting;
-            }
-            hi = j;
-        } else if (i < hi) {
-            lo = i;
-        } else {
-            if (waiting == 0) return;
-            --waiting;
-            const std::uint32_t begin =
-                find_set(state.begins, row + static_cast<std::uint32_t>(hi), state.rows);
-            const std::uint32_t end = find_set(state.ends, begin, state.rows);
-            clear_bit(state.begins, begin);
-            clear_bit(state.ends, end);
-            lo = static_cast<Index>(begin - row);
-            hi = static_cast<Index>(end - row);
-        }
+        const std::uint32_t begin = find_set(state.waiting, 2 * (first_row + lo), last_bit);
+        if (begin >= last_bit) return;
+        lo = begin / 2 - first_row;
+        end = find_set(state.waiting, begin + 1, last_bit) / 2 + 1 - first_row;
+        flip(lo, end);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "system.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -131,7 +133,7 @@ const char *apply_value(int letter, const char *text, Options &options) {
         return *text == '\0' ? "an output has a name" : nullptr;
     case 'S':
         options.suffix = text;
-        return *text == '\0' || std::strchr(text, '/') != nullptr
+        return *text == '\0' || std::strpbrk(text, kFolderEnds) != nullptr
                    ? "a suffix has no slash and at least one character"
                    : nullptr;
     case 'b':
@@ -201,8 +203,9 @@ Status check_conflicts(const Options &o) {
 }
 
 void set_by_program_name(const char *path, Options &options) {
-    const char *const slash = std::strrchr(path, '/');
-    const std::string name = slash == nullptr ? path : slash + 1;
+    std::string name = path;
+    name.erase(0, name.find_last_of(kFolderEnds) + 1);
+    if (name.ends_with(".exe")) name.resize(name.size() - 4);
     if (name == "unvelkz" || name == "velkcat") options.mode = Mode::kRestore;
     options.to_stdout = name == "velkcat";
 }

@@ -23,9 +23,6 @@ struct Output {
 [[nodiscard]] Status open_output(Output &output, const std::string &path, const Input &input,
                                  const Options &options);
 
-// As write(2), but signals and streams that are to be waited for are no errors.
-[[nodiscard]] std::int64_t write_some(const Output &output, const void *buffer, std::size_t size);
-
 // Gives the file the input's mode, owner and times, has all of it written to the disk, and
 // then gives it its name. After kSuccess the input may be removed.
 [[nodiscard]] Status keep_output(Output &output, const Input &input);

@@ -1,12 +1,12 @@
 #include "progress.h"
 
 #include "messages.h"
+#include "system.h"
 
 #include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
@@ -17,13 +17,8 @@ constexpr auto kBetween = std::chrono::milliseconds(100);
 volatile std::sig_atomic_t on_screen = 0;
 
 void put(const std::string &text) {
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-}
-
-std::size_t terminal_width() {
-    winsize size{};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
-    return known ? size.ws_col : 80;
+    [[maybe_unused]] const ssize_t written =
+        write(STDERR_FILENO, text.data(), static_cast<unsigned>(text.size()));
 }
 
 bool begins_character(char byte) {
@@ -102,7 +97,8 @@ void Progress::show(const Amounts &done) {
         const long long whole = std::llround(left);
         text += formatted(", %lld:%02lld left", whole / 60, whole % 60);
     }
-    const std::size_t width = terminal_width() - 1;
+    const std::size_t known = terminal_width();
+    const std::size_t width = (known == 0 ? 80 : known) - 1;
     const std::size_t room = text.size() + 8 < width ? width - text.size() : 8;
     put("\r" + shortened(name_, room) + text.substr(0, width - std::min(room, width)) + "\x1B[K");
     on_screen = 1;

@@ -21,13 +21,14 @@ struct Archive {
 };
 
 std::int64_t read_at(void *user, std::uint64_t offset, void *buffer, std::size_t size) {
-    return read_some_at(*static_cast<const Input *>(user), offset, buffer, size);
+    const Input &input = *static_cast<const Input *>(user);
+    return read_some_at(input.fd, input.start + offset, buffer, size);
 }
 
 bool read_whole(const Input &input, std::uint64_t offset, std::uint8_t *buffer, std::size_t size) {
     std::int64_t got = 0;
     for (std::size_t done = 0; done < size; done += static_cast<std::size_t>(got)) {
-        got = read_some_at(input, offset + done, buffer + done, size - done);
+        got = read_some_at(input.fd, input.start + offset + done, buffer + done, size - done);
         if (got <= 0) return false;
     }
     return true;
@@ -81,7 +82,7 @@ Status open_archive(Archive &archive) {
 bool write_whole(const Output &output, const std::uint8_t *bytes, std::size_t size) {
     std::int64_t put = 0;
     for (std::size_t done = 0; done < size; done += static_cast<std::size_t>(put)) {
-        put = write_some(output, bytes + done, size - done);
+        put = write_some(output.fd, bytes + done, size - done);
         if (put <= 0) return false;
     }
     return true;
@@ -115,8 +116,7 @@ Status list_one(const std::string &path, const Options &options, Sizes &total) {
         std::printf("%14s %14s %9s %7s %10s  %s\n", "archive", "original", "ratio", "blocks",
                     "block size", "name");
     }
-    const Sizes sizes{static_cast<std::uint64_t>(input.opened.st_size) - input.start, original,
-                      blocks, 1};
+    const Sizes sizes{input.opened.size - input.start, original, blocks, 1};
     print_sizes(sizes, std::to_string(archive.block_size), input.name);
     total.archive += sizes.archive;
     total.original += sizes.original;

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <unistd.h>
 
 namespace {
@@ -26,7 +27,7 @@ struct Run {
 
 std::int64_t read_input(void *user, void *buffer, std::size_t size) {
     Run &run = *static_cast<Run *>(user);
-    const std::int64_t got = read_some(run.input, buffer, size);
+    const std::int64_t got = read_some(run.input.fd, buffer, size);
     if (got < 0) run.read_error = errno;
     if (got > 0) run.bytes_read += static_cast<std::uint64_t>(got);
     run.progress.show(run.done);
@@ -36,7 +37,7 @@ std::int64_t read_input(void *user, void *buffer, std::size_t size) {
 std::int64_t write_output(void *user, const void *buffer, std::size_t size) {
     Run &run = *static_cast<Run *>(user);
     if (run.output == nullptr) return static_cast<std::int64_t>(size);
-    const std::int64_t put = write_some(*run.output, buffer, size);
+    const std::int64_t put = write_some(run.output->fd, buffer, size);
     if (put < 0) run.write_error = errno;
     return put;
 }
@@ -64,7 +65,7 @@ Status report(const Run &run, velk_status status) {
 
 bool more_follows(const Input &input) {
     char byte;
-    return read_some(input, &byte, 1) > 0;
+    return read_some(input.fd, &byte, 1) > 0;
 }
 
 Status compress(Run &run, const velk_stream &stream) {
@@ -90,9 +91,9 @@ Status restore(Run &run, const velk_stream &stream) {
 Status transfer(const Input &input, const Output *output, const Options &options) {
     const bool compresses = options.mode == Mode::kCompress;
     const bool text_on_terminal =
-        output != nullptr && output->fd == STDOUT_FILENO && isatty(STDOUT_FILENO) != 0;
+        output != nullptr && output->fd == STDOUT_FILENO && is_terminal(STDOUT_FILENO);
     const bool shown =
-        !options.quiet && !options.no_progress && !text_on_terminal && isatty(STDERR_FILENO) != 0;
+        !options.quiet && !options.no_progress && !text_on_terminal && is_terminal(STDERR_FILENO);
     const std::uint64_t size = options.size != VELK_SIZE_UNKNOWN ? options.size : input.size;
     Run run{input, output, options, {input.name, size, compresses, shown}, {}};
     velk_stream stream{};
@@ -123,7 +124,8 @@ Status name_output(const Input &input, const Options &options, std::string &path
         return warning(input.name, "has the suffix " + options.suffix + " already, skipped");
     }
     if (suffixed) path.resize(path.size() - options.suffix.size());
-    const bool named = suffixed && !path.empty() && path.back() != '/';
+    const bool named =
+        suffixed && !path.empty() && std::strchr(kFolderEnds, path.back()) == nullptr;
     return named ? kSuccess
                  : warning(input.name,
                            "does not end in " + options.suffix + ", skipped; -o names the output");

@@ -3,6 +3,7 @@
 #include "progress.h"
 
 #include <atomic>
+#include <csignal>
 #include <unistd.h>
 
 namespace {
@@ -11,6 +12,8 @@ constexpr int kDeadly[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU};
 
 std::atomic<const char *> unfinished = nullptr;
 static_assert(std::atomic<const char *>::is_always_lock_free); // for the handler
+
+sigset_t before_held;
 
 sigset_t deadly_signals() {
     sigset_t set;
@@ -49,9 +52,9 @@ void remove_on_signal(const char *path) {
 
 SignalsHeld::SignalsHeld() {
     const sigset_t set = deadly_signals();
-    sigprocmask(SIG_BLOCK, &set, &before_);
+    sigprocmask(SIG_BLOCK, &set, &before_held);
 }
 
 SignalsHeld::~SignalsHeld() {
-    sigprocmask(SIG_SETMASK, &before_, nullptr);
+    sigprocmask(SIG_SETMASK, &before_held, nullptr);
 }

@@ -1,0 +1,197 @@
+#include "system.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 30; // what all systems take
+
+Kind kind_of(mode_t mode) {
+    if (S_ISREG(mode)) return Kind::kFile;
+    if (S_ISDIR(mode)) return Kind::kFolder;
+    if (S_ISLNK(mode)) return Kind::kLink;
+    if (S_ISFIFO(mode)) return Kind::kPipe;
+    if (S_ISCHR(mode)) return Kind::kDevice;
+    return S_ISBLK(mode) ? Kind::kBlockDevice : Kind::kOther;
+}
+
+FileTime time_of(const timespec &time) {
+    return {time.tv_sec, time.tv_nsec};
+}
+
+timespec timespec_of(const FileTime &time) {
+    return {static_cast<time_t>(time.high), static_cast<long>(time.low)};
+}
+
+FileFacts facts_of(const struct stat &file) {
+    FileFacts facts{};
+    facts.kind = kind_of(file.st_mode);
+    facts.volume = static_cast<std::uint64_t>(file.st_dev);
+    facts.number = file.st_ino;
+    facts.size = static_cast<std::uint64_t>(file.st_size);
+#ifdef __APPLE__
+    facts.read = time_of(file.st_atimespec);
+    facts.written = time_of(file.st_mtimespec);
+#else
+    facts.read = time_of(file.st_atim);
+    facts.written = time_of(file.st_mtim);
+#endif
+    facts.mode = file.st_mode & 07777;
+    facts.owner = file.st_uid;
+    facts.group = file.st_gid;
+    return facts;
+}
+
+// False when `errno` tells of anything but a stream that is not ready, as those that others
+// left non-blocking may be, or a signal.
+bool wait_for(int fd, short events) {
+    if (errno == EINTR) return true;
+    if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
+    pollfd ready{fd, events, 0};
+    return poll(&ready, 1, -1) > 0 || errno == EINTR;
+}
+
+mode_t usual_mode() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+} // namespace
+
+const char *const kFolderEnds = "/";
+
+bool look_at(const std::string &path, bool through_links, FileFacts &facts) {
+    struct stat found;
+    if ((through_links ? stat(path.c_str(), &found) : lstat(path.c_str(), &found)) != 0)
+        return false;
+    facts = facts_of(found);
+    return true;
+}
+
+bool look_at(int fd, FileFacts &facts) {
+    struct stat found;
+    if (fstat(fd, &found) != 0) return false;
+    facts = facts_of(found);
+    return true;
+}
+
+bool same_file(const FileFacts &a, const FileFacts &b) {
+    return a.volume == b.volume && a.number == b.number;
+}
+
+int open_to_read(const std::string &path, bool through_links) {
+    const int careful = through_links ? 0 : O_NOFOLLOW | O_NONBLOCK;
+    return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | careful);
+}
+
+int open_to_write(const std::string &path) {
+    return open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+}
+
+int make_temporary(std::string &name) {
+    const int fd = mkstemp(name.data());
+    if (fd >= 0) fcntl(fd, F_SETFD, FD_CLOEXEC);
+    return fd;
+}
+
+std::int64_t read_some(int fd, void *buffer, std::size_t size) {
+    ssize_t got;
+    do
+        got = read(fd, buffer, std::min(size, kMostAtOnce));
+    while (got < 0 && wait_for(fd, POLLIN));
+    return got;
+}
+
+std::int64_t read_some_at(int fd, std::uint64_t offset, void *buffer, std::size_t size) {
+    ssize_t got;
+    do
+        got = pread(fd, buffer, std::min(size, kMostAtOnce), static_cast<off_t>(offset));
+    while (got < 0 && errno == EINTR);
+    return got;
+}
+
+std::int64_t write_some(int fd, const void *buffer, std::size_t size) {
+    ssize_t put;
+    do
+        put = write(fd, buffer, std::min(size, kMostAtOnce));
+    while (put < 0 && wait_for(fd, POLLOUT));
+    return put;
+}
+
+std::int64_t position_of(int fd) {
+    return lseek(fd, 0, SEEK_CUR);
+}
+
+// Nobody may read the output who may not read the input: where the group is another one,
+// it and all others get what both had. The set-id bits are not for other bytes.
+void copy_attributes(int fd, const FileFacts &from) {
+    if (from.kind == Kind::kPipe || from.kind == Kind::kOther) {
+        fchmod(fd, usual_mode());
+        return;
+    }
+    mode_t mode = from.mode & 0777;
+    if (from.kind != Kind::kFile) {
+        fchmod(fd, mode & usual_mode());
+        return;
+    }
+    [[maybe_unused]] const int owner_kept = fchown(fd, from.owner, static_cast<gid_t>(-1));
+    if (fchown(fd, static_cast<uid_t>(-1), from.group) != 0) {
+        const mode_t common = (mode >> 3) & mode & 7;
+        mode = (mode & 0700) | common << 3 | common;
+    }
+    fchmod(fd, mode);
+    const timespec times[2] = {timespec_of(from.read), timespec_of(from.written)};
+    futimens(fd, times);
+}
+
+// Some file systems have no fsync, and write at once.
+bool sync_file(int fd) {
+    return fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP || errno == ENOSYS;
+}
+
+bool sync_folder(const std::string &folder) {
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool safe = sync_file(fd);
+    close(fd);
+    return safe;
+}
+
+// link(2), other than rename(2), fails where a file has come to be meanwhile; but not all
+// file systems have it.
+bool rename_file(const std::string &from, const std::string &to, bool replaces) {
+    FileFacts there;
+    if (!replaces) {
+        if (link(from.c_str(), to.c_str()) == 0) return unlink(from.c_str()) == 0;
+        if (errno == EEXIST || look_at(to, false, there)) {
+            errno = EEXIST;
+            return false;
+        }
+    }
+    return rename(from.c_str(), to.c_str()) == 0;
+}
+
+// A standard stream that the caller closed leaves its number free, and the next file opened
+// would get it. What takes its place here fails to read or write, as a closed one does.
+void prepare_streams() {
+    for (int fd = 0; fd < 3; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1) open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
+    }
+}
+
+bool is_terminal(int fd) {
+    return isatty(fd) != 0;
+}
+
+std::size_t terminal_width() {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}

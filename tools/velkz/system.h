@@ -1,0 +1,62 @@
+// What velkz asks of the system beyond what every C library has: posix/ or windows/ answers.
+// Where nothing else is said, what fails returns -1 or false and leaves the reason in `errno`.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+enum class Kind { kFile, kFolder, kLink, kPipe, kDevice, kBlockDevice, kOther };
+
+// In the system's own units.
+struct FileTime {
+    std::int64_t high, low;
+    bool operator==(const FileTime &) const = default;
+};
+
+// What the system knows of a file.
+struct FileFacts {
+    Kind kind;
+    std::uint64_t volume, number; // no two files have both in common
+    std::uint64_t size;           // bytes of a file
+    FileTime read, written;       // when it was last
+    unsigned mode, owner, group;  // of POSIX
+};
+
+// through_links: tells of what a link leads to.
+[[nodiscard]] bool look_at(const std::string &path, bool through_links, FileFacts &facts);
+[[nodiscard]] bool look_at(int fd, FileFacts &facts);
+[[nodiscard]] bool same_file(const FileFacts &a, const FileFacts &b);
+
+// through_links: also opens links, and waits for devices that are not ready.
+[[nodiscard]] int open_to_read(const std::string &path, bool through_links);
+[[nodiscard]] int open_to_write(const std::string &path);
+// name: six letters X at its end become others. Only who may read whatever is made in the
+// folder, or else only the user, may read the new file.
+[[nodiscard]] int make_temporary(std::string &name);
+
+// As read(2), pread(2) and write(2), but signals, and streams that are to be waited for, are
+// no errors. To read at a place may change where the file stands.
+[[nodiscard]] std::int64_t read_some(int fd, void *buffer, std::size_t size);
+[[nodiscard]] std::int64_t read_some_at(int fd, std::uint64_t offset, void *buffer,
+                                        std::size_t size);
+[[nodiscard]] std::int64_t write_some(int fd, const void *buffer, std::size_t size);
+// Where the file stands, in bytes.
+[[nodiscard]] std::int64_t position_of(int fd);
+
+// Gives the file as much of the other's mode, owner and times as the system has and allows.
+void copy_attributes(int fd, const FileFacts &from);
+// What was written is on the disk after it; of a folder, the names in it.
+[[nodiscard]] bool sync_file(int fd);
+[[nodiscard]] bool sync_folder(const std::string &folder);
+// replaces: another file; or else fails with EEXIST where there is one.
+[[nodiscard]] bool rename_file(const std::string &from, const std::string &to, bool replaces);
+
+// To be called before the standard streams are used.
+void prepare_streams();
+[[nodiscard]] bool is_terminal(int fd);
+// Columns of the terminal that the error stream goes to; 0 if it is none.
+[[nodiscard]] std::size_t terminal_width();
+
+// The characters that end the name of a folder in a path.
+extern const char *const kFolderEnds;

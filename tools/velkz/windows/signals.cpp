@@ -1,0 +1,38 @@
+#include "signals.h"
+
+#include "progress.h"
+
+#include <mutex>
+#include <windows.h>
+
+namespace {
+
+std::mutex holding; // guards the name
+const char *unfinished = nullptr;
+
+// Runs in a thread of its own, and the program ends as it returns: what it removed is not to
+// be given a name before.
+BOOL WINAPI end_by(DWORD) {
+    holding.lock();
+    if (unfinished != nullptr) DeleteFileA(unfinished);
+    clear_progress();
+    return FALSE;
+}
+
+} // namespace
+
+void catch_signals() {
+    SetConsoleCtrlHandler(end_by, TRUE);
+}
+
+void remove_on_signal(const char *path) {
+    unfinished = path;
+}
+
+SignalsHeld::SignalsHeld() {
+    holding.lock();
+}
+
+SignalsHeld::~SignalsHeld() {
+    holding.unlock();
+}
