@@ -64,6 +64,12 @@ TEST(Models, CodesThatNoEncoderWrites) {
         RangeDecoder decoder{end - !beyond, 1u << 24, 5, 9, bytes, false};
         EXPECT_EQ(decode_doubled(decoder, model), 3u);
         EXPECT_EQ(failed(decoder), beyond);
+        FreqModel p, s;
+        for (std::uint32_t x = 0; x < kSymbols; ++x)
+            p.cumulative[x] = s.cumulative[x] = static_cast<std::uint16_t>(x + 1);
+        RangeDecoder pair{(1u << 24) - !beyond, 1u << 24, 5, 9, bytes, false};
+        EXPECT_EQ(decode_pair(pair, p, s, [] {}), kSymbols - 1);
+        EXPECT_EQ(failed(pair), beyond);
     }
     RawBitReader reader = start_raw_reader(bytes, 1);
     get(reader, 8);
