@@ -84,14 +84,16 @@ void induce(const Names &names, std::uint32_t *rows, std::uint32_t *buckets) {
     }
 }
 
-// Whether the pieces that begin at the valleys a and b, up to the next valley, are equal.
+// Whether the pieces of the valleys a and b, up to the next valley, are equal; a's row is the
+// one before b's. Where names are equal and only a's piece ended, at a valley, b's would have
+// to be the smaller one.
 bool equal_pieces(const Names &names, const std::uint32_t *marks, std::uint32_t a,
                   std::uint32_t b) {
     if (names.name[a] != names.name[b]) return false;
     do {
         a = names.after(a);
         b = names.after(b);
-        if (names.name[a] != names.name[b] || get_bit(marks, a) != get_bit(marks, b)) return false;
+        if (names.name[a] != names.name[b]) return false;
     } while (!get_bit(marks, a));
     return true;
 }
@@ -139,10 +141,7 @@ bool sort_names(const std::uint32_t *name, std::uint32_t count, std::uint32_t *r
                 std::uint32_t *buckets, std::uint32_t *marks) {
     const Names names = {name, count};
     const std::uint32_t valleys = mark_valleys(names, marks);
-    if (valleys == 0) {
-        rows[0] = 0;
-        return count == 1;
-    }
+    if (valleys == 0) return false;
     sort_pieces(names, marks, rows, buckets);
     if (!name_pieces(names, marks, valleys, rows)) {
         std::uint32_t *const last_rows = rows + (count - valleys);

@@ -9,7 +9,7 @@
 
 namespace velk {
 
-// names: `count` names, at least 1. A name is the number of names in the string that are
+// names: `count` names, at least 2. A name is the number of names in the string that are
 // smaller, which makes it the first row of the rotations that begin with it.
 // rows: `count` entries; they get the starts of the rotations in sorted order.
 // buckets: `count` entries; marks: 2 * count bits and one word more for each of up to 23
