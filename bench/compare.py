@@ -250,7 +250,7 @@ Made by `scripts/bench` over {len(files)} files, {original:,} bytes together; me
 alternating rounds; memory at its largest. Restored files were compared with the originals.
 
 Machine: {processor()}, {os.cpu_count()} processors, \
-{first('/etc/os-release', '^PRETTY_NAME=.(.*).$')}, Linux {platform.release()}, \
+{first('/etc/os-release', '^PRETTY_NAME=.(.*).$')}, Linux {platform.release().split('-')[0]}, \
 {platform.machine()}.
 Versions: {", ".join(programs)}.
 

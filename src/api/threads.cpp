@@ -1,3 +1,4 @@
+// The processors and the signals, which each system counts and masks in its own way.
 #include "api/threads.h"
 
 #ifdef __linux__

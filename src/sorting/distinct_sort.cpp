@@ -1,3 +1,5 @@
+// Large sets are split by bits of the numbers, those of some hundreds by a quicksort, those of
+// up to 16, which are most, by a sorting network.
 #include "sorting/distinct_sort.h"
 
 #include <algorithm>
@@ -110,24 +112,13 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m, std::uint32_t splits_lef
     sort_few(numbers, m);
 }
 
-} // namespace
-
-void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bit,
-                   std::uint64_t *scratch, std::uint32_t scratch_size) {
-    if (m <= kMinCounting) return quicksort(numbers, m, 2 * kMinCountingBits);
-    std::uint64_t differences = 0;
-    for (std::uint32_t i = 1; i < m; ++i)
-        differences |= numbers[i] ^ numbers[0];
-    if (differences >> low_bit == 0) return;
-    if (m > scratch_size) { // recursion, by halves and by bits, is at most 20 deep
-        const std::uint32_t half = m / 2;
-        std::nth_element(numbers, numbers + half, numbers + m);
-        sort_distinct(numbers, half, low_bit, scratch, scratch_size);
-        sort_distinct(numbers + half, m - half, low_bit, scratch, scratch_size);
-        return;
-    }
+// Splits more than kMinCounting numbers, the highest of whose bits that differ is bit
+// `width` - 1, and sorts the parts. The counters stay out of the frames of the halves below:
+// each split takes at least kFewBits of the bits, so at most five of valleys' keys are open.
+[[gnu::noinline]] void split_by_bits(std::uint64_t *numbers, std::uint32_t m, std::uint32_t width,
+                                     std::uint32_t low_bit, std::uint64_t *scratch,
+                                     std::uint32_t scratch_size) {
     const std::uint32_t bits = m < kMinMoreBits ? kFewBits : kMoreBits;
-    const auto width = static_cast<std::uint32_t>(std::bit_width(differences));
     const std::uint32_t shift = std::max(width - bits, low_bit);
     const auto digit = [&](std::uint64_t number) { return number >> shift & ((1u << bits) - 1); };
     std::uint32_t ends[1u << kMoreBits];
@@ -144,11 +135,30 @@ void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bi
     std::uint32_t begin = 0;
     for (std::uint32_t d = 0; d < 1u << bits; ++d) {
         const std::uint32_t end = ends[d];
-        if (end - begin > 1) {
+        if (end - begin > 1)
             sort_distinct(numbers + begin, end - begin, low_bit, scratch, scratch_size);
-        }
         begin = end;
     }
+}
+
+} // namespace
+
+void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bit,
+                   std::uint64_t *scratch, std::uint32_t scratch_size) {
+    if (m <= kMinCounting) return quicksort(numbers, m, 2 * kMinCountingBits);
+    std::uint64_t differences = 0;
+    for (std::uint32_t i = 1; i < m; ++i)
+        differences |= numbers[i] ^ numbers[0];
+    if (differences >> low_bit == 0) return;
+    if (m > scratch_size) { // of at most 2^23 numbers, 14 halves are open at most
+        const std::uint32_t half = m / 2;
+        std::nth_element(numbers, numbers + half, numbers + m);
+        sort_distinct(numbers, half, low_bit, scratch, scratch_size);
+        sort_distinct(numbers + half, m - half, low_bit, scratch, scratch_size);
+        return;
+    }
+    const auto width = static_cast<std::uint32_t>(std::bit_width(differences));
+    split_by_bits(numbers, m, width, low_bit, scratch, scratch_size);
 }
 
 } // namespace velk

@@ -1,4 +1,4 @@
-// Sorts distinct numbers, most often few of them.
+// Sorts distinct numbers, most often few of them: keys of valleys, names of ties.
 #pragma once
 
 #include <cstdint>

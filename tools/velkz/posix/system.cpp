@@ -1,3 +1,4 @@
+// The answers of systems with POSIX: Linux, the BSDs, macOS.
 #include "system.h"
 
 #include <algorithm>

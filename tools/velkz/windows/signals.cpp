@@ -1,3 +1,4 @@
+// Ctrl-C and closed consoles: the handler runs in a thread of its own.
 #include "signals.h"
 
 #include "progress.h"
