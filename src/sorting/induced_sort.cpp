@@ -15,7 +15,7 @@
 //   index array    entries             places | rows and names of ties     rows
 //   spare          counting scratch    scratch                             valleys
 //   model area     bucket ends         -                                   -
-//   bit array      valley marks | tie marks | kept valleys | marks of the name sort
+//   bit array      valley marks | tie marks | repeats | falls | kept valleys
 #include "pipeline/byte_order.h"
 #include "sorting/bitmap.h"
 #include "sorting/bwt.h"
@@ -34,6 +34,8 @@ namespace {
 constexpr std::uint32_t kMinBlock = 16;
 // How many entries ahead the text is fetched from memory: 16 MB blocks gain 1.3 times.
 constexpr std::uint32_t kAhead = 32;
+// Repeats are left out where one valley in so many begins with the four bytes of the one before.
+constexpr std::uint32_t kRepetitivePart = 64;
 
 // Valleys ------------------------------------------------------------------------
 
@@ -67,17 +69,28 @@ std::uint32_t find_valleys(const Valleys &v) {
 }
 
 // Makes the entries, in the order of the first two bytes, and leaves in bucket_ends where
-// those of each two bytes end.
-void fill_buckets(const Valleys &v, std::uint32_t *bucket_ends) {
-    const auto bucket = [&](std::uint32_t p) { return v.text[p] * 256u + v.text[p + 1]; };
+// those of each two bytes end. Leaves out repeats where there are some: to look for them takes
+// prose, which has none, 5 % longer.
+void fill_buckets(Valleys &v, std::uint32_t *bucket_ends) {
     std::fill(bucket_ends, bucket_ends + kTextBuckets, 0);
-    for_each_bit(v.marks, v.n, [&](std::uint32_t p) { ++bucket_ends[bucket(p)]; });
+    std::uint32_t alike = 0; // valleys that begin as the one before
+    std::uint32_t before = 0;
+    for_each_bit(v.marks, v.n, [&](std::uint32_t p) {
+        ++bucket_ends[bucket(v, p)];
+        alike += get_u32(v.text + p) == before;
+        before = get_u32(v.text + p);
+    });
+    // Valleys tied with each other are followed by others, but for those alike. So half of all
+    // are tied at most, which must fit the scratch.
+    if (alike >= v.count / kRepetitivePart || v.count + alike >= 2 * (v.n / 4))
+        leave_out_repeats(v, bucket_ends);
+
     std::uint32_t sum = 0;
     for (std::uint32_t k = 0; k < kTextBuckets; ++k)
         sum += std::exchange(bucket_ends[k], sum);
     for_each_bit(v.marks, v.n, [&](std::uint32_t p) {
         const std::uint64_t key = get_u64_be(v.text + p + kBucketDepth) >> kKeyShift;
-        v.entries[bucket_ends[bucket(p)]++] = key << kKeyShift | p;
+        v.entries[bucket_ends[bucket(v, p)]++] = key << kKeyShift | p;
     });
 }
 
@@ -117,10 +130,9 @@ FirstRows find_first_rows(const Valleys &v) {
 
 // Puts the L positions in their rows, which come first in those of a first byte. Increasing:
 // an entry whose preceding byte is not smaller than its own first byte (never smaller for a
-// valley) leads to an L position. valley: the sorted valleys; valley_ends: where those of
-// each first byte end.
-void induce_l(const Valleys &v, const std::uint32_t *valley, const std::uint32_t *valley_ends,
-              const FirstRows &first, std::uint32_t *rows) {
+// valley) leads to an L position. valley: the sorted valleys.
+void induce_l(const Valleys &v, const std::uint32_t *valley, const FirstRows &first,
+              std::uint32_t *rows) {
     std::uint32_t next[256]; // by first byte, the next row to fill
     std::copy_n(first.row, 256, next);
     const auto induce = [&](std::uint32_t entry, std::uint32_t c) {
@@ -133,7 +145,7 @@ void induce_l(const Valleys &v, const std::uint32_t *valley, const std::uint32_t
             fetch_before(v, rows[row + kAhead < v.n ? row + kAhead : row]);
             induce(rows[row], c);
         }
-        for (; i < valley_ends[c]; ++i) {
+        for (; i < v.count && v.text[valley[i]] == c; ++i) {
             fetch_before(v, valley[i + kAhead < v.count ? i + kAhead : i]);
             induce(row_entry(v, valley[i]), c);
         }
@@ -193,18 +205,19 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     Valleys v{};
     v.text = scratch + kTextBefore;
     v.n = n;
-    // In n / 8 + kBwtMoreBitWords words: all marks together take, in bits, 3.5 n and, in words, 4
-    // and one for each level of the name sort.
+    // In n / 8 + kBwtMoreBitWords words: all bits together are 3.5 n and, in words, at most 6.
     v.marks = arrays.bit_array;
     v.tie_marks = v.marks + bitmap_words(n);
+    v.repeats = v.tie_marks + bitmap_words(n / 2) + 1;
+    v.falls = v.repeats + bitmap_words(n / 2);
+    std::uint32_t *const more_marks = v.falls + bitmap_words(n / 2);
     v.entries = reinterpret_cast<ValleyEntry *>(index_array);
     v.scratch = reinterpret_cast<ValleyEntry *>(spare);
-    std::uint32_t *const more_marks = v.tie_marks + bitmap_words(n / 2) + 1;
 
     v.count = find_valleys(v);
-    if (v.count == 0) return false;
-    fill_buckets(v, bucket_ends);
     std::fill(v.tie_marks, more_marks, 0);
+    if (v.count > 0) fill_buckets(v, bucket_ends);
+    if (v.count == 0) return false;
     sort_valleys(v, bucket_ends);
     for (std::uint32_t i = 0; i < v.count; ++i) {
         ValleyEntry entry; // the two arrays share their place
@@ -213,12 +226,9 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     }
     if (v.ties > 0 && !break_ties(v, index_array, spare, more_marks)) return false;
 
-    std::copy_n(index_array, v.count, spare); // the rows take its place
-    std::uint32_t valley_ends[256];
-    for (std::uint32_t c = 0; c < 256; ++c)
-        valley_ends[c] = bucket_ends[c * 256 + 255];
+    put_back_repeats(v, index_array, spare); // the rows take the place of the valleys
     const FirstRows first = find_first_rows(v);
-    induce_l(v, spare, valley_ends, first, index_array);
+    induce_l(v, spare, first, index_array);
     induce_s(v, first, index_array);
     return true;
 }

@@ -9,6 +9,7 @@
 #include "sorting/rotation_sort.h"
 #include "sorting/valleys.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace velk {
@@ -26,21 +27,22 @@ std::uint32_t position_of(ValleyEntry entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
 }
 
-// The position `distance` bytes behind p. Depths, being those of pieces, are below 3 * n.
-std::uint32_t after(const Valleys &v, std::uint32_t p, std::uint32_t distance) {
-    const std::uint32_t q = p + distance;
-    return q < v.n ? q : q % v.n;
-}
-
 // How many bytes from the valley p on determine its piece, which ends with the next valley:
-// all valleys that agree in so many have their next valley at the same distance.
+// all valleys that agree in so many have their next valley at the same distance, and are
+// repeated like p or not.
 std::uint32_t piece_depth(const Valleys &v, std::uint32_t p) {
-    const std::uint32_t q = valley_after(v, p);
-    const std::uint32_t length = (q > p ? 0 : v.n) + q - p;
+    std::uint32_t q = valley_after(v, p);
+    std::uint32_t length = distance(v, p, q);
+    if (v.without_repeats && get_bit(v.repeats, q / 2)) { // p begins a run, q is its end
+        p = q;
+        q = valley_after(v, p);
+        length += distance(v, p, q);
+    }
     // That q is a valley shows in the first byte behind it that differs: it is larger.
     std::uint32_t plateau = 1;
     while (v.text[after(v, q, plateau)] == v.text[q])
         ++plateau;
+    if (v.without_repeats) plateau = std::max(plateau, matching_bytes(v, p, q, v.n));
     return length + plateau + 1;
 }
 
@@ -60,24 +62,17 @@ void load_keys(const Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uin
 
 // Sorts two valleys that agree in `depth` bytes.
 void sort_pair(Valleys &v, ValleyEntry *entries, std::uint32_t depth, std::uint32_t tie_depth) {
-    std::uint32_t a = after(v, position_of(entries[0]), depth);
-    std::uint32_t b = after(v, position_of(entries[1]), depth);
-    for (;; depth += 8) {
+    const std::uint32_t a = position_of(entries[0]);
+    const std::uint32_t b = position_of(entries[1]);
+    for (;;) {
         if (depth >= tie_depth) {
-            tie_depth = piece_depth(v, position_of(entries[0]));
+            tie_depth = piece_depth(v, a);
             if (depth >= tie_depth) return tie(v, entries, 2);
         }
-        const std::uint64_t bytes_a = get_u64_be(v.text + a);
-        const std::uint64_t bytes_b = get_u64_be(v.text + b);
-        if (bytes_a != bytes_b) {
-            if (bytes_b < bytes_a) std::swap(entries[0], entries[1]);
-            return;
-        }
-        a += 8;
-        if (a >= v.n) a -= v.n;
-        b += 8;
-        if (b >= v.n) b -= v.n;
+        depth += matching_bytes(v, after(v, a, depth), after(v, b, depth), tie_depth - depth);
+        if (depth < tie_depth) break;
     }
+    if (v.text[after(v, b, depth)] < v.text[after(v, a, depth)]) std::swap(entries[0], entries[1]);
 }
 
 // Sorts the valleys of `m` entries that agree in `depth` bytes and hold the next five as

@@ -9,12 +9,14 @@
 // A group is sorted by the names of the valleys behind its own. These are best known when
 // the groups further back in the block have been sorted, so this goes backwards: a long
 // repeat costs one step for each of its valleys, once its end is known to be larger or
-// smaller. Real data hardly ever needs a second time. What is left after that, of blocks of a
-// very regular structure, is left to a sort of the string of names that takes linear time
-// (sorting/name_sort.h).
+// smaller. Real data hardly ever needs a second time.
+//
+// What is tied then agrees in two valleys, so the next time goes by the names of the valleys
+// two behind, then four, eight and so on: after log n times no block has ties, unless it is
+// periodic (prefix doubling: U. Manber, G. Myers, "Suffix arrays: a new method for on-line
+// string searches", 1993). Very regular ones, as Fibonacci strings, need all of them.
 #include "sorting/bitmap.h"
 #include "sorting/distinct_sort.h"
-#include "sorting/name_sort.h"
 #include "sorting/prefetch.h"
 #include "sorting/valleys.h"
 
@@ -31,11 +33,10 @@ namespace {
 constexpr std::uint32_t kTied = 1u << 31;    // with the row before
 constexpr std::uint32_t kVisited = 1u << 30; // in a group's first: sorted as far as can be
 constexpr std::uint32_t kNumberMask = kVisited - 1;
-// Sorting a group of m valleys counts as m * log m steps, and all groups may take so many
-// for each valley. Real data takes up to 10; Fibonacci strings would take 43. Valleys are
-// fewer than 2^23, so 32 bits hold the sum.
+// Sorting a group of m valleys counts as m * log m steps. When they all have taken so many for
+// each valley, no group is sorted twice at a time any more. Real data takes up to 10. Valleys
+// are fewer than 2^23, so 32 bits hold the sum.
 constexpr std::uint32_t kMaxWork = 16;
-constexpr std::uint32_t kTooMuch = 0xFFFFFFFFu;
 // How many valleys ahead memory is fetched: a quarter less time at 16 MB.
 constexpr std::uint32_t kAhead = 16;
 
@@ -51,11 +52,13 @@ struct Ties {
     std::uint32_t *name;    // by number
     std::uint64_t *scratch; // scratch_size entries
     std::uint32_t scratch_size;
+    std::uint32_t h; // tied valleys are known to agree in so many, with those behind them
 
     std::uint32_t number(std::uint32_t row) const { return rows[row] & kNumberMask; }
     bool is_tied(std::uint32_t row) const { return row < count && (rows[row] & kTied) != 0; }
-    std::uint32_t before(std::uint32_t k) const { return (k == 0 ? count : k) - 1; }
-    std::uint32_t name_after(std::uint32_t k) const { return name[k + 1 == count ? 0 : k + 1]; }
+    std::uint32_t name_after(std::uint32_t k) const {
+        return name[k + h < count ? k + h : k + h - count];
+    }
 };
 
 // Groups -------------------------------------------------------------------------
@@ -76,78 +79,62 @@ void refine_pair(const Ties &t, std::uint32_t begin) {
     t.name[second] = begin + 1;
 }
 
-// Puts those valleys of a group in their rows that others of it follow: "aaab". The first
-// `lower` rows of the group and the last `upper` hold the others, in order: those whose next
-// valleys are smaller, and larger, than the group. Each valley put in its row is next to
-// those already there, in the order of the valleys that follow, and tied as those.
-void place_runs(const Ties &t, std::uint32_t begin, std::uint32_t end, std::uint32_t lower,
-                std::uint32_t upper) {
-    bool tied = false; // the next one with the last one
-    std::uint32_t next = begin + lower;
-    for (std::uint32_t i = begin; i < next; ++i) {
-        tied = tied && t.is_tied(i);
-        const std::uint32_t k = t.before(t.number(i));
-        if (t.name[k] != begin) continue;
-        t.rows[next++] = k | (tied ? kTied : 0);
-        tied = true;
-    }
-    tied = false;
-    std::uint32_t last = end - upper;
-    for (std::uint32_t i = end; i > last;) {
-        const std::uint32_t k = t.before(t.number(--i));
-        if (t.name[k] == begin) {
-            if (tied) t.rows[last] |= kTied;
-            t.rows[--last] = k;
-            tied = true;
-        }
-        tied = tied && t.is_tied(i);
-    }
-    assert(next == last);
-}
-
-// Sorts the group of the valley k. Returns the work of it, or kTooMuch, with nothing done,
-// when all valleys are of the group.
-std::uint32_t refine_group(const Ties &t, std::uint32_t k) {
+// Sorts the group of the valley k. Returns the work of it. once: what it is split into counts as
+// sorted, too.
+std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     const std::uint32_t begin = t.name[k];
     if (!t.is_tied(begin + 2)) {
         refine_pair(t, begin);
         return 4;
     }
+    // Those with the usual name behind them are not sorted, but stay in the middle. (Without it
+    // a period of two valleys with breaks takes 5 times as long, Fibonacci strings 1.4 times.)
+    const std::uint32_t usual = once ? t.name_after(t.number(begin)) : begin;
+    std::uint32_t *same = t.rows + begin;
     std::uint32_t end = begin;
-    std::uint32_t m = 0; // valleys that another group follows
+    std::uint32_t m = 0; // the others
     std::uint32_t lower = 0;
     do {
-        if (end + kAhead < t.count) prefetch(t.name, 4u * t.number(end + kAhead));
+        if (end + kAhead < t.count) prefetch(t.name, 4u * (t.number(end + kAhead) + t.h));
         const std::uint32_t l = t.number(end++);
         const std::uint32_t after = t.name_after(l);
-        if (after == begin) continue;
-        assert(m < t.scratch_size); // as many valleys are of other groups
-        t.scratch[m++] = std::uint64_t{after} << 32 | l;
-        lower += after < begin;
+        if (after == usual) {
+            *same++ = l | kTied;
+        } else {
+            assert(m < t.scratch_size);
+            t.scratch[m++] = std::uint64_t{after} << 32 | l;
+            lower += after < usual;
+        }
     } while (t.is_tied(end));
-    if (m == 0) return kTooMuch;
     sort_distinct(t.scratch, m, 32, t.scratch + m, t.scratch_size - m);
+
+    const std::uint32_t sorted = once ? kVisited : 0;
+    const std::uint32_t middle = begin + lower;
+    const std::uint32_t middle_end = end - m + lower;
+    if (middle < middle_end) {
+        std::copy_backward(t.rows + begin, same, t.rows + middle_end);
+        t.rows[middle] = t.number(middle) | sorted;
+        for (std::uint32_t row = middle; lower > 0 && row < middle_end; ++row)
+            t.name[t.number(row)] = middle;
+    }
     std::uint32_t last = t.count;
+    std::uint32_t name = begin;
     for (std::uint32_t i = 0; i < m; ++i) {
+        const std::uint32_t row = i < lower ? begin + i : middle_end + i - lower;
         const std::uint32_t after = static_cast<std::uint32_t>(t.scratch[i] >> 32);
         const std::uint32_t l = static_cast<std::uint32_t>(t.scratch[i]);
-        t.rows[(i < lower ? begin : end - m) + i] = l | (after == last ? kTied : 0);
+        if (after != last) name = row;
+        t.rows[row] = l | (after == last ? kTied : sorted);
+        t.name[l] = name;
         last = after;
-    }
-    if (m < end - begin) place_runs(t, begin, end, lower, m - lower);
-
-    std::uint32_t name = begin;
-    for (std::uint32_t i = begin; i < end; ++i) {
-        if (!t.is_tied(i)) name = i;
-        t.name[t.number(i)] = name;
     }
     t.rows[t.name[k]] |= kVisited;
     return (end - begin) * static_cast<std::uint32_t>(std::bit_width(end - begin));
 }
 
 // Sorts each group when its last valley is met, and again when those are that it has been
-// split into. Takes its work from the budget. Returns false when that is out.
-bool refine_backwards(const Ties &t, std::uint32_t &budget) {
+// split into, as long as the budget of work lasts.
+void refine_backwards(const Ties &t, std::uint32_t &budget) {
     for (std::uint32_t k = t.count; k-- > 0;) {
         if (k >= 2 * kAhead) prefetch(t.rows, 4u * t.name[k - 2 * kAhead]);
         if (k >= kAhead) {
@@ -157,30 +144,27 @@ bool refine_backwards(const Ties &t, std::uint32_t &budget) {
         }
         const std::uint32_t group = t.name[k];
         if (!t.is_tied(group + 1) || (t.rows[group] & kVisited) != 0) continue;
-        const std::uint32_t work = refine_group(t, k);
-        if (work > budget) return false;
-        budget -= work;
+        budget -= std::min(budget, refine_group(t, k, budget == 0));
     }
-    return true;
 }
 
-// Sorts the groups as far as they can be, until only numbers are left in the rows. Returns
-// whether no ties are left.
-bool refine(const Ties &t, std::uint32_t ties) {
+// Sorts the groups until only numbers are left in the rows. Returns false when ties can't be
+// broken.
+bool refine(Ties &t, std::uint32_t ties) {
     std::uint32_t budget = kMaxWork * t.count;
-    std::uint32_t before;
-    bool go_on;
-    do {
-        go_on = refine_backwards(t, budget);
-        before = std::exchange(ties, 0);
+    for (t.h = 1; ties > 0; t.h *= 2) {
+        if (t.h >= t.count) return false;
+        refine_backwards(t, budget);
+        const std::uint32_t before = std::exchange(ties, 0);
         for (std::uint32_t row = 0; row < t.count; ++row) {
             ties += t.is_tied(row);
             t.rows[row] &= ~kVisited;
         }
-    } while (go_on && ties > 0 && ties < before);
+        if (ties == before) return false;
+    }
     for (std::uint32_t row = 0; row < t.count; ++row)
         t.rows[row] &= kNumberMask;
-    return ties == 0;
+    return true;
 }
 
 // Which valleys take part --------------------------------------------------------
@@ -237,10 +221,8 @@ bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
     const std::uint32_t count =
         make_rows(v, places, kept, reinterpret_cast<KeptWord *>(spare), rows, name);
 
-    const Ties ties = {count, rows, name, v.scratch, v.n / 4};
-    if (!refine(ties, v.ties) && !sort_names(name, count, rows, spare, marks + bitmap_words(v.n))) {
-        return false;
-    }
+    Ties ties = {count, rows, name, v.scratch, v.n / 4, 1};
+    if (!refine(ties, v.ties)) return false;
     std::uint32_t *const position = spare;
     std::uint32_t *next = position;
     for_each_bit(kept, v.n, [&](std::uint32_t p) { *next++ = p; });
