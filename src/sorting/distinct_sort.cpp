@@ -145,18 +145,12 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m, std::uint32_t splits_lef
 
 void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bit,
                    std::uint64_t *scratch, std::uint32_t scratch_size) {
-    if (m <= kMinCounting) return quicksort(numbers, m, 2 * kMinCountingBits);
+    if (m <= kMinCounting || m > scratch_size)
+        return quicksort(numbers, m, 2 * static_cast<std::uint32_t>(std::bit_width(m)));
     std::uint64_t differences = 0;
     for (std::uint32_t i = 1; i < m; ++i)
         differences |= numbers[i] ^ numbers[0];
     if (differences >> low_bit == 0) return;
-    if (m > scratch_size) { // of at most 2^23 numbers, 14 halves are open at most
-        const std::uint32_t half = m / 2;
-        std::nth_element(numbers, numbers + half, numbers + m);
-        sort_distinct(numbers, half, low_bit, scratch, scratch_size);
-        sort_distinct(numbers + half, m - half, low_bit, scratch, scratch_size);
-        return;
-    }
     const auto width = static_cast<std::uint32_t>(std::bit_width(differences));
     split_by_bits(numbers, m, width, low_bit, scratch, scratch_size);
 }

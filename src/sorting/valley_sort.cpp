@@ -20,8 +20,6 @@ namespace {
 constexpr std::uint32_t kMinTieDepth = 40;
 // Where a quarter of the valleys are tied: a fifth less time for repetitive blocks.
 constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
-// A block of whose valleys one in so many agree so far is repetitive, too.
-constexpr std::uint32_t kRepetitivePart = 16;
 
 std::uint32_t position_of(ValleyEntry entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
@@ -112,8 +110,6 @@ void sort_bucket(Valleys &v, ValleyEntry *entries, std::uint32_t m, std::uint32_
         if (largest_size < 3) return sort_run(largest, largest_size, depth, tie_depth);
         entries = largest;
         m = largest_size;
-        if (tie_depth == kMinTieDepth && kRepetitivePart * m > v.count)
-            tie_depth = kMinTieDepthOfRepetitive;
         if (depth >= tie_depth) {
             tie_depth = piece_depth(v, position_of(entries[0]));
             if (depth >= tie_depth) return tie(v, entries, m);
