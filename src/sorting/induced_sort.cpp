@@ -80,8 +80,9 @@ void fill_buckets(Valleys &v, std::uint32_t *bucket_ends) {
         alike += get_u32(v.text + p) == before;
         before = get_u32(v.text + p);
     });
-    // Valleys tied with each other are followed by others, but for those alike. So half of all
-    // are tied at most, which must fit the scratch.
+    // Of the valleys tied with each other each is followed by one that is not, but for those
+    // alike and the last of the block. So at most (count + alike + 1) / 2 are, which must fit
+    // the scratch.
     if (alike >= v.count / kRepetitivePart || v.count + alike >= 2 * (v.n / 4))
         leave_out_repeats(v, bucket_ends);
 

@@ -8,10 +8,10 @@
 // All valleys that begin with the same L bytes agree with their repetition for a while, then
 // are smaller (they fall) or larger (they rise). The longer one falls, the larger it is; the
 // longer one rises, the smaller; equally long ones are in the order of the valleys L bytes
-// behind. So in sorted order come those that fall and are not repeated, the last of them the ends
-// of runs; the repeated ones that fall; those that rise; and, first the ends of runs, the others
-// that rise. From its ends a run's valleys are put back as in induced sorting: before each
-// that is there already, in order, comes another one.
+// behind. So in sorted order come those that fall and are not repeated, among the last of them the
+// ends of runs; the repeated ones that fall; those that rise; and, among the first of them the ends
+// of runs, the others that rise. From its ends a run's valleys are put back as in induced sorting:
+// before each that is there already, in order, comes another one.
 #include "pipeline/byte_order.h"
 #include "sorting/bitmap.h"
 #include "sorting/prefetch.h"
@@ -32,7 +32,8 @@ bool is_repeat(const Valleys &v, std::uint32_t p) {
 
 // Puts back the runs that fall, upwards from the least valley, or those that rise, downwards.
 // places: `count` sorted valleys; all: room for all_count, filled from that end. It may hold
-// `places` at its other end. Returns how many are in `all`.
+// `places` at its other end when it gets full: none is written over before it has been read.
+// Returns how many are in `all`.
 template<bool upwards>
 std::uint32_t put_back(const Valleys &v, const std::uint32_t *places, std::uint32_t count,
                        std::uint32_t *all, std::uint32_t all_count) {
@@ -47,8 +48,11 @@ std::uint32_t put_back(const Valleys &v, const std::uint32_t *places, std::uint3
     for (std::uint32_t i = 0; i < count; ++i) {
         prefetch(v.repeats, place(i + kAhead < count ? i + kAhead : i) / 64 * sizeof *v.repeats);
         const std::uint32_t p = place(i);
+        // Behind an end of these runs, up to their first valleys, all begin with the piece twice:
+        // `length` bytes behind them is a valley. Some of them are no ends.
         if (runs > 0 && is_repeat(v, after(v, p, length))) {
-            // The first valleys of as many runs are the next places.
+            // The first valleys of as many runs are the next places. They are put in again, with
+            // the others of the run: each from the one behind it, until one ends no repeat.
             i += runs - 1;
             runs = 0;
             for (; first < next; ++first) {

@@ -31,11 +31,11 @@ namespace {
 
 // In a row, beside the number of a valley.
 constexpr std::uint32_t kTied = 1u << 31;    // with the row before
-constexpr std::uint32_t kVisited = 1u << 30; // in a group's first: sorted as far as can be
+constexpr std::uint32_t kVisited = 1u << 30; // in a group's first: sorted, this time backwards
 constexpr std::uint32_t kNumberMask = kVisited - 1;
 // Sorting a group of m valleys counts as m * log m steps. When they all have taken so many for
-// each valley, no group is sorted twice at a time any more. Real data takes up to 10. Valleys
-// are fewer than 2^23, so 32 bits hold the sum.
+// each valley, no valley is sorted twice in one time backwards any more. Real data takes up to 10.
+// Valleys are fewer than 2^23, so 32 bits hold the sum.
 constexpr std::uint32_t kMaxWork = 16;
 // How many valleys ahead memory is fetched: a quarter less time at 16 MB.
 constexpr std::uint32_t kAhead = 16;
@@ -133,7 +133,8 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
 }
 
 // Sorts each group when its last valley is met, and again when those are that it has been
-// split into, as long as the budget of work lasts.
+// split into, as long as the budget of work lasts. So in the end valleys that are tied have had
+// the same name h behind, and agree in 2 h.
 void refine_backwards(const Ties &t, std::uint32_t &budget) {
     for (std::uint32_t k = t.count; k-- > 0;) {
         if (k >= 2 * kAhead) prefetch(t.rows, 4u * t.name[k - 2 * kAhead]);
@@ -153,14 +154,14 @@ void refine_backwards(const Ties &t, std::uint32_t &budget) {
 bool refine(Ties &t, std::uint32_t ties) {
     std::uint32_t budget = kMaxWork * t.count;
     for (t.h = 1; ties > 0; t.h *= 2) {
-        if (t.h >= t.count) return false;
+        if (t.h >= t.count) return false; // they agree all around the block
         refine_backwards(t, budget);
         const std::uint32_t before = std::exchange(ties, 0);
         for (std::uint32_t row = 0; row < t.count; ++row) {
             ties += t.is_tied(row);
             t.rows[row] &= ~kVisited;
         }
-        if (ties == before) return false;
+        if (ties == before) return false; // those h behind are tied, too, and so on
     }
     for (std::uint32_t row = 0; row < t.count; ++row)
         t.rows[row] &= kNumberMask;

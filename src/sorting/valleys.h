@@ -88,19 +88,20 @@ void leave_out_repeats(Valleys &v, std::uint32_t *bucket_sizes);
 
 // Sorts the entries. They must be ordered by their first two bytes, with the bytes behind
 // those as keys; bucket_ends tells where those of each of the kTextBuckets beginnings end.
-// Sets tie_marks, which must be clear, and ties. Valleys that follow one another are tied only
-// where repeats have not been looked for, and both begin with the same four bytes.
+// Sets tie_marks, which must be clear, and ties. Tied valleys have their next one at the same
+// distance. Valleys that follow one another are tied only where repeats have not been looked for,
+// and both begin with the same four bytes, or where a block is a piece twice.
 void sort_valleys(Valleys &v, const std::uint32_t *bucket_ends);
 
 // Decides the ties. places: n entries, the positions of the sorted valleys in the first
 // `count`, before and after. spare: n / 2 entries, which `scratch` may share.
-// marks: n bits and one more. At most half the valleys may be tied with each other: those of
-// `scratch`. Returns false, with `places` undefined, for a periodic block.
+// marks: n bits and one more. At most n / 4 valleys may be tied with each other, as many as
+// `scratch` holds. Returns false, with `places` undefined, for a periodic block.
 [[nodiscard]] bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
                               std::uint32_t *marks);
 
 // Puts the valleys that were left out between the sorted ones. places: those sorted; all: room for
-// all, which `count` then includes.
+// all, elsewhere, which `count` then includes.
 void put_back_repeats(Valleys &v, const std::uint32_t *places, std::uint32_t *all);
 
 } // namespace velk
