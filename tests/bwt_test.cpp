@@ -33,9 +33,9 @@ std::vector<std::uint32_t> sorted_rows(const Bytes &block, Sort sort) {
 }
 
 bool is_periodic(const Bytes &block) {
+    const std::uint8_t *const begin = block.data(), *const end = begin + block.size();
     for (std::size_t p = 1; p < block.size(); ++p) {
-        if (block.size() % p == 0 && std::equal(block.begin() + p, block.end(), block.begin()))
-            return true;
+        if (block.size() % p == 0 && std::equal(begin + p, end, begin)) return true;
     }
     return false;
 }
