@@ -26,7 +26,7 @@ constexpr std::uint32_t kBwtMoreBitWords = 10;
 
 // Sorts the block. n: 1 to 2^24 - 1 bytes.
 // pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start.
-// capacity: at least n + kBwtRoom. index_array: n entries, at an address that 64-bit numbers
+// capacity: at least n + kBwtRoom. index_array: n entries. Both at addresses that 64-bit numbers
 // may have. bit_array: n / 8 + kBwtMoreBitWords words. model_area: kSortScratchBytes.
 // The buffer of the block, `in`, holds it still. Equal rotations (a periodic block) come in
 // an order that sorting/tripling_sort.cpp fixes, and the primary index with them.

@@ -209,7 +209,7 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     // In n / 8 + kBwtMoreBitWords words: all bits together are 3.5 n and, in words, at most 6.
     v.marks = arrays.bit_array;
     v.tie_marks = v.marks + bitmap_words(n);
-    v.repeats = v.tie_marks + bitmap_words(n / 2) + 1;
+    v.repeats = v.tie_marks + bitmap_words(n / 2);
     v.falls = v.repeats + bitmap_words(n / 2);
     std::uint32_t *const more_marks = v.falls + bitmap_words(n / 2);
     v.entries = reinterpret_cast<ValleyEntry *>(index_array);
