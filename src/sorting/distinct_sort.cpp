@@ -99,15 +99,10 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m, std::uint32_t splits_lef
             numbers[smaller] = number;
             smaller += number < pivot;
         }
-        // The pivot itself lies in the upper part, which is never empty.
+        // Neither part is empty: as numbers differ, the median of nine is not the least.
         quicksort(numbers, smaller, splits_left);
         numbers += smaller;
         m -= smaller;
-        if (smaller == 0) { // the pivot is the least: take it out
-            std::iter_swap(numbers, std::min_element(numbers, numbers + m));
-            ++numbers;
-            --m;
-        }
     }
     sort_few(numbers, m);
 }

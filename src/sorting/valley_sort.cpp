@@ -27,21 +27,16 @@ std::uint32_t position_of(ValleyEntry entry) {
 
 // How many bytes from the valley p on determine its piece, which ends with the next valley:
 // all valleys that agree in so many have their next valley at the same distance, and are
-// repeated like p or not.
+// repeated like p or not, in runs of the same length.
 std::uint32_t piece_depth(const Valleys &v, std::uint32_t p) {
-    std::uint32_t q = valley_after(v, p);
-    std::uint32_t length = distance(v, p, q);
-    if (v.without_repeats && get_bit(v.repeats, q / 2)) { // p begins a run, q is its end
-        p = q;
-        q = valley_after(v, p);
-        length += distance(v, p, q);
-    }
+    const std::uint32_t q = valley_after(v, p);
     // That q is a valley shows in the first byte behind it that differs: it is larger.
-    std::uint32_t plateau = 1;
-    while (v.text[after(v, q, plateau)] == v.text[q])
-        ++plateau;
-    if (v.without_repeats) plateau = std::max(plateau, matching_bytes(v, p, q, v.n));
-    return length + plateau + 1;
+    std::uint32_t depth = 1;
+    while (v.text[after(v, q, depth)] == v.text[q])
+        ++depth;
+    // How far p repeats shows where q goes on in another way, also when q is the end of its run.
+    if (v.without_repeats) depth = std::max(depth, matching_bytes(v, p, q, v.n));
+    return distance(v, p, q) + depth + 1;
 }
 
 void tie(Valleys &v, const ValleyEntry *entries, std::uint32_t m) {

@@ -163,8 +163,6 @@ bool refine(Ties &t, std::uint32_t ties) {
         }
         if (ties == before) return false; // those h behind are tied, too, and so on
     }
-    for (std::uint32_t row = 0; row < t.count; ++row)
-        t.rows[row] &= kNumberMask;
     return true;
 }
 
