@@ -14,8 +14,7 @@ constexpr std::uint32_t kMaxNetwork = 16;
 // More numbers are first split by some of their bits, the highest in which any differ; very
 // many by more bits. Keys of text and names differ in few: splitting by bytes takes tables 5
 // to 10 % longer, a quicksort alone as much.
-constexpr std::uint32_t kMinCountingBits = 9;
-constexpr std::uint32_t kMinCounting = 1u << kMinCountingBits;
+constexpr std::uint32_t kMinCounting = 512;
 constexpr std::uint32_t kFewBits = 8;
 constexpr std::uint32_t kMinMoreBits = 4096;
 constexpr std::uint32_t kMoreBits = 11;
