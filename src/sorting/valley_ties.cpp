@@ -95,7 +95,6 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     std::uint32_t m = 0; // the others
     std::uint32_t lower = 0;
     do {
-        if (end + kAhead < t.count) prefetch(t.name, 4u * (t.number(end + kAhead) + t.h));
         const std::uint32_t l = t.number(end++);
         const std::uint32_t after = t.name_after(l);
         if (after == usual) {
