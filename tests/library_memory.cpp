@@ -39,6 +39,7 @@ void given_back(void *memory) {
 } // namespace
 
 extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives the names
 
 using ThreadMain = void *(void *);
 ThreadMain *thread_main;
@@ -82,4 +83,5 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, T
     return __real_pthread_create(thread, attributes, work_together, argument);
 }
 
+// NOLINTEND(bugprone-reserved-identifier)
 } // extern "C"

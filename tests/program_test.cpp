@@ -39,7 +39,7 @@ protected:
         return run_velk({"d", archive, output});
     }
     Finished expect_restored(const Bytes &bytes) {
-        const Finished run = run_velk({"d", archive, output});
+        Finished run = run_velk({"d", archive, output});
         EXPECT_EQ(run.status, 0);
         EXPECT_TRUE(read_file(output) == bytes) << bytes.size() << " bytes";
         return run;

@@ -55,7 +55,7 @@ constexpr const char *kTexts[] = {
 static_assert(std::size(kTexts) == static_cast<std::size_t>(ArchiveStatus::kStageFailed) + 1);
 
 std::string reason(ArchiveStatus status, std::uint32_t length, const BlockTrace &trace) {
-    const std::string text = text_of(status);
+    std::string text = text_of(status);
     if (status == ArchiveStatus::kLengthInvalid) return text + std::to_string(length) + " bytes";
     if (status != ArchiveStatus::kStageFailed) return text;
     return text + kStageTable[trace.reached].name + " stage can't be undone";
