@@ -22,8 +22,8 @@ template<typename Sort>
 std::vector<std::uint32_t> sorted_rows(const Bytes &block, Sort sort) {
     const std::uint32_t n = static_cast<std::uint32_t>(block.size());
     const std::uint32_t capacity = n + kForwardSlack;
-    std::vector<std::uint32_t> region(capacity), rows(n), bits(n / 8 + 10, 0xAAAAAAAAu),
-        scratch(kSortScratchBytes / 4, 7);
+    static std::vector<std::uint32_t> scratch(kSortScratchBytes / 4, 7);
+    std::vector<std::uint32_t> region(capacity), rows(n), bits(n / 8 + 10, 0xAAAAAAAAu);
     std::uint8_t *const first = reinterpret_cast<std::uint8_t *>(region.data());
     std::copy(block.begin(), block.end(), first);
     const SortArrays arrays = {region.data(), rows.data(), bits.data(), scratch.data()};

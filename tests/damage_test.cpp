@@ -10,8 +10,8 @@ namespace {
 
 class Damage : public testing::Test {
 protected:
-    const std::vector<Bytes> blocks = {prose(2500, 70, "\n", 1), code(1500, 2),
-                                       random_bytes(300, 256, 3)};
+    const std::vector<Bytes> blocks = {prose(800, 70, "\n", 1), code(500, 2),
+                                       random_bytes(100, 256, 3)};
     const Bytes original = join({blocks[0], blocks[1], blocks[2]});
     const Bytes good = make_archive(0x20, blocks);
     const std::vector<std::size_t> starts = record_starts(good);

@@ -374,7 +374,7 @@ TEST(Library, SingleBlocksMakeTheSameArchive) {
 }
 
 TEST(Library, DamagedArchivesEndAsInTheProgram) {
-    const Bytes block = prose(400, 60, "\n", 1);
+    const Bytes block = prose(150, 60, "\n", 1);
     const Bytes archive = make_archive(0x20, {block, block, block});
     for (std::size_t at = 0; at < archive.size(); ++at) {
         const Bytes cut = first_bytes(archive, at);
