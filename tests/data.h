@@ -14,7 +14,7 @@ struct NamedBytes {
 };
 
 // Numbers from a fixed seed (xorshift64*); the standard library's distributions
-// differ between libraries.
+// differ between libraries. Not twice in a call's arguments: compilers differ in their order.
 class Random {
 public:
     explicit Random(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15u + 1) {}

@@ -106,7 +106,8 @@ Bytes matches(Random &random) {
 Bytes periods(Random &random) {
     const std::uint32_t times[] = {2, 2, 2, 3, 3, 4, 5, 6, 8, 16, 17, 24, 25, 26, 27, 40};
     const std::uint32_t i = random.below(16), n = 1 + random.below(1u << random.below(9));
-    return repeated(random_bytes(n, 1 + random.below(4), random.below(1u << 30)), times[i]);
+    const std::uint32_t seed = random.below(1u << 30);
+    return repeated(random_bytes(n, 1 + random.below(4), seed), times[i]);
 }
 
 // Groups that are partitioned down to a few rows, in which every step may swap equal ones.
@@ -164,7 +165,8 @@ Blocks large_groups() {
 
 // Enough values in a few contexts that every kind of model is halved many times.
 Bytes many_values(Random &random) {
-    Bytes bytes = random_bytes(100000, 3 + random.below(30), random.below(1u << 30));
+    const std::uint32_t seed = random.below(1u << 30);
+    Bytes bytes = random_bytes(100000, 3 + random.below(30), seed);
     for (std::size_t i = 0; i < bytes.size(); i += 97)
         bytes[i] = static_cast<std::uint8_t>(i);
     return bytes;
@@ -253,18 +255,22 @@ Bytes verdicts_on_anything(const Stage &stage) {
         face(join({Bytes(n), {1}}), 40);
     }
     for (int i = 0; i < (slow ? 60 : 1500); ++i) {
-        Bytes data = random_bytes(random.below(60), 1 + random.below(256), random.below(1u << 30));
+        const std::uint32_t seed = random.below(1u << 30), alphabet = 1 + random.below(256);
+        Bytes data = random_bytes(random.below(60), alphabet, seed);
         if (!data.empty() && i % 4 != 0) data.back() = static_cast<std::uint8_t>(random.below(4));
         face(data, data.size() + random.below(50));
     }
     for (const auto &[name, bytes] : all_kinds(500)) {
         const Bytes good = stage.forward(bytes);
-        for (int i = 0; i < (slow ? 3 : 60); ++i)
-            face(damaged(random, good), bytes.size() + random.below(kForwardSlack));
+        for (int i = 0; i < (slow ? 3 : 60); ++i) {
+            const std::size_t room = bytes.size() + random.below(kForwardSlack);
+            face(damaged(random, good), room);
+        }
     }
     for (int i = 0; i < (slow ? 40 : 4000); ++i) {
         const Bytes block = random_block(random, 60);
-        face(damaged(random, stage.forward(block)), block.size() + random.below(3));
+        const std::size_t room = block.size() + random.below(3);
+        face(damaged(random, stage.forward(block)), room);
     }
     return all;
 }
@@ -293,8 +299,8 @@ TEST(InverseBwt, AnyColumn) {
     std::string lines;
     for (std::uint32_t i = 0; i < 150; ++i) {
         const std::uint32_t n = 10 + random.below(i % 3 == 0 ? 3000 : 46000);
-        Bytes data =
-            random_bytes(n, 1 + random.below(1u << random.below(9)), random.below(1u << 30));
+        const std::uint32_t seed = random.below(1u << 30);
+        Bytes data = random_bytes(n, 1 + random.below(1u << random.below(9)), seed);
         if (i % 2 == 0) std::sort(data.begin(), data.end()); // every row a cycle of its own
         for (std::uint32_t swaps = i % 4 == 0 ? random.below(2 * n) : 0; swaps > 0; --swaps) {
             const std::uint32_t p = random.below(n - 9);
