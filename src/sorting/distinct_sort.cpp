@@ -11,13 +11,11 @@ namespace velk {
 namespace {
 
 constexpr std::uint32_t kMaxNetwork = 16;
-// More numbers are first split by some of their bits, the highest in which any differ; very
-// many by more bits. Keys of text and names differ in few: splitting by bytes takes tables 5
-// to 10 % longer, a quicksort alone as much.
-constexpr std::uint32_t kMinCounting = 512;
-constexpr std::uint32_t kFewBits = 8;
-constexpr std::uint32_t kMinMoreBits = 4096;
-constexpr std::uint32_t kMoreBits = 11;
+constexpr std::uint32_t kMaxQuicksort = 256;
+// More numbers are first split by so many of their bits, the highest in which any differ. Keys of
+// text and names differ in few: splitting by bytes takes tables 5 to 10 % longer, a quicksort
+// alone as much.
+constexpr std::uint32_t kSplitBits = 10;
 
 // Batcher's odd-even merge sort of 2, 4, 8 or 16 numbers: fixed exchanges and no branch
 // (a sixth less time in sorting valleys than insertion).
@@ -78,14 +76,10 @@ std::uint64_t median(std::uint64_t a, std::uint64_t b, std::uint64_t c) {
 }
 
 // Quicksort without a branch on a comparison (3 times as fast as std::sort on keys of text).
-// m: at most kMinCounting, which bounds what bad pivots cost.
+// m: at most kMaxQuicksort, which bounds what bad pivots cost.
 void quicksort(std::uint64_t *numbers, std::uint32_t m) {
     while (m > kMaxNetwork) {
-        const std::uint32_t step = m / 9;
-        const auto median_at = [&](std::uint32_t i) {
-            return median(numbers[i * step], numbers[(i + 1) * step], numbers[(i + 2) * step]);
-        };
-        const std::uint64_t pivot = median(median_at(0), median_at(3), median_at(6));
+        const std::uint64_t pivot = median(numbers[m / 4], numbers[m / 2], numbers[m / 4 * 3]);
         std::uint32_t smaller = 0;
         for (std::uint32_t i = 0; i < m; ++i) {
             const std::uint64_t number = numbers[i];
@@ -93,7 +87,7 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m) {
             numbers[smaller] = number;
             smaller += number < pivot;
         }
-        // Neither part is empty: as numbers differ, the median of nine is not the least.
+        // Neither part is empty: as numbers differ, the median is not the least.
         quicksort(numbers, smaller);
         numbers += smaller;
         m -= smaller;
@@ -101,29 +95,28 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m) {
     sort_few(numbers, m);
 }
 
-// Splits more than kMinCounting numbers, the highest of whose bits that differ is bit
-// `width` - 1, and sorts the parts. The counters stay out of the frames of the halves below:
-// each split takes at least kFewBits of the bits, so at most five of valleys' keys are open.
+// Splits numbers, the highest of whose bits that differ is bit `width` - 1, and sorts the parts.
+// The counters stay out of the frames of the halves below. Each split takes kSplitBits of the
+// bits, so at most four of valleys' keys are open.
 [[gnu::noinline]] void split_by_bits(std::uint64_t *numbers, std::uint32_t m, std::uint32_t width,
                                      std::uint32_t low_bit, std::uint64_t *scratch,
                                      std::uint32_t scratch_size) {
-    const std::uint32_t bits = m < kMinMoreBits ? kFewBits : kMoreBits;
-    const std::uint32_t shift = std::max(width - bits, low_bit);
-    const auto digit = [&](std::uint64_t number) { return number >> shift & ((1u << bits) - 1); };
-    std::uint32_t ends[1u << kMoreBits];
-    std::fill(ends, ends + (1u << bits), 0);
+    const std::uint32_t shift = std::max(width, low_bit + kSplitBits) - kSplitBits;
+    const auto digit = [&](std::uint64_t number) {
+        return number >> shift & ((1u << kSplitBits) - 1);
+    };
+    std::uint32_t ends[1u << kSplitBits] = {};
     for (std::uint32_t i = 0; i < m; ++i)
         ++ends[digit(numbers[i])];
     std::uint32_t sum = 0;
-    for (std::uint32_t d = 0; d < 1u << bits; ++d)
-        sum += std::exchange(ends[d], sum);
+    for (std::uint32_t &end : ends)
+        sum += std::exchange(end, sum);
     std::memcpy(scratch, numbers, m * sizeof *numbers);
     for (std::uint32_t i = 0; i < m; ++i)
         numbers[ends[digit(scratch[i])]++] = scratch[i];
     if (shift == low_bit) return;
     std::uint32_t begin = 0;
-    for (std::uint32_t d = 0; d < 1u << bits; ++d) {
-        const std::uint32_t end = ends[d];
+    for (const std::uint32_t end : ends) {
         if (end - begin > 1)
             sort_distinct(numbers + begin, end - begin, low_bit, scratch, scratch_size);
         begin = end;
@@ -134,7 +127,7 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m) {
 
 void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bit,
                    std::uint64_t *scratch, std::uint32_t scratch_size) {
-    if (m <= kMinCounting) return quicksort(numbers, m);
+    if (m <= kMaxQuicksort) return quicksort(numbers, m);
     std::uint64_t differences = 0;
     for (std::uint32_t i = 1; i < m; ++i)
         differences |= numbers[i] ^ numbers[0];
