@@ -234,13 +234,13 @@ TEST_F(Velkz, SignalsLeaveNothingHalf) {
     expect({
         {"while it waits", R"sh(mkfifo in; echo old >a
             for s in HUP INT PIPE TERM; do
-                env --default-signal=INT velkz -fo a <in &
+                env --default-signal velkz -fo a <in &
                 exec 3>in; cat code >&3; ls .velkz-* | wc -l; kill -$s $!; wait $!; echo $?
             done 2>../messages; cat a; ls -A)sh",
          "1\n129\n1\n130\n1\n141\n1\n143\nold\na\nbad.velk\ncode\ncode.ref\nin\ntext\ntext.ref\n"},
         {"at any time", R"sh(cp code saved
             for t in .003 .01 .03 .06 .1 .15; do for s in HUP INT TERM KILL; do
-                cp text.ref a; env --default-signal=INT velkz -b128K -fo a code &
+                cp text.ref a; env --default-signal velkz -b128K -fo a code &
                 sleep $t; kill -$s $!; wait $!
                 cmp -s a text.ref || cmp -s a code.ref || echo $s $t output
                 cmp -s code saved || echo $s $t input
