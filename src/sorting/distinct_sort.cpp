@@ -134,7 +134,7 @@ void sort_distinct(std::uint64_t *numbers, std::uint32_t m, std::uint32_t low_bi
     if (differences >> low_bit == 0) return;
     const auto width = static_cast<std::uint32_t>(std::bit_width(differences));
     if (m <= scratch_size) return split_by_bits(numbers, m, width, low_bit, scratch, scratch_size);
-    // By the highest bit alone, in place.
+    // By the highest bit alone, in place; the next time it is a lower one.
     const auto is_low = [=](std::uint64_t number) { return (number >> (width - 1) & 1) == 0; };
     std::uint64_t *const high = std::partition(numbers, numbers + m, is_low);
     const auto low_count = static_cast<std::uint32_t>(high - numbers);
