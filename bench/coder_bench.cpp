@@ -1,11 +1,10 @@
 // The DCE stage, and its plain form, on blocks as they reach it: sorted, their runs
 // shortened. A row a direction, form and block; MB/s of the stage's input, and the
 // nanoseconds that a value takes.
+#include "base/byte_order.h"
 #include "dce/dce.h"
 #include "dce/frequency_models.h"
 #include "inputs.h"
-#include "pipeline/byte_order.h"
-#include "plain_coder.h"
 #include "stage_call.h"
 
 #include <algorithm>
@@ -25,8 +24,8 @@ constexpr std::uint32_t kSlack = 100;
 struct Work {
     explicit Work(const Bytes &file)
         : block(kRle.forward(kBwt.forward(file))), coded(kDce.forward(block)), runs(block.size()),
-          models(std::max(kPlainCounters, kModelAreaBytes / 4)), first(block.size() + kSlack),
-          second(block.size() + kSlack) {}
+          models(kModelAreaBytes / 4), first(block.size() + kSlack), second(block.size() + kSlack) {
+    }
 
     Bytes block, coded;
     Words runs, models;
@@ -58,24 +57,10 @@ void encode(benchmark::State &state, Work &work) {
     });
 }
 
-void encode_plain(benchmark::State &state, Work &work) {
-    measure(state, work, work.block, [&](auto &in, auto n, auto &out, auto &out_len) {
-        plain_coder_encode(work.runs.data(), work.models.data(), in, n, out, out_len);
-    });
-}
-
 void decode(benchmark::State &state, Work &work) {
     const std::uint32_t capacity = static_cast<std::uint32_t>(work.first.size());
     measure(state, work, work.coded, [&](auto &in, auto n, auto &out, auto &out_len) {
         if (!dce_decode(work.models.data(), in, n, out, out_len, capacity))
-            state.SkipWithError("refused");
-    });
-}
-
-void decode_plain(benchmark::State &state, Work &work) {
-    const std::uint32_t capacity = static_cast<std::uint32_t>(work.first.size());
-    measure(state, work, work.coded, [&](auto &in, auto n, auto &out, auto &out_len) {
-        if (!plain_coder_decode(work.models.data(), in, n, out, out_len, capacity))
             state.SkipWithError("refused");
     });
 }
@@ -97,9 +82,7 @@ const bool registered = [] {
                 ->Unit(benchmark::kMillisecond);
         };
         add("encode", encode);
-        add("encode_plain", encode_plain);
         add("decode", decode);
-        add("decode_plain", decode_plain);
     }
     return true;
 }();

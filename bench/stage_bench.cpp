@@ -5,12 +5,12 @@
 // The RLE gets a last column, as in a run, the others the block itself. A stage that
 // declines still takes the time to find out; undoing it is free then.
 #include "archive/memory.h"
+#include "base/byte_order.h"
 #include "filters/delta.h"
 #include "filters/eol.h"
 #include "filters/flt32.h"
 #include "filters/lzp.h"
 #include "inputs.h"
-#include "pipeline/byte_order.h"
 #include "pipeline/crc32.h"
 #include "sorting/bwt.h"
 #include "sorting/rle.h"

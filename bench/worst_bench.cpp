@@ -7,8 +7,8 @@
 //
 // Times are processor time, the best of some tries. Every block runs on a stack that is
 // painted first, which shows how much of it has been used.
-#include "archive/memory.h"
 #include "archive_call.h"
+#include "base/block_size.h"
 #include "worst_inputs.h"
 
 #include <algorithm>

@@ -5,8 +5,8 @@
 // the sort that all decline, make the end of its last period: rotations are equal.
 #include "worst_inputs.h"
 
-#include "archive/memory.h"
 #include "archive_call.h"
+#include "base/block_size.h"
 #include "deep_partition.h"
 
 #include <algorithm>

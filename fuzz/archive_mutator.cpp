@@ -1,8 +1,8 @@
 // The mutator of the targets that take an archive. It sets check bytes, lengths and block
 // CRCs right, or nothing would get past them.
 #include "archive/format.h"
-#include "archive/memory.h"
-#include "pipeline/byte_order.h"
+#include "base/block_size.h"
+#include "base/byte_order.h"
 #include "pipeline/crc32.h"
 
 #include <cstddef>
@@ -43,9 +43,9 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t s
         std::memset(data + size, 0, kFirstRecord - size);
         size = kFirstRecord;
     }
-    std::memcpy(data, kMagic, kMagicBytes);
-    std::uint8_t *const header = data + kMagicBytes;
-    put_header(header, header[1], seed % 32 == 1 ? get_u32(header + 2) : kMinBlockSize);
+    Settings settings{};
+    set_flags(settings, data[kMagicBytes + 1]);
+    put_start(data, settings, seed % 32 == 1 ? get_u32(data + kMagicBytes + 2) : kMinBlockSize);
     repair_records(data + kFirstRecord, size - kFirstRecord);
     return size;
 }

@@ -1,8 +1,8 @@
 // An archive of any bytes goes through the whole decompressor. The input is a true
 // archive: what is found here, VELK itself can be given.
 #include "archive/format.h"
-#include "archive/memory.h"
 #include "archive_call.h"
+#include "base/block_size.h"
 
 #include <cstdlib>
 

@@ -6,9 +6,9 @@
 //
 // The block is the bytes repeated, with the last byte changed: what is almost periodic
 // is hardest on a sort.
-#include "archive/memory.h"
 #include "archive_call.h"
-#include "pipeline/byte_order.h"
+#include "base/block_size.h"
+#include "base/byte_order.h"
 #include "stage_call.h"
 
 #include <algorithm>

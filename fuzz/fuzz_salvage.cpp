@@ -2,9 +2,9 @@
 // are damaged, in a byte that the last ones choose: those are a CRC, good as a random
 // number.
 #include "archive/format.h"
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 #include "pipeline/crc32.h"
-#include "survey.h"
+#include "velkinfo/survey.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,7 +1,8 @@
 #include "archive_call.h"
 
 #include "archive/format.h"
-#include "pipeline/byte_order.h"
+#include "archive/memory.h"
+#include "base/byte_order.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "archive/archive_io.h"
-#include "archive/memory.h"
+#include "base/block_size.h"
 #include "data.h"
 
 #include <optional>

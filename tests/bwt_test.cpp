@@ -1,6 +1,6 @@
 // The sorts against each other; that their order stays as it is, tests/golden shows.
+#include "base/byte_order.h"
 #include "deep_partition.h"
-#include "pipeline/byte_order.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
 #include "stage_call.h"

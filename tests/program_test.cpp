@@ -1,7 +1,7 @@
 // The program as its users meet it: messages, exit statuses, files.
 #include "archive/format.h"
-#include "archive/memory.h"
-#include "pipeline/byte_order.h"
+#include "base/block_size.h"
+#include "base/byte_order.h"
 #include "program.h"
 
 #include <gtest/gtest.h>
@@ -160,7 +160,9 @@ TEST_F(Program, DamageIsReported) {
     // Headers and record heads that no compressor writes.
     const auto with = [&](std::uint8_t flags, std::uint32_t block_size, const Bytes &more = {}) {
         Bytes changed = start;
-        put_header(&changed[kMagicBytes], flags, block_size);
+        Settings settings{};
+        set_flags(settings, flags);
+        put_start(changed.data(), settings, block_size);
         return decompress(join({changed, more}));
     };
     for (const std::uint32_t size : {kMinBlockSize - 1, kMaxBlockSize + 1, 0xFFFFFFFF})

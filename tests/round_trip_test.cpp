@@ -1,6 +1,6 @@
 // Whatever goes through a whole block's chain comes back.
-#include "archive/memory.h"
 #include "archive_call.h"
+#include "base/block_size.h"
 
 #include <gtest/gtest.h>
 

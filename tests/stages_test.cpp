@@ -2,8 +2,7 @@
 // tests/golden/stages.txt, which no change may alter; it must bring each block back, and
 // face what no forward stage writes as the CRCs say: refuse it, or restore something within
 // its buffers (which the sanitizers watch to the byte).
-#include "archive/memory.h"
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 #include "pipeline/crc32.h"
 #include "stage_call.h"
 

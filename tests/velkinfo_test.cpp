@@ -1,10 +1,11 @@
 // The companion tool on whole and on damaged archives.
 #include "archive/format.h"
 #include "archive_call.h"
-#include "pipeline/byte_order.h"
+#include "base/block_size.h"
+#include "base/byte_order.h"
 #include "pipeline/crc32.h"
 #include "program.h"
-#include "survey.h"
+#include "velkinfo/survey.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -3,6 +3,7 @@
 #include "api/threads.h"
 #include "archive/format.h"
 #include "archive/memory.h"
+#include "base/block_size.h"
 #include "filters/eol.h"
 #include "filters/flt32.h"
 #include "sorting/bwt.h"
@@ -76,10 +77,6 @@ velk_status status_of(ArchiveStatus status) {
     default:
         return VELK_ERROR_DAMAGED;
     }
-}
-
-std::uint32_t file_size_of(std::uint64_t input_size) {
-    return input_size == VELK_SIZE_UNKNOWN ? 0 : saturate(input_size + 1);
 }
 
 } // namespace velk

@@ -21,7 +21,4 @@ struct Plan {
 // What a caller is told.
 [[nodiscard]] velk_status status_of(ArchiveStatus status);
 
-// CoderContext::file_size of an input; 0 stands for an unknown one.
-[[nodiscard]] std::uint32_t file_size_of(std::uint64_t input_size);
-
 } // namespace velk

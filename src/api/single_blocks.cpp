@@ -3,6 +3,7 @@
 #include "api/options.h"
 #include "archive/format.h"
 #include "archive/memory.h"
+#include "base/block_size.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -27,7 +28,7 @@ velk_status velk_encoder_new(velk_encoder **encoder, const velk_options *options
     if (!make_plan(options, plan)) return VELK_ERROR_ARGUMENT;
     CoderContext context{};
     context.settings = plan.settings;
-    context.file_size = file_size_of(input_size);
+    set_file_size(context, input_size + 1); // 0 for an unknown one
     const std::uint32_t block_size = choose_block_size(plan.settings, input_size);
     std::uint32_t bytes;
     const velk_status status =

@@ -4,6 +4,7 @@
 #include "api/transfer.h"
 #include "archive/format.h"
 #include "archive/memory.h"
+#include "base/block_size.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -65,7 +66,7 @@ velk_status compress(const Plan &plan, Transfer &t, std::uint64_t input_size) {
     t.block_size = choose_block_size(plan.settings, input_size);
     CoderContext context{};
     context.settings = plan.settings;
-    context.file_size = file_size_of(input_size);
+    set_file_size(context, input_size + 1); // 0 for an unknown one
     std::uint32_t bytes;
     velk_status status = alloc_within(kCompressor, context, t.block_size, plan.memory_limit, bytes);
     if (status != VELK_OK) return status;

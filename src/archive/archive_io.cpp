@@ -1,9 +1,6 @@
 #include "archive/archive_io.h"
 
-#include "archive/format.h"
 #include "archive/memory.h"
-
-#include <cstring>
 
 namespace velk {
 
@@ -14,23 +11,6 @@ ArchiveStatus read_start(const ByteSource &source, Settings &settings, std::uint
     std::uint32_t got;
     if (!source.read(source.user, start, kFirstRecord, got)) return kReadFailed;
     return parse_start(start, got, settings, block_size);
-}
-
-ArchiveStatus parse_start(const std::uint8_t *start, std::size_t size, Settings &settings,
-                          std::uint32_t &block_size) {
-    if (size < kMagicBytes || std::memcmp(start, kMagic, kMagicBytes) != 0) return kNotAnArchive;
-    if (size < kFirstRecord) return kHeaderCut;
-    std::uint8_t flags;
-    if (!get_header(start + kMagicBytes, flags, block_size)) return kHeaderDamaged;
-    set_flags(settings, flags);
-    return is_valid_header(settings, block_size) ? kGood : kHeaderInvalid;
-}
-
-ArchiveStatus parse_record_head(const std::uint8_t *head, std::uint32_t capacity,
-                                std::uint32_t &length) {
-    if (!get_record_head(head, length)) return kHeadDamaged;
-    if (length == 0) return kEndMark;
-    return length >= kMinRecordData && length <= capacity ? kGood : kLengthInvalid;
 }
 
 ArchiveStatus start_reading(const ByteSource &source, CoderContext &context,

@@ -3,9 +3,9 @@
 #pragma once
 
 #include "archive/coder_context.h"
+#include "archive/format.h"
 #include "pipeline/block.h"
 
-#include <cstddef>
 #include <cstdint>
 
 namespace velk {
@@ -23,35 +23,9 @@ struct ByteSink {
     bool (*write)(void *user, const void *bytes, std::uint32_t count);
 };
 
-enum class ArchiveStatus {
-    kGood,          // all of what was asked for is there
-    kEnd,           // no more records
-    kEndMark,       // a record of length 0: what follows does not belong to the archive
-    kReadFailed,    // the source failed
-    kNotAnArchive,  // no magic
-    kHeaderCut,     // the bytes end in the header
-    kHeaderDamaged, // its check byte does not fit
-    kHeaderInvalid, // it fits, but no compressor writes this block size or these stages
-    kNoMemory,
-    kHeadCut,       // the bytes end in a record head
-    kHeadDamaged,   // its check byte does not fit
-    kLengthInvalid, // it fits, but no block of the archive's block size is of this length
-    kBlockCut,      // the bytes end in a block's data
-    kBlockDamaged,  // the block CRC does not fit
-    kStageFailed,   // it fits, but a stage can't be undone
-};
-
 // Reads the magic and the header record: the stage flags of `settings` and the block size.
 [[nodiscard]] ArchiveStatus read_start(const ByteSource &source, Settings &settings,
                                        std::uint32_t &block_size);
-
-// The same of the `size` bytes that an archive begins with, kFirstRecord or fewer.
-[[nodiscard]] ArchiveStatus parse_start(const std::uint8_t *start, std::size_t size,
-                                        Settings &settings, std::uint32_t &block_size);
-
-// The length in a record head of an archive whose buffers hold `capacity` bytes.
-[[nodiscard]] ArchiveStatus parse_record_head(const std::uint8_t *head, std::uint32_t capacity,
-                                              std::uint32_t &length);
 
 // Reads the start and takes the memory to restore blocks, `memory_bytes` bytes, which
 // free_decompress (archive/memory.h) gives back.

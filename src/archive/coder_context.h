@@ -3,6 +3,7 @@
 
 #include "cli/settings.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace velk {
@@ -34,5 +35,10 @@ struct CoderContext {
     std::uint32_t ms_other;  // milliseconds in all other stages
     Settings settings;
 };
+
+// Sets `file_size`: `size`, or the largest number there is for one that is larger.
+inline void set_file_size(CoderContext &context, std::uint64_t size) {
+    context.file_size = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, 0xFFFFFFFFu));
+}
 
 } // namespace velk

@@ -109,7 +109,7 @@ long long printable(std::uint64_t size) {
 void compress_file(CoderContext &context) {
     const Settings &settings = context.settings;
     Files files = open_files(settings);
-    context.file_size = saturate(files.input_size + 1);
+    set_file_size(context, files.input_size + 1);
     const std::uint32_t block_size = choose_block_size(settings, files.input_size);
     const std::uint32_t memory_bytes = alloc_compress(context, block_size);
     if (memory_bytes == 0) error_exit(ERR_MEMORY, "");
@@ -152,7 +152,7 @@ void compress_file(CoderContext &context) {
 void decompress_file(CoderContext &context) {
     const Settings &settings = context.settings;
     Files files = open_files(settings);
-    context.file_size = saturate(files.input_size);
+    set_file_size(context, files.input_size);
 
     const ByteSource archive = {&files, read_file};
     std::uint32_t memory_bytes;

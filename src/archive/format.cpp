@@ -1,14 +1,15 @@
 #include "archive/format.h"
 
-#include "archive/memory.h"
-#include "pipeline/byte_order.h"
+#include "base/block_size.h"
+#include "base/byte_order.h"
 #include "pipeline/crc32.h"
 
-#include <algorithm>
 #include <cstring>
-#include <limits>
 
 namespace velk {
+
+using enum ArchiveStatus;
+
 namespace {
 
 std::uint8_t check_byte(const std::uint8_t *bytes, std::uint32_t count) {
@@ -36,33 +37,28 @@ void set_flags(Settings &settings, std::uint8_t flags) {
         settings.*kStageTable[stage].off = (flags >> stage) & 1;
 }
 
-std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size) {
-    if (settings.no_auto_block_size != 0 || input_size > settings.max_block_size) {
-        return settings.max_block_size;
-    }
-    return std::max(static_cast<std::uint32_t>(input_size), kMinBlockSize);
-}
-
-std::uint32_t saturate(std::uint64_t size) {
-    constexpr std::uint64_t kLimit = std::numeric_limits<std::uint32_t>::max();
-    return static_cast<std::uint32_t>(std::min(size, kLimit));
-}
-
-void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_size) {
-    header[1] = flags;
-    put_u32(header + 2, block_size);
-    header[0] = check_byte(header + 1, kHeaderBytes - 1);
-}
-
-bool get_header(const std::uint8_t *header, std::uint8_t &flags, std::uint32_t &block_size) {
-    flags = header[1];
-    block_size = get_u32(header + 2);
-    return header[0] == check_byte(header + 1, kHeaderBytes - 1);
+bool is_valid_header(const Settings &settings, std::uint32_t block_size) {
+    const bool both_sorts = settings.bwt_off == 0 && settings.st_off == 0;
+    return block_size >= kMinBlockSize && block_size <= kMaxBlockSize && !both_sorts;
 }
 
 void put_start(std::uint8_t *start, const Settings &settings, std::uint32_t block_size) {
     std::memcpy(start, kMagic, kMagicBytes);
-    put_header(start + kMagicBytes, flags_of(settings), block_size);
+    std::uint8_t *const checked = start + kMagicBytes + 1;
+    checked[0] = flags_of(settings);
+    put_u32(checked + 1, block_size);
+    checked[-1] = check_byte(checked, 5);
+}
+
+ArchiveStatus parse_start(const std::uint8_t *start, std::size_t size, Settings &settings,
+                          std::uint32_t &block_size) {
+    if (size < kMagicBytes || std::memcmp(start, kMagic, kMagicBytes) != 0) return kNotAnArchive;
+    if (size < kFirstRecord) return kHeaderCut;
+    const std::uint8_t *const checked = start + kMagicBytes + 1;
+    set_flags(settings, checked[0]);
+    block_size = get_u32(checked + 1);
+    if (checked[-1] != check_byte(checked, 5)) return kHeaderDamaged;
+    return is_valid_header(settings, block_size) ? kGood : kHeaderInvalid;
 }
 
 void put_record_head(std::uint8_t *head, std::uint32_t length) {
@@ -73,6 +69,13 @@ void put_record_head(std::uint8_t *head, std::uint32_t length) {
 bool get_record_head(const std::uint8_t *head, std::uint32_t &length) {
     length = get_u32(head + 1);
     return head[0] == check_byte(head + 1, kRecordHeadBytes - 1);
+}
+
+ArchiveStatus parse_record_head(const std::uint8_t *head, std::uint32_t capacity,
+                                std::uint32_t &length) {
+    if (!get_record_head(head, length)) return kHeadDamaged;
+    if (length == 0) return kEndMark;
+    return length >= kMinRecordData && length <= capacity ? kGood : kLengthInvalid;
 }
 
 } // namespace velk

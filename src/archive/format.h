@@ -8,17 +8,37 @@
 #pragma once
 
 #include "cli/settings.h"
-#include "pipeline/block.h"
+#include "pipeline/crc32.h"
+#include "pipeline/stage.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace velk {
 
 constexpr char kMagic[] = "VELK_V0.95a>";
 constexpr std::uint32_t kMagicBytes = sizeof kMagic - 1;
-constexpr std::uint32_t kHeaderBytes = 6;
-constexpr std::uint32_t kFirstRecord = kMagicBytes + kHeaderBytes; // its offset
+constexpr std::uint32_t kFirstRecord = kMagicBytes + 6; // its offset
 constexpr std::uint32_t kRecordHeadBytes = 5;
+constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
+
+enum class ArchiveStatus {
+    kGood,          // all of what was asked for is there
+    kEnd,           // no more records
+    kEndMark,       // a record of length 0: what follows does not belong to the archive
+    kReadFailed,    // the source failed
+    kNotAnArchive,  // no magic
+    kHeaderCut,     // the bytes end in the header
+    kHeaderDamaged, // its check byte does not fit
+    kHeaderInvalid, // it fits, but no compressor writes this block size or these stages
+    kNoMemory,
+    kHeadCut,       // the bytes end in a record head
+    kHeadDamaged,   // its check byte does not fit
+    kLengthInvalid, // it fits, but no block of the archive's block size is of this length
+    kBlockCut,      // the bytes end in a block's data
+    kBlockDamaged,  // the block CRC does not fit
+    kStageFailed,   // it fits, but a stage can't be undone
+};
 
 struct StageEntry {
     const char *name;
@@ -30,23 +50,23 @@ extern const StageEntry kStageTable[STAGE_COUNT];
 [[nodiscard]] std::uint8_t flags_of(const Settings &settings);
 void set_flags(Settings &settings, std::uint8_t flags);
 
-// The block size for an input of `input_size` bytes, and the size as
-// CoderContext::file_size holds it, which goes no further than 2^32 - 1.
-[[nodiscard]] std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size);
-[[nodiscard]] std::uint32_t saturate(std::uint64_t size);
-
-// Writes the kHeaderBytes bytes of a header record.
-void put_header(std::uint8_t *header, std::uint8_t flags, std::uint32_t block_size);
-// Reads them; false when the check byte does not fit the rest.
-[[nodiscard]] bool get_header(const std::uint8_t *header, std::uint8_t &flags,
-                              std::uint32_t &block_size);
+// Whether a compressor could write an archive of this block size, in bytes, with these
+// stages off: of the sorting transforms at least one.
+[[nodiscard]] bool is_valid_header(const Settings &settings, std::uint32_t block_size);
 
 // Writes the kFirstRecord bytes before the first record: magic and header record.
 void put_start(std::uint8_t *start, const Settings &settings, std::uint32_t block_size);
+// Reads the stage flags and the block size, in bytes, from the `size` bytes that an archive
+// begins with, kFirstRecord or fewer.
+[[nodiscard]] ArchiveStatus parse_start(const std::uint8_t *start, std::size_t size,
+                                        Settings &settings, std::uint32_t &block_size);
 
 // Writes the kRecordHeadBytes bytes of a record head for `length` bytes of data.
 void put_record_head(std::uint8_t *head, std::uint32_t length);
 // Reads them; false when the check byte does not fit the rest.
 [[nodiscard]] bool get_record_head(const std::uint8_t *head, std::uint32_t &length);
+// The same in an archive whose buffers hold `capacity` bytes.
+[[nodiscard]] ArchiveStatus parse_record_head(const std::uint8_t *head, std::uint32_t capacity,
+                                              std::uint32_t &length);
 
 } // namespace velk

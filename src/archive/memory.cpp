@@ -1,5 +1,7 @@
 #include "archive/memory.h"
 
+#include "archive/format.h"
+#include "base/block_size.h"
 #include "dce/frequency_models.h"
 #include "filters/lzp.h"
 #include "sorting/bwt.h"
@@ -47,9 +49,11 @@ void release(std::uint32_t *&array) {
 
 } // namespace
 
-bool is_valid_header(const Settings &settings, std::uint32_t block_size) {
-    const bool both_sorts = settings.bwt_off == 0 && settings.st_off == 0;
-    return block_size >= kMinBlockSize && block_size <= kMaxBlockSize && !both_sorts;
+std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size) {
+    if (settings.no_auto_block_size != 0 || input_size > settings.max_block_size) {
+        return settings.max_block_size;
+    }
+    return std::max(static_cast<std::uint32_t>(input_size), kMinBlockSize);
 }
 
 // All sums below stay under 2^28: capacity is below 2^24.

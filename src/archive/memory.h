@@ -42,9 +42,8 @@ inline InverseArrays inverse_arrays(const CoderContext &context) {
     return {context.work2, context.work3};
 }
 
-// Whether a compressor could write an archive of this block size, in bytes, with these
-// stages off: of the sorting transforms at least one.
-[[nodiscard]] bool is_valid_header(const Settings &settings, std::uint32_t block_size);
+// The block size for an input of `input_size` bytes.
+[[nodiscard]] std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size);
 
 // Sets `capacity`, the work arrays and the buffer pair for block size `block_size` bytes;
 // on compression all memory is zero-filled. `settings.st_off` and

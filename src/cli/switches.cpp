@@ -1,5 +1,6 @@
 #include "cli/switches.h"
 
+#include "base/block_size.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
+#include "base/byte_order.h"
 #include "dce/dce.h"
 #include "dce/distance_values.h"
 #include "dce/range_coder.h"
 #include "dce/raw_bits.h"
 #include "dce/symbol_stats.h"
-#include "pipeline/byte_order.h"
 #include "pipeline/stage.h"
 
 #include <cassert>

@@ -2,8 +2,9 @@
 // of every run to the next run of its byte. dce/dce.h shows them on an example.
 #pragma once
 
+#include "base/bits.h"
+#include "base/byte_order.h"
 #include "dce/symbol_stats.h"
-#include "pipeline/byte_order.h"
 
 #include <algorithm>
 #include <bit>
@@ -26,14 +27,6 @@ inline std::uint32_t run_length(const std::uint8_t *block, std::uint32_t n, std:
     while (last + 1 < n && block[last + 1] == block[p])
         ++last;
     return last + 1 - p;
-}
-
-// The number of bits set, which GCC counts by a call without the machine's own count.
-inline std::uint32_t ones(std::uint64_t x) {
-    x -= x >> 1 & 0x5555555555555555u;
-    x = (x & 0x3333333333333333u) + (x >> 2 & 0x3333333333333333u);
-    x = (x + (x >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
-    return static_cast<std::uint32_t>(x * 0x0101010101010101u >> 56);
 }
 
 // The latest runs. Every run takes the next slot, and a slot is dead when its byte has a
@@ -60,8 +53,8 @@ inline void take_slot(RecentRuns &recent, std::uint8_t s) {
 inline std::uint32_t retake_slot(RecentRuns &recent, std::uint8_t s) {
     constexpr std::uint64_t kLows = 0x0101010101010101u, kHighs = 0x8080808080808080u;
     const std::uint32_t word = recent.slot[s] / 64, bit = recent.slot[s] % 64;
-    const std::uint32_t dead =
-        ones(recent.dead[word] >> bit) + static_cast<std::uint32_t>(recent.dead_behind >> 8 * word);
+    const std::uint32_t dead = count_ones(recent.dead[word] >> bit) +
+                               static_cast<std::uint32_t>(recent.dead_behind >> 8 * word);
     const std::uint32_t others = (recent.taken - 1 - recent.slot[s] - dead) % 256;
     recent.dead[word] |= std::uint64_t{1} << bit;
     // One more behind every word in front, added byte by byte.

@@ -12,7 +12,7 @@
 // 16 bits is one cache line. No count is 0, and no total above kRescaleLimit.
 #pragma once
 
-#include "dce/lanes.h"
+#include "base/vectors.h"
 
 #include <cstdint>
 
@@ -83,19 +83,20 @@ inline Share share_of(const FreqModel &a, const FreqModel &b, std::uint32_t x) {
 
 // Counts symbol x in both models.
 inline void count(FreqModel &primary, FreqModel &secondary, std::uint32_t x) {
-    Lanes increments[kSymbols / kCountLanes];
+    constexpr std::uint32_t kVectors = kSymbols / kLanesOf<CountLanes>;
+    CountLanes increments[kVectors];
 #pragma GCC unroll 4
-    for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i)
-        increments[i] = lanes_from(x, i) & all_lanes(kDistanceIncrement);
+    for (std::uint32_t i = 0; i < kVectors; ++i)
+        increments[i] = lanes_from(x, i) & std::uint16_t{kDistanceIncrement};
     const auto add = [&](FreqModel &model) {
         if (total(model) > kRescaleLimit - kDistanceIncrement) [[unlikely]] {
             count_and_halve(model, x);
             return;
         }
 #pragma GCC unroll 4
-        for (std::uint32_t i = 0; i < kSymbols / kCountLanes; ++i) {
-            std::uint16_t *const lanes = model.cumulative + kCountLanes * i;
-            store_aligned(lanes, load_aligned(lanes) + increments[i]);
+        for (std::uint32_t i = 0; i < kVectors; ++i) {
+            std::uint16_t *const lanes = model.cumulative + kLanesOf<CountLanes> * i;
+            store_aligned(lanes, load_aligned<CountLanes>(lanes) + increments[i]);
         }
     };
     add(primary);

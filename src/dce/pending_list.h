@@ -10,13 +10,11 @@
 // they stand for, since SSE2 compares only such.
 #pragma once
 
+#include "base/vectors.h"
+
 #include <cstdint>
-#include <cstring>
 
 namespace velk {
-
-constexpr std::uint32_t kEntryLanes = 4;
-typedef std::int32_t EntryLanes __attribute__((vector_size(4 * kEntryLanes)));
 
 // Entries that are compared and moved at a step; few lists need a second one, and the
 // branch behind each is hard to predict (4 at a step: 3 % more time in all).
@@ -45,16 +43,6 @@ constexpr std::int32_t kAboveAll = INT32_MAX - kOneFurther; // n is below 2^24 -
 // Below kAboveAll, above any other entry's number.
 constexpr std::uint32_t kNever = entry_number(kAboveAll) - 1;
 
-inline EntryLanes load_entries(const std::int32_t *p) {
-    EntryLanes lanes;
-    std::memcpy(&lanes, p, sizeof lanes);
-    return lanes;
-}
-
-inline void store_entries(std::int32_t *p, EntryLanes lanes) {
-    std::memcpy(p, &lanes, sizeof lanes);
-}
-
 // E0 gets to be the current run, and its end is E1. `byte` takes the place behind the first
 // `number` positions of which nothing is known; the number is at least E0 and below the
 // entry of n. Or it is kNever: the byte has no place, and `count` is already lower.
@@ -66,17 +54,17 @@ inline void replace_first(PendingList &pending, std::uint32_t number, std::uint3
     std::int32_t *p = pending.entry;
     for (; p[kEntriesPerStep] <= to_entry(number, 255); p += kEntriesPerStep) {
 #pragma GCC unroll 2
-        for (std::uint32_t i = 0; i < kEntriesPerStep; i += kEntryLanes)
-            store_entries(p + i, load_entries(p + i + 1) + further);
+        for (std::uint32_t i = 0; i < kEntriesPerStep; i += kLanesOf<EntryLanes>)
+            store(p + i, load<EntryLanes>(p + i + 1) + further);
     }
 #pragma GCC unroll 2
-    for (std::uint32_t i = 0; i < kEntriesPerStep; i += kEntryLanes) {
-        const EntryLanes here = load_entries(p + i), next = load_entries(p + i + 1);
+    for (std::uint32_t i = 0; i < kEntriesPerStep; i += kLanesOf<EntryLanes>) {
+        const EntryLanes here = load<EntryLanes>(p + i), next = load<EntryLanes>(p + i + 1);
         const EntryLanes stays = here > last_below, next_stays = next > last_below;
         EntryLanes result = next + further;
         result ^= (result ^ inserted) & next_stays;
         result ^= (result ^ here) & stays;
-        store_entries(p + i, result);
+        store(p + i, result);
     }
 }
 

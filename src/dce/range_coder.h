@@ -9,8 +9,8 @@
 // is worth at least 128 of the range and three bytes at most leave the coder a symbol.
 #pragma once
 
+#include "base/byte_order.h"
 #include "dce/frequency_models.h"
-#include "pipeline/byte_order.h"
 
 #include <bit>
 #include <cstdint>

@@ -3,7 +3,7 @@
 // the end, lowest bit first, they are the bits in the order in which they were put.
 #pragma once
 
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 
 #include <cstdint>
 

@@ -1,10 +1,10 @@
 #include "filters/delta.h"
 
+#include "base/vectors.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 
 namespace velk {
 namespace {
@@ -35,15 +35,7 @@ void gather_one_by_one(const std::uint8_t *block, std::uint32_t p, std::uint32_t
     }
 }
 
-using Vector = std::uint8_t __attribute__((vector_size(16)));
-
-Vector load(const std::uint8_t *p) {
-    Vector v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-std::uint32_t sum(Vector v) {
+std::uint32_t sum(ByteLanes v) {
     std::uint32_t total = 0;
     for (std::size_t i = 0; i < sizeof v; ++i)
         total += v[i];
@@ -53,22 +45,22 @@ std::uint32_t sum(Vector v) {
 // 16 positions at a step, 18 times as fast as one by one: no position waits for the
 // matches of the one before. A comparison gives 0 or 255, which is -1.
 Statistics gather(const std::uint8_t *block, std::uint32_t n) {
-    constexpr std::uint32_t kStep = sizeof(Vector);
+    constexpr std::uint32_t kStep = sizeof(ByteLanes);
     constexpr std::uint32_t kMaxSteps = 255; // of counts of one byte
     Statistics statistics;
     std::uint32_t p = std::min(kMaxRecord + 1, n);
     gather_one_by_one(block, 0, p, statistics);
     while (n - p >= kStep) {
-        Vector matches[kMaxRecord + 1] = {};
-        Vector repeated[kMaxRecord + 1] = {};
+        ByteLanes matches[kMaxRecord + 1] = {};
+        ByteLanes repeated[kMaxRecord + 1] = {};
         const std::uint32_t steps = std::min((n - p) / kStep, kMaxSteps);
         for (const std::uint32_t end = p + steps * kStep; p < end; p += kStep) {
-            const Vector here = load(block + p);
-            const Vector before = load(block + p - 1);
+            const ByteLanes here = load<ByteLanes>(block + p);
+            const ByteLanes before = load<ByteLanes>(block + p - 1);
             for (std::uint32_t d = 1; d <= kMaxRecord; ++d) {
-                const Vector match = here == load(block + p - d);
+                const ByteLanes match = here == load<ByteLanes>(block + p - d);
                 matches[d] -= match;
-                repeated[d] -= match & (before == load(block + p - 1 - d));
+                repeated[d] -= match & (before == load<ByteLanes>(block + p - 1 - d));
             }
         }
         for (std::uint32_t d = 1; d <= kMaxRecord; ++d) {

@@ -1,6 +1,6 @@
 #include "filters/flt32.h"
 
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 #include "pipeline/stage.h"
 
 namespace velk {

@@ -1,6 +1,6 @@
 #include "filters/lzp.h"
 
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>

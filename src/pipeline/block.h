@@ -12,28 +12,11 @@
 #pragma once
 
 #include "archive/coder_context.h"
+#include "pipeline/stage.h"
 
 #include <cstdint>
 
 namespace velk {
-
-constexpr std::uint32_t kCrcBytes = 4;
-// The shortest data of a block record: one byte before the CRC.
-constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
-
-// The stages, in the order of the forward chain, which is that of their bits in an
-// archive's flags byte.
-enum StageNumber : unsigned {
-    STAGE_EOL,
-    STAGE_FLT32,
-    STAGE_DELTA,
-    STAGE_LZP,
-    STAGE_BWT,
-    STAGE_ST,
-    STAGE_RLE,
-    STAGE_DCE,
-    STAGE_COUNT
-};
 
 // What `decompress_block` met on its way, for tools that explain an archive. Zero for
 // what it did not come to.

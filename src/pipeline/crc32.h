@@ -6,6 +6,8 @@
 
 namespace velk {
 
+constexpr std::uint32_t kCrcBytes = 4;
+
 // Does nothing: the tables are constants. For callers that set the checksum up.
 inline void crc32_init() {}
 

@@ -24,14 +24,19 @@
 
 namespace velk {
 
-// The block size N, in bytes.
-constexpr std::uint32_t kMinBlockSize = 128 * 1024;
-constexpr std::uint32_t kMaxBlockSize = 16383 * 1024;
-constexpr std::uint32_t kDefaultBlockSize = 2048 * 1024;
-// The bytes of a buffer above N, for trailers, block CRC and what a stage wants behind its
-// block. It is part of a run's printed memory; pipeline/block.cpp shows that it suffices.
-constexpr std::uint32_t kBlockSlack = 100;
-static_assert(kMaxBlockSize + kBlockSlack < (1u << 24)); // positions have 24 bits
+// The stages, in the order of the forward chain, which is that of their bits in an
+// archive's flags byte.
+enum StageNumber : unsigned {
+    STAGE_EOL,
+    STAGE_FLT32,
+    STAGE_DELTA,
+    STAGE_LZP,
+    STAGE_BWT,
+    STAGE_ST,
+    STAGE_RLE,
+    STAGE_DCE,
+    STAGE_COUNT
+};
 
 // Leaves the block where it is, as a forward stage that is off or does not apply.
 inline void pass_on(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,

@@ -1,4 +1,4 @@
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 #include "pipeline/stage.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"

@@ -16,10 +16,10 @@
 //
 // The first chunk of each lane is on the stack, the others are in the buffer of the column.
 // From the chunks the block is stitched together in the other buffer.
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
+#include "base/prefetch.h"
 #include "pipeline/stage.h"
 #include "sorting/bwt.h"
-#include "sorting/prefetch.h"
 
 #include <algorithm>
 #include <cstring>

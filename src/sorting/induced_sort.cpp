@@ -16,10 +16,10 @@
 //   spare          counting scratch    scratch                             valleys
 //   model area     bucket ends         -                                   -
 //   bit array      valley marks | tie marks | repeats | falls | kept valleys
-#include "pipeline/byte_order.h"
-#include "sorting/bitmap.h"
+#include "base/bits.h"
+#include "base/byte_order.h"
+#include "base/prefetch.h"
 #include "sorting/bwt.h"
-#include "sorting/prefetch.h"
 #include "sorting/rotation_sort.h"
 #include "sorting/valleys.h"
 

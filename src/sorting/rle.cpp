@@ -1,6 +1,6 @@
 #include "sorting/rle.h"
 
-#include "pipeline/byte_order.h"
+#include "base/byte_order.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>

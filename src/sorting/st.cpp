@@ -6,8 +6,8 @@
 // of each context's bucket.
 #include "sorting/st.h"
 
+#include "base/prefetch.h"
 #include "pipeline/stage.h"
-#include "sorting/prefetch.h"
 
 #include <algorithm>
 #include <cstring>

@@ -7,7 +7,7 @@
 // stack whose depth the block would decide.
 #pragma once
 
-#include "sorting/bitmap.h"
+#include "base/bits.h"
 
 #include <cstdint>
 #include <utility>

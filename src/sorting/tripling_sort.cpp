@@ -18,7 +18,7 @@
 //
 // A block can be made to meet the quicksort's worst pivots at every partition. So the sort
 // counts its steps and gives up beyond a limit, which is part of the format, too.
-#include "sorting/bitmap.h"
+#include "base/bits.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
 #include "sorting/tripling_quicksort.h"

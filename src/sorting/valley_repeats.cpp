@@ -12,9 +12,9 @@
 // ends of runs; the repeated ones that fall; those that rise; and, among the first of them the ends
 // of runs, the others that rise. From its ends a run's valleys are put back as in induced sorting:
 // before each that is there already, in order, comes another one.
-#include "pipeline/byte_order.h"
-#include "sorting/bitmap.h"
-#include "sorting/prefetch.h"
+#include "base/bits.h"
+#include "base/byte_order.h"
+#include "base/prefetch.h"
 #include "sorting/valleys.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 // Most comparisons look at entries only; a run of equal keys loads those of the next five
 // bytes. Valleys that agree beyond some depth, and in the piece up to the next valley, are
 // left tied.
-#include "pipeline/byte_order.h"
-#include "sorting/bitmap.h"
+#include "base/bits.h"
+#include "base/byte_order.h"
 #include "sorting/distinct_sort.h"
 #include "sorting/rotation_sort.h"
 #include "sorting/valleys.h"

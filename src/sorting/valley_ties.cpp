@@ -15,9 +15,9 @@
 // two behind, then four, eight and so on: after log n times no block has ties, unless it is
 // periodic (prefix doubling: U. Manber, G. Myers, "Suffix arrays: a new method for on-line
 // string searches", 1993). Very regular ones, as Fibonacci strings, need all of them.
-#include "sorting/bitmap.h"
+#include "base/bits.h"
+#include "base/prefetch.h"
 #include "sorting/distinct_sort.h"
-#include "sorting/prefetch.h"
 #include "sorting/valleys.h"
 
 #include <algorithm>

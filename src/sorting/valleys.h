@@ -8,8 +8,8 @@
 // (valley_ties.cpp).
 #pragma once
 
-#include "pipeline/byte_order.h"
-#include "sorting/bitmap.h"
+#include "base/bits.h"
+#include "base/byte_order.h"
 
 #include <bit>
 #include <cstdint>

@@ -11,7 +11,7 @@
 // of the CRCs kept give that of the steps between them.
 #pragma once
 
-#include "archive_blocks.h"
+#include "velkinfo/archive_blocks.h"
 
 #include <cstdint>
 #include <vector>

@@ -1,8 +1,7 @@
 // velkinfo: looks into archives. The command line, and the command `test`.
-#include "velkinfo.h"
-
-#include "archive_blocks.h"
 #include "cli/standard_streams.h"
+#include "velkinfo/archive_blocks.h"
+#include "velkinfo/commands.h"
 
 #include <cstdio>
 #include <cstring>

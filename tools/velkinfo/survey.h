@@ -1,7 +1,7 @@
 // What damage has left of an archive.
 #pragma once
 
-#include "archive_window.h"
+#include "velkinfo/archive_window.h"
 
 #include <cstdint>
 #include <deque>

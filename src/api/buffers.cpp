@@ -1,8 +1,7 @@
 // Memory to memory: streams whose two ends are buffers.
-#include "archive/memory.h"
-
 #include "api/options.h"
 #include "archive/format.h"
+#include "base/block_size.h"
 
 #include <algorithm>
 #include <cstddef>

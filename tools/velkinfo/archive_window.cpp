@@ -1,6 +1,6 @@
-#include "archive_window.h"
+#include "velkinfo/archive_window.h"
 
-#include "archive/memory.h"
+#include "base/block_size.h"
 #include "pipeline/crc32.h"
 
 #include <algorithm>

@@ -1,8 +1,9 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
-#include "archive_blocks.h"
+#include "base/block_size.h"
 #include "terminal.h"
-#include "velkinfo.h"
+#include "velkinfo/archive_blocks.h"
+#include "velkinfo/commands.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 // The command `salvage`.
-#include "archive_blocks.h"
 #include "cli/file_names.h"
-#include "survey.h"
-#include "velkinfo.h"
+#include "velkinfo/archive_blocks.h"
+#include "velkinfo/commands.h"
+#include "velkinfo/survey.h"
 
 #include <algorithm>
 #include <cstdio>

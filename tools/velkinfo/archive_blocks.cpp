@@ -1,6 +1,7 @@
-#include "archive_blocks.h"
+#include "velkinfo/archive_blocks.h"
 
 #include "archive/format.h"
+#include "base/block_size.h"
 #include "cli/file_names.h"
 #include "pipeline/crc32.h"
 #include "terminal.h"

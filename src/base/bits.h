@@ -1,4 +1,4 @@
-// Bits in an array of 32-bit words, bit i in word i / 32.
+// The bits of a number, and bits in an array of 32-bit words: bit i in word i / 32.
 #pragma once
 
 #include <bit>
@@ -19,10 +19,11 @@ inline bool get_bit(const std::uint32_t *bits, std::uint32_t i) {
 }
 
 // The number of bits set. (std::popcount is a call where the machine need not have it.)
-inline std::uint32_t count_ones(std::uint32_t bits) {
-    bits -= bits >> 1 & 0x55555555u;
-    bits = (bits & 0x33333333u) + (bits >> 2 & 0x33333333u);
-    return ((bits + (bits >> 4)) & 0x0F0F0F0Fu) * 0x01010101u >> 24;
+inline std::uint32_t count_ones(std::uint64_t bits) {
+    bits -= bits >> 1 & 0x5555555555555555u;
+    bits = (bits & 0x3333333333333333u) + (bits >> 2 & 0x3333333333333333u);
+    bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
+    return static_cast<std::uint32_t>(bits * 0x0101010101010101u >> 56);
 }
 
 // Words that hold `count` bits and one more.

@@ -1,8 +1,8 @@
-#include "survey.h"
+#include "velkinfo/survey.h"
 
 #include "archive/format.h"
-#include "archive/memory.h"
-#include "pipeline/byte_order.h"
+#include "base/block_size.h"
+#include "base/byte_order.h"
 
 #include <algorithm>
 #include <utility>
