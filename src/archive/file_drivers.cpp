@@ -4,18 +4,14 @@
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "cli/error.h"
-#include "cli/file_names.h"
-#include "cli/standard_streams.h"
 #include "pipeline/block.h"
+#include "platform/files.h"
+#include "platform/streams.h"
 
 #include <cstdio>
-#include <filesystem>
-#include <system_error>
 
 namespace velk {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int kProgressMark = 254;
 
@@ -25,24 +21,27 @@ struct Files {
     std::uint64_t input_size; // bytes
 };
 
+// Whether the standard output stream goes to this file: messages would be written into it, as
+// by `VELK e file a >a` or, into a pipe, by `VELK e file /dev/stdout | ...`. Not so for a
+// device such as /dev/null, which may take both.
+bool takes_messages(const FileFacts &file) {
+    FileFacts messages;
+    return file.kind != Kind::kDevice && look_at(kStandardOutput, messages) &&
+           same_file(file, messages);
+}
+
 // The checks come before anything is opened: opening a pipe would wait for its other
 // end, and opening the output empties it, which must not happen to the input.
 Files open_files(const Settings &settings) {
     Files files{};
-    std::error_code error;
-    const fs::path input_path = path_of(settings.input_name);
-    const fs::path output_path = path_of(settings.output_name);
-    if (!fs::is_regular_file(input_path, error)) error_exit(ERR_READ, settings.input_name);
-    files.input = std::fopen(settings.input_name, "rb");
+    FileFacts input, output;
+    if (look_at(settings.input_name, true, input) && input.kind == Kind::kFile)
+        files.input = std::fopen(settings.input_name, "rb");
     if (files.input == nullptr) error_exit(ERR_READ, settings.input_name);
-    files.input_size = fs::file_size(input_path, error);
-    if (error) error_exit(ERR_READ, settings.input_name);
-
-    if (fs::exists(output_path, error)) {
-        const bool same = fs::equivalent(input_path, output_path, error);
-        if (same || error || takes_messages(settings.output_name)) {
-            error_exit(ERR_WRITE, settings.output_name);
-        }
+    files.input_size = input.size;
+    if (look_at(settings.output_name, true, output) &&
+        (same_file(input, output) || takes_messages(output))) {
+        error_exit(ERR_WRITE, settings.output_name);
     }
     files.output = std::fopen(settings.output_name, "wb");
     if (files.output == nullptr) error_exit(ERR_WRITE, settings.output_name);

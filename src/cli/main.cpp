@@ -2,8 +2,8 @@
 #include "archive/coder_context.h"
 #include "archive/file_drivers.h"
 #include "cli/error.h"
-#include "cli/standard_streams.h"
 #include "cli/switches.h"
+#include "platform/streams.h"
 
 #include <csignal>
 #include <cstdio>
@@ -40,7 +40,7 @@ constexpr const char *kUsage =
 } // namespace
 
 int main(int argument_count, char **arguments) {
-    prepare_standard_streams();
+    prepare_standard_streams(false);
 #ifdef SIGPIPE
     // A reader of our messages that goes away must not end a good run half-way.
     std::signal(SIGPIPE, SIG_IGN);

@@ -2,19 +2,16 @@
 
 #include "archive/format.h"
 #include "base/block_size.h"
-#include "cli/file_names.h"
 #include "pipeline/crc32.h"
-#include "terminal.h"
+#include "platform/files.h"
+#include "platform/streams.h"
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <iterator>
 
 namespace velk {
 namespace {
-
-namespace fs = std::filesystem;
 
 bool read_next(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
     ArchiveFile &archive = *static_cast<ArchiveFile *>(user);
@@ -89,17 +86,16 @@ ArchiveStatus end_step(BlockReader &reader, ArchiveStatus status, std::uint32_t 
 } // namespace
 
 bool open_archive(ArchiveFile &archive, const char *name, std::string &why) {
-    std::error_code error;
-    archive.name = name;
-    const fs::path path = path_of(name);
-    if (fs::is_regular_file(path, error)) archive.file.reset(std::fopen(name, "rb"));
+    FileFacts facts;
+    const bool exists = look_at(name, true, facts);
+    if (exists && facts.kind == Kind::kFile) archive.file.reset(std::fopen(name, "rb"));
     if (archive.file == nullptr) {
-        why = fs::exists(path, error) ? "can't be read, or is not a regular file" : "not found";
+        why = exists ? "can't be read, or is not a regular file" : "not found";
         return false;
     }
-    archive.size = fs::file_size(path, error);
-    if (error) why = error.message();
-    return !error;
+    archive.name = name;
+    archive.size = facts.size;
+    return true;
 }
 
 ByteSource source_of(ArchiveFile &archive) {
@@ -163,7 +159,7 @@ bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes, std::uint3
 
 void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
     using Clock = std::chrono::steady_clock;
-    static const bool terminal = is_watched();
+    static const bool terminal = is_terminal(kStandardError);
     static Clock::time_point next = Clock::now() + std::chrono::seconds(1);
     static bool shown = false;
     if (!terminal || (offset != archive.size && Clock::now() < next)) return;

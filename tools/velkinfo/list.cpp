@@ -1,7 +1,7 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
 #include "base/block_size.h"
-#include "terminal.h"
+#include "platform/streams.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
 
@@ -36,7 +36,8 @@ Layout layout_of(const BlockReader &reader) {
     const int digits = static_cast<int>(std::to_string(reader.archive.size).size());
     const int offset = std::max(digits, 6), coded = std::max(digits, 5);
     const int original = std::max(digits + 1, 8);
-    return {offset, coded, original, 6 + offset + 1 + coded + 1 + original + 10, terminal_width()};
+    return {offset, coded, original, 6 + offset + 1 + coded + 1 + original + 10,
+            static_cast<int>(terminal_width(kStandardOutput))};
 }
 
 Lengths lengths_of(const BlockReader &reader) {

@@ -1,5 +1,5 @@
 // velkinfo: looks into archives. The command line, and the command `test`.
-#include "cli/standard_streams.h"
+#include "platform/streams.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
 
@@ -126,7 +126,7 @@ int test_archive(const char *name) {
 }
 
 int main(int argument_count, char **arguments) {
-    prepare_standard_streams();
+    prepare_standard_streams(false);
     int status = run(argument_count, arguments);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain("standard output", "write error");

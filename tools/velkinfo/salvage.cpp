@@ -1,12 +1,11 @@
 // The command `salvage`.
-#include "cli/file_names.h"
+#include "platform/files.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
 #include "velkinfo/survey.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <vector>
 #ifdef _WIN32
 #include <fcntl.h>
@@ -17,8 +16,6 @@
 using namespace velk;
 
 namespace {
-
-namespace fs = std::filesystem;
 
 using Number = unsigned long long; // what printf takes on every system
 
@@ -35,11 +32,11 @@ std::FILE *create(const char *name) {
 
 // Opens the output, which must not exist or, with `force`, not be the archive.
 std::FILE *open_output(const char *name, const ArchiveFile &archive, bool force, std::string &why) {
-    std::error_code error;
-    if (fs::exists(path_of(name), error)) {
-        const bool same = fs::equivalent(path_of(archive.name), path_of(name), error);
-        why = same || error ? "is the archive itself" : "exists; --force overwrites it";
-        if (same || error || !force) return nullptr;
+    FileFacts there, facts;
+    if (look_at(name, true, there)) {
+        const bool same = !look_at(archive.name, true, facts) || same_file(there, facts);
+        why = same ? "is the archive itself" : "exists; --force overwrites it";
+        if (same || !force) return nullptr;
     }
     std::FILE *file = force ? std::fopen(name, "wb") : create(name);
     if (file == nullptr) why = "can't be written";

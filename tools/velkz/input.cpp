@@ -1,6 +1,10 @@
 #include "input.h"
 
+#include "platform/streams.h"
+
 #include <unistd.h>
+
+using namespace velk;
 
 namespace {
 
@@ -45,7 +49,7 @@ Status open_input(Input &input, const std::string &path, const Options &options)
     input.name = input.standard() ? "standard input" : path;
     Status status = kSuccess;
     if (input.standard()) {
-        input.fd = STDIN_FILENO;
+        input.fd = kStandardInput;
         if (!look_at(input.fd, input.opened)) return error(input.name, reason());
         if (input.opened.kind == Kind::kFolder) return warning(input.name, "is a folder, skipped");
         if (options.mode != Mode::kCompress && is_terminal(input.fd))

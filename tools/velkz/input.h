@@ -2,7 +2,7 @@
 #pragma once
 
 #include "options.h"
-#include "system.h"
+#include "platform/files.h"
 
 struct Input {
     Input() = default;
@@ -11,15 +11,15 @@ struct Input {
     Input &operator=(const Input &) = delete;
 
     int fd = -1;
-    std::string path;        // kStandardStream for standard input
-    std::string name;        // for messages
-    FileFacts opened{};      // when it was opened
-    std::uint64_t start = 0; // where standard input stood, in bytes
+    std::string path;         // kStandardStream for standard input
+    std::string name;         // for messages
+    velk::FileFacts opened{}; // when it was opened
+    std::uint64_t start = 0;  // where standard input stood, in bytes
     // From `start` to the end; VELK_SIZE_UNKNOWN for all but regular files.
     std::uint64_t size = VELK_SIZE_UNKNOWN;
 
     [[nodiscard]] bool standard() const { return path == kStandardStream; }
-    [[nodiscard]] bool regular() const { return opened.kind == Kind::kFile; }
+    [[nodiscard]] bool regular() const { return opened.kind == velk::Kind::kFile; }
 };
 
 // Opens the input. A link or device whose output would be named after it is skipped with a

@@ -1,14 +1,17 @@
 // velkz: VELK archives as streams and beside their files, by all processors.
+#include "platform/streams.h"
 #include "random_access.h"
 #include "signals.h"
-#include "system.h"
 #include "work.h"
 
 #include <cstdio>
 #include <unistd.h>
 
+using namespace velk;
+
 int main(int argument_count, char **arguments) {
-    prepare_streams();
+    prepare_standard_streams(true);
+    prepare_terminal();
     catch_signals();
     Options options;
     Status status = kSuccess;
@@ -22,7 +25,7 @@ int main(int argument_count, char **arguments) {
         }
     }
     // A full disk may only show now.
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || close(STDOUT_FILENO) != 0)
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || close(kStandardOutput) != 0)
         status = error("standard output", "can't be written: " + reason());
     return status;
 }

@@ -1,11 +1,13 @@
 #include "options.h"
 
-#include "system.h"
+#include "platform/files.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
+
+using namespace velk;
 
 namespace {
 

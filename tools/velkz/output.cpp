@@ -1,10 +1,13 @@
 #include "output.h"
 
+#include "platform/streams.h"
 #include "signals.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <unistd.h>
+
+using namespace velk;
 
 namespace {
 
@@ -17,7 +20,8 @@ std::string folder_of(const std::string &path) {
 bool agrees(const std::string &name) {
     std::fprintf(stderr, "velkz: %s exists; overwrite it? (y/N) ", printable(name).c_str());
     char answer = 'n', byte = 0;
-    for (bool first = true; read_some(STDIN_FILENO, &byte, 1) == 1 && byte != '\n'; first = false) {
+    for (bool first = true; read_some(kStandardInput, &byte, 1) == 1 && byte != '\n';
+         first = false) {
         if (first) answer = byte;
     }
     if (byte != '\n') std::fputc('\n', stderr);
@@ -28,7 +32,7 @@ bool agrees(const std::string &name) {
 Status open_in_place(Output &output, const Input &input, const Options &options) {
     FileFacts found;
     if (output.path == kStandardStream) {
-        output.fd = STDOUT_FILENO;
+        output.fd = kStandardOutput;
         output.name = "standard output";
     } else {
         output.fd = open_to_write(output.path);
@@ -66,7 +70,7 @@ Status give_name(Output &output) {
 } // namespace
 
 Output::~Output() {
-    if (fd >= 0 && fd != STDOUT_FILENO) close(fd);
+    if (fd >= 0 && fd != kStandardOutput) close(fd);
     if (temporary.empty()) return;
     const SignalsHeld held;
     unlink(temporary.c_str());
@@ -87,7 +91,7 @@ Status open_output(Output &output, const std::string &path, const Input &input,
         if (same_file(there, input.opened)) return error(output.name, "is the input itself");
         const bool chosen = !options.output.empty();
         // By another name, such as /dev/stdout.
-        if (chosen && look_at(STDOUT_FILENO, messages) && same_file(there, messages)) {
+        if (chosen && look_at(kStandardOutput, messages) && same_file(there, messages)) {
             output.path = kStandardStream;
             return open_in_place(output, input, options);
         }
@@ -98,7 +102,7 @@ Status open_output(Output &output, const std::string &path, const Input &input,
     }
     if (!options.force) {
         const bool can_ask =
-            !input.standard() && is_terminal(STDIN_FILENO) && is_terminal(STDERR_FILENO);
+            !input.standard() && is_terminal(kStandardInput) && is_terminal(kStandardError);
         if (!can_ask) return error(output.name, "exists; -f overwrites it");
         if (!agrees(output.name)) return warning(output.name, "exists, skipped");
     }
@@ -107,7 +111,7 @@ Status open_output(Output &output, const std::string &path, const Input &input,
 }
 
 Status keep_output(Output &output, const Input &input) {
-    if (output.fd == STDOUT_FILENO) return kSuccess; // closed when all is done
+    if (output.fd == kStandardOutput) return kSuccess; // closed when all is done
     const bool named_later = !output.temporary.empty();
     if (named_later) copy_attributes(output.fd, input.opened);
     bool safe = !named_later || sync_file(output.fd);

@@ -1,13 +1,15 @@
 #include "progress.h"
 
 #include "messages.h"
-#include "system.h"
+#include "platform/streams.h"
 
 #include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <unistd.h>
+
+using namespace velk;
 
 namespace {
 
@@ -18,7 +20,7 @@ volatile std::sig_atomic_t on_screen = 0;
 
 void put(const std::string &text) {
     [[maybe_unused]] const ssize_t written =
-        write(STDERR_FILENO, text.data(), static_cast<unsigned>(text.size()));
+        write(kStandardError, text.data(), static_cast<unsigned>(text.size()));
 }
 
 bool begins_character(char byte) {
@@ -49,7 +51,7 @@ void clear_progress() {
     if (on_screen == 0) return;
     on_screen = 0;
     static constexpr char kClear[] = "\r\x1B[K";
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kClear, sizeof kClear - 1);
+    [[maybe_unused]] const ssize_t written = write(kStandardError, kClear, sizeof kClear - 1);
 }
 
 double percent(std::uint64_t part, std::uint64_t whole) {
@@ -97,7 +99,7 @@ void Progress::show(const Amounts &done) {
         const long long whole = std::llround(left);
         text += formatted(", %lld:%02lld left", whole / 60, whole % 60);
     }
-    const std::size_t known = terminal_width();
+    const std::size_t known = terminal_width(kStandardError);
     const std::size_t width = (known == 0 ? 80 : known) - 1;
     const std::size_t room = text.size() + 8 < width ? width - text.size() : 8;
     put("\r" + shortened(name_, room) + text.substr(0, width - std::min(room, width)) + "\x1B[K");

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <memory>
 
+using namespace velk;
+
 namespace {
 
 constexpr std::uint64_t kLast = UINT64_MAX;

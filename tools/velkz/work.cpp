@@ -3,6 +3,7 @@
 #include "faults.h"
 #include "input.h"
 #include "output.h"
+#include "platform/streams.h"
 #include "progress.h"
 #include "random_access.h"
 
@@ -10,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
+
+using namespace velk;
 
 namespace {
 
@@ -91,9 +94,9 @@ Status restore(Run &run, const velk_stream &stream) {
 Status transfer(const Input &input, const Output *output, const Options &options) {
     const bool compresses = options.mode == Mode::kCompress;
     const bool text_on_terminal =
-        output != nullptr && output->fd == STDOUT_FILENO && is_terminal(STDOUT_FILENO);
+        output != nullptr && output->fd == kStandardOutput && is_terminal(kStandardOutput);
     const bool shown =
-        !options.quiet && !options.no_progress && !text_on_terminal && is_terminal(STDERR_FILENO);
+        !options.quiet && !options.no_progress && !text_on_terminal && is_terminal(kStandardError);
     const std::uint64_t size = options.size != VELK_SIZE_UNKNOWN ? options.size : input.size;
     Run run{input, output, options, {input.name, size, compresses, shown}, {}};
     velk_stream stream{};

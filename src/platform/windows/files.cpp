@@ -1,15 +1,15 @@
 // Names are UTF-8 (packaging/windows.manifest). All files are opened so that others may
 // write, rename and remove them meanwhile, as elsewhere.
-#include "system.h"
+#include "platform/files.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <io.h>
 #include <system_error>
 #include <windows.h>
 
+namespace velk {
 namespace {
 
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 20; // consoles refuse too much
@@ -170,23 +170,4 @@ bool rename_file(const std::string &from, const std::string &to, bool replaces) 
     return false;
 }
 
-void prepare_streams() {
-    for (std::FILE *stream : {stdin, stdout, stderr})
-        _setmode(_fileno(stream), _O_BINARY);
-    // So that the progress line is erased by the sequence that other terminals know.
-    const HANDLE terminal = GetStdHandle(STD_ERROR_HANDLE);
-    DWORD mode;
-    if (GetConsoleMode(terminal, &mode))
-        SetConsoleMode(terminal, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
-}
-
-bool is_terminal(int fd) {
-    DWORD mode;
-    return GetConsoleMode(handle_of(fd), &mode) != 0;
-}
-
-std::size_t terminal_width() {
-    CONSOLE_SCREEN_BUFFER_INFO info;
-    if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info)) return 0;
-    return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left + 1);
-}
+} // namespace velk

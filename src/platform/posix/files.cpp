@@ -1,15 +1,15 @@
 // The answers of systems with POSIX: Linux, the BSDs, macOS.
-#include "system.h"
+#include "platform/files.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace velk {
 namespace {
 
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 30; // what all systems take
@@ -180,19 +180,4 @@ bool rename_file(const std::string &from, const std::string &to, bool replaces) 
     return rename(from.c_str(), to.c_str()) == 0;
 }
 
-// A standard stream that the caller closed leaves its number free, and the next file opened
-// would get it. What takes its place here fails to read or write, as a closed one does.
-void prepare_streams() {
-    for (int fd = 0; fd < 3; ++fd) {
-        if (fcntl(fd, F_GETFD) == -1) open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
-    }
-}
-
-bool is_terminal(int fd) {
-    return isatty(fd) != 0;
-}
-
-std::size_t terminal_width() {
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
+} // namespace velk

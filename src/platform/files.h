@@ -1,10 +1,12 @@
-// What velkz asks of the system beyond what every C library has: posix/ or windows/ answers.
+// What the system is asked about files, beyond what every C library has.
 // Where nothing else is said, what fails returns -1 or false and leaves the reason in `errno`.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+namespace velk {
 
 enum class Kind { kFile, kFolder, kLink, kPipe, kDevice, kBlockDevice, kOther };
 
@@ -52,11 +54,7 @@ void copy_attributes(int fd, const FileFacts &from);
 // replaces: another file; or else fails with EEXIST where there is one.
 [[nodiscard]] bool rename_file(const std::string &from, const std::string &to, bool replaces);
 
-// To be called before the standard streams are used.
-void prepare_streams();
-[[nodiscard]] bool is_terminal(int fd);
-// Columns of the terminal that the error stream goes to; 0 if it is none.
-[[nodiscard]] std::size_t terminal_width();
-
 // The characters that end the name of a folder in a path.
 extern const char *const kFolderEnds;
+
+} // namespace velk
