@@ -168,14 +168,24 @@ typedef struct velk_reader velk_reader;
 // pread(2).
 typedef int64_t velk_read_at(void *user, uint64_t offset, void *buffer, size_t size);
 
+// Where a reader has met damage.
+typedef struct velk_damage {
+    uint64_t block;  // counted from 0
+    uint64_t offset; // of its record in the archive; 0: the header is damaged
+} velk_damage;
+
 // Walks the archive's record heads, once, and keeps where the records lie: 8 bytes a block,
 // and up to as many spare ones. *reader: the reader; null after an error. `read_at` is
-// called with `user`, only inside calls of this reader's functions.
+// called with `user`, only inside calls of this reader's functions. *damage: written by those
+// that return VELK_ERROR_DAMAGED; may be null.
 VELK_API velk_status velk_reader_open(velk_reader **reader, const velk_options *options,
-                                      velk_read_at *read_at, void *user);
+                                      velk_read_at *read_at, void *user, velk_damage *damage);
 
 // Gives back the reader's memory; null will do.
 VELK_API void velk_reader_close(velk_reader *reader);
+
+// The archive's block size, in bytes; 0 without a reader.
+VELK_API uint32_t velk_reader_block_size(const velk_reader *reader);
 
 // *size: the bytes of the original. The first call decodes the last block.
 //

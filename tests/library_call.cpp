@@ -111,7 +111,7 @@ velk_stream TestStream::callbacks() {
 }
 
 velk_status open_reader(velk_reader *&reader, TestArchive &archive, const velk_options *options) {
-    return velk_reader_open(&reader, options, read_at, &archive);
+    return velk_reader_open(&reader, options, read_at, &archive, nullptr);
 }
 
 Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls) {

@@ -18,9 +18,7 @@ struct Worker {
 namespace {
 
 void code_in(const Coder &coder, CoderContext &context, Slot &slot) {
-    std::memcpy(context.buf_in, slot.data, slot.length);
-    context.in_len = slot.length;
-    slot.whole = coder.code(context, slot.bytes_in);
+    slot.whole = code_data(coder, context, slot.data, slot.length, slot.bytes_in);
     if (!slot.whole) return;
     std::memcpy(slot.data, context.buf_out, context.out_len);
     slot.length = context.out_len;
@@ -78,11 +76,11 @@ bool add_worker(BlockQueue &queue, const CoderContext &context) {
 } // namespace
 
 bool open_queue(BlockQueue &queue, const Coder &coder, const CoderContext &first,
-                std::uint32_t block_size, std::uint32_t max_workers) {
+                std::uint32_t max_workers) {
     queue.coder = &coder;
     queue.model.settings = first.settings;
     queue.model.file_size = first.file_size;
-    queue.block_size = block_size;
+    queue.block_size = block_size_of(first);
     queue.max_workers = max_workers;
     return add_worker(queue, first);
 }

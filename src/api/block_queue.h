@@ -52,7 +52,7 @@ struct BlockQueue {
 // Starts the first worker, which takes over `first`, the memory set up for one block.
 // Returns false, with nothing taken over and nothing to close, when there can be none.
 [[nodiscard]] bool open_queue(BlockQueue &queue, const Coder &coder, const CoderContext &first,
-                              std::uint32_t block_size, std::uint32_t max_workers);
+                              std::uint32_t max_workers);
 
 // A slot for the next block; null while all are under way. Starts another worker when all
 // have work and one can be had.

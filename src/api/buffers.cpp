@@ -1,6 +1,6 @@
 // Memory to memory: streams whose two ends are buffers.
 #include "api/options.h"
-#include "archive/format.h"
+#include "archive/archive_io.h"
 #include "base/block_size.h"
 
 #include <algorithm>
@@ -34,6 +34,16 @@ std::int64_t write_buffer(void *user, const void *buffer, std::size_t size) {
     b.out += part;
     b.room -= part;
     return static_cast<std::int64_t>(part);
+}
+
+// Of what has not been read from the front.
+bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t count,
+                 std::uint32_t &got) {
+    const Buffers &b = *static_cast<const Buffers *>(user);
+    const std::uint64_t left = offset < b.in_left ? b.in_left - offset : 0;
+    got = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
+    if (got != 0) std::memcpy(bytes, b.in + offset, got);
+    return true;
 }
 
 // Calls run(stream) with the buffers as its ends.
@@ -72,22 +82,17 @@ velk_status velk_decompress_bound(const void *archive, std::size_t size, std::ui
     if (bound == nullptr) return VELK_ERROR_ARGUMENT;
     *bound = 0;
     if (archive == nullptr && size != 0) return VELK_ERROR_ARGUMENT;
-    const std::uint8_t *const bytes = static_cast<const std::uint8_t *>(archive);
     Settings settings{};
     std::uint32_t block_size;
-    const ArchiveStatus start = parse_start(bytes, size, settings, block_size);
-    if (start != ArchiveStatus::kGood) return status_of(start);
+    const auto *const bytes = static_cast<const std::uint8_t *>(archive);
+    ArchiveStatus status = parse_start(bytes, size, settings, block_size);
+    if (status != ArchiveStatus::kGood) return status_of(status);
+    Buffers buffers = {bytes, size, nullptr, 0};
+    RecordWalk walk;
     const std::uint32_t capacity = block_size + kBlockSlack;
-    std::uint64_t blocks = 0;
-    for (std::size_t at = VELK_HEADER_SIZE; at < size; ++blocks) {
-        std::uint32_t length;
-        if (size - at < kRecordHeadBytes) return VELK_ERROR_DAMAGED;
-        const ArchiveStatus head = parse_record_head(bytes + at, capacity, length);
-        if (head == ArchiveStatus::kEndMark) break;
-        at += kRecordHeadBytes;
-        if (head != ArchiveStatus::kGood || length > size - at) return VELK_ERROR_DAMAGED;
-        at += length;
-    }
-    *bound = blocks * capacity;
-    return VELK_OK;
+    std::uint64_t sum = 0;
+    while ((status = next_record({&buffers, read_placed}, capacity, walk)) == ArchiveStatus::kGood)
+        sum += capacity; // a record for 10 bytes at least: less than 2^64
+    if (status_of(status) == VELK_OK) *bound = sum;
+    return status_of(status);
 }

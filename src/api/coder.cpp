@@ -1,9 +1,11 @@
 #include "api/coder.h"
 
+#include "archive/format.h"
 #include "archive/memory.h"
 #include "pipeline/block.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace velk {
 namespace {
@@ -26,20 +28,42 @@ bool restore(CoderContext &context, std::uint64_t) {
     return decompress_block(context);
 }
 
+velk_status alloc_within(const Coder &coder, CoderContext &context, std::uint32_t block_size,
+                         std::uint64_t limit, std::uint32_t &memory_bytes) {
+    memory_bytes = coder.alloc(context, block_size);
+    if (memory_bytes != 0 && memory_bytes <= limit) return VELK_OK;
+    coder.free(context);
+    return VELK_ERROR_MEMORY;
+}
+
 } // namespace
 
 const Coder kCompressor = {alloc_compress, free_compress, compress};
 const Coder kRestorer = {alloc_decompress, free_decompress, restore};
 
-velk_status alloc_within(const Coder &coder, CoderContext &context, std::uint32_t block_size,
-                         std::uint64_t limit, std::uint32_t &bytes) {
-    bytes = coder.alloc(context, block_size);
-    if (bytes == 0) return VELK_ERROR_MEMORY;
-    if (bytes > limit) { // nothing of it has been touched
-        coder.free(context);
-        return VELK_ERROR_MEMORY;
-    }
-    return VELK_OK;
+bool code_data(const Coder &coder, CoderContext &context, const std::uint8_t *data,
+               std::size_t length, std::uint64_t seen) {
+    std::memcpy(context.buf_in, data, length);
+    context.in_len = static_cast<std::uint32_t>(length);
+    return coder.code(context, seen);
+}
+
+velk_status open_compressor(CoderContext &context, const CheckedOptions &options,
+                            std::uint64_t input_size, std::uint32_t &memory_bytes) {
+    context.settings = options.settings;
+    set_file_size(context, input_size + 1); // 0 for an unknown one
+    return alloc_within(kCompressor, context, choose_block_size(options.settings, input_size),
+                        options.memory_limit, memory_bytes);
+}
+
+velk_status open_restorer(CoderContext &context, const CheckedOptions &options, const void *start,
+                          std::size_t size, std::uint32_t &memory_bytes) {
+    std::uint32_t block_size;
+    const velk_status status = status_of(
+        parse_start(static_cast<const std::uint8_t *>(start), size, context.settings, block_size));
+    return status == VELK_OK
+               ? alloc_within(kRestorer, context, block_size, options.memory_limit, memory_bytes)
+               : status;
 }
 
 } // namespace velk

@@ -1,9 +1,11 @@
 // The two directions of the block chain, for what is the same in both.
 #pragma once
 
+#include "api/options.h"
 #include "archive/coder_context.h"
 #include "velk.h"
 
+#include <cstddef>
 #include <cstdint>
 
 namespace velk {
@@ -20,10 +22,17 @@ struct Coder {
 extern const Coder kCompressor;
 extern const Coder kRestorer;
 
-// Sets up the context's memory, of which `bytes` were taken, unless they are above `limit`.
-// The stage flags of the settings must be set.
-[[nodiscard]] velk_status alloc_within(const Coder &coder, CoderContext &context,
-                                       std::uint32_t block_size, std::uint64_t limit,
-                                       std::uint32_t &bytes);
+// Codes the `length` bytes of `data`, as above.
+[[nodiscard]] bool code_data(const Coder &coder, CoderContext &context, const std::uint8_t *data,
+                             std::size_t length, std::uint64_t seen);
+
+// Set up the context, whose members are zero: to compress an input of this size, or to restore
+// what follows the `size` bytes `start` of an archive. memory_bytes: how many were taken, within
+// the options' memory limit, of which nothing has been touched yet.
+[[nodiscard]] velk_status open_compressor(CoderContext &context, const CheckedOptions &options,
+                                          std::uint64_t input_size, std::uint32_t &memory_bytes);
+[[nodiscard]] velk_status open_restorer(CoderContext &context, const CheckedOptions &options,
+                                        const void *start, std::size_t size,
+                                        std::uint32_t &memory_bytes);
 
 } // namespace velk

@@ -4,11 +4,8 @@
 #include "archive/format.h"
 #include "archive/memory.h"
 #include "base/block_size.h"
-#include "filters/eol.h"
-#include "filters/flt32.h"
-#include "sorting/bwt.h"
-#include "sorting/rle.h"
-#include "sorting/st.h"
+#include "base/checked.h"
+#include "pipeline/block.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -21,27 +18,7 @@ static_assert(VELK_HEADER_SIZE == kFirstRecord && VELK_RECORD_HEAD_SIZE == kReco
 static_assert(VELK_OFF_EOL == 1 << STAGE_EOL && VELK_OFF_ST == 1 << STAGE_ST &&
               VELK_OFF_DCE == 1 << STAGE_DCE);
 
-namespace {
-
-// The most bytes by which the record of a block, its head included, is longer than it.
-// Nothing but trailers adds to a block: where a stage would, it declines.
-std::uint32_t record_overhead(const Settings &s) {
-    constexpr std::uint32_t kOff = 1;
-    constexpr std::uint32_t kOthers = 3; // DELTA, LZP, DCE
-    constexpr std::uint32_t kAround = kRecordHeadBytes + kCrcBytes;
-    const std::uint32_t filters =
-        (s.eol_off != 0 ? kOff : kEolTrailerBytes) + (s.flt32_off != 0 ? kOff : kFlt32TrailerBytes);
-    // A block that the DCE can't have coded falls back to its filtered form, with a marker
-    // in the place of the DCE's trailer.
-    if (s.no_fallback == 0 && s.dce_off != 0) return filters + kOthers + kAround;
-    return filters + (s.bwt_off != 0 ? kOff : kBwtTrailerBytes) +
-           (s.st_off != 0 ? kOff : kStTrailerBytes) + (s.rle_off != 0 ? kOff : kRleTrailerBytes) +
-           kOthers + kAround;
-}
-
-} // namespace
-
-bool make_plan(const velk_options *options, Plan &plan) {
+bool check_options(const velk_options *options, CheckedOptions &checked) {
     velk_options defaults;
     velk_options_init(&defaults);
     const velk_options &o = options == nullptr ? defaults : *options;
@@ -50,15 +27,15 @@ bool make_plan(const velk_options *options, Plan &plan) {
                                            [](auto byte) { return byte == 0; });
     if (!flags_hold || !reserved_hold) return false;
 
-    plan = Plan{};
-    set_flags(plan.settings, o.stages_off);
-    plan.settings.no_auto_block_size = o.fixed_block_size;
-    plan.settings.no_fallback = o.no_fallback;
-    plan.settings.max_block_size = o.block_size == 0 ? kDefaultBlockSize : o.block_size;
-    plan.threads = std::min(o.threads == 0 ? processors() : o.threads, VELK_MAX_THREADS);
-    plan.memory_limit =
+    checked = CheckedOptions{};
+    set_flags(checked.settings, o.stages_off);
+    checked.settings.no_auto_block_size = o.fixed_block_size;
+    checked.settings.no_fallback = o.no_fallback;
+    checked.settings.max_block_size = o.block_size == 0 ? kDefaultBlockSize : o.block_size;
+    checked.threads = std::min(o.threads == 0 ? processors() : o.threads, VELK_MAX_THREADS);
+    checked.memory_limit =
         o.memory_limit == 0 ? std::numeric_limits<std::uint64_t>::max() : o.memory_limit;
-    return is_valid_header(plan.settings, plan.settings.max_block_size);
+    return is_valid_header(checked.settings, checked.settings.max_block_size);
 }
 
 velk_status status_of(ArchiveStatus status) {
@@ -89,25 +66,26 @@ void velk_options_init(velk_options *options) {
 }
 
 std::uint32_t velk_block_size(const velk_options *options, std::uint64_t input_size) {
-    Plan plan;
-    return make_plan(options, plan) ? choose_block_size(plan.settings, input_size) : 0;
+    CheckedOptions checked;
+    return check_options(options, checked) ? choose_block_size(checked.settings, input_size) : 0;
 }
 
 std::size_t velk_compress_bound(std::size_t size, const velk_options *options) {
-    Plan plan;
-    if (!make_plan(options, plan)) return 0;
-    const std::uint32_t block_size = choose_block_size(plan.settings, size);
+    CheckedOptions checked;
+    if (!check_options(options, checked)) return 0;
+    const std::uint32_t block_size = choose_block_size(checked.settings, size);
     const std::uint64_t blocks = size / block_size + (size % block_size != 0);
+    const std::uint64_t overhead = kRecordHeadBytes + data_overhead(checked.settings);
     // At most 2^64 / 2^17 blocks, and less than 2^6 bytes for each.
-    const std::uint64_t added = blocks * record_overhead(plan.settings) + VELK_HEADER_SIZE;
-    return size > SIZE_MAX - added ? 0 : size + static_cast<std::size_t>(added);
+    std::uint64_t bound = blocks * overhead + VELK_HEADER_SIZE;
+    return add_checked(bound, size) && bound <= SIZE_MAX ? static_cast<std::size_t>(bound) : 0;
 }
 
 velk_status velk_write_header(const velk_options *options, std::uint64_t input_size, void *header) {
-    Plan plan;
-    if (header == nullptr || !make_plan(options, plan)) return VELK_ERROR_ARGUMENT;
-    put_start(static_cast<std::uint8_t *>(header), plan.settings,
-              choose_block_size(plan.settings, input_size));
+    CheckedOptions checked;
+    if (header == nullptr || !check_options(options, checked)) return VELK_ERROR_ARGUMENT;
+    put_start(static_cast<std::uint8_t *>(header), checked.settings,
+              choose_block_size(checked.settings, input_size));
     return VELK_OK;
 }
 

@@ -1,6 +1,7 @@
 #include "archive/archive_io.h"
 
 #include "archive/memory.h"
+#include "base/checked.h"
 
 namespace velk {
 
@@ -22,18 +23,37 @@ ArchiveStatus start_reading(const ByteSource &source, CoderContext &context,
     return memory_bytes != 0 ? kGood : kNoMemory;
 }
 
-ArchiveStatus read_record(const ByteSource &source, std::uint32_t capacity, std::uint8_t *data,
-                          std::uint32_t &length) {
-    std::uint8_t head[kRecordHeadBytes];
-    std::uint32_t got;
-    if (!source.read(source.user, head, kRecordHeadBytes, got)) return kReadFailed;
-    if (got != kRecordHeadBytes) return got == 0 ? kEnd : kHeadCut;
-    const ArchiveStatus status = parse_record_head(head, capacity, length);
-    if (status != kGood) return status;
-    if (!source.read(source.user, data, length, got)) return kReadFailed;
+std::uint8_t *next_place(RecordIntake &intake, std::uint32_t &wanted) {
+    const bool in_head = intake.taken < kRecordHeadBytes;
+    wanted = kRecordHeadBytes + intake.length - intake.taken; // without a head there is no length
+    return in_head ? intake.head + intake.taken : intake.data + (intake.taken - kRecordHeadBytes);
+}
+
+ArchiveStatus take_in(RecordIntake &intake, std::uint32_t count) {
     // A block cut short has lost its CRC, which must not be made up from what an earlier
     // block left in the buffer.
-    return got == length ? kGood : kBlockCut;
+    if (count == 0)
+        return intake.taken == 0 ? kEnd : intake.taken < kRecordHeadBytes ? kHeadCut : kBlockCut;
+    intake.taken += count;
+    if (intake.taken == kRecordHeadBytes) {
+        const ArchiveStatus head = parse_record_head(intake.head, intake.capacity, intake.length);
+        return head == kGood ? kMore : head;
+    }
+    return intake.taken == kRecordHeadBytes + intake.length ? kGood : kMore;
+}
+
+ArchiveStatus read_record(const ByteSource &source, std::uint32_t capacity, std::uint8_t *data,
+                          std::uint32_t &length) {
+    RecordIntake intake{data, capacity};
+    ArchiveStatus status = kMore;
+    while (status == kMore) {
+        std::uint32_t wanted, got;
+        std::uint8_t *const place = next_place(intake, wanted);
+        if (!source.read(source.user, place, wanted, got)) return kReadFailed;
+        status = take_in(intake, got);
+        length = intake.length;
+    }
+    return status;
 }
 
 ArchiveStatus read_block(const ByteSource &source, CoderContext &context, std::uint32_t &length,
@@ -43,6 +63,20 @@ ArchiveStatus read_block(const ByteSource &source, CoderContext &context, std::u
     context.in_len = length;
     if (decompress_block(context, &trace)) return kGood;
     return trace.crc_holds ? kStageFailed : kBlockDamaged;
+}
+
+ArchiveStatus next_record(const PlacedSource &source, std::uint32_t capacity, RecordWalk &walk) {
+    const auto look = [&] {
+        return source.read_at(source.user, walk.next - 1, walk.bytes, sizeof walk.bytes, walk.got);
+    };
+    if (walk.got == 0 && !look()) return kReadFailed;
+    if (walk.got != sizeof walk.bytes) return walk.got == 1 ? kEnd : kHeadCut;
+    const ArchiveStatus head = parse_record_head(walk.bytes + 1, capacity, walk.length);
+    if (head != kGood) return head;
+    walk.record = walk.next;
+    if (!add_checked(walk.next, kRecordHeadBytes + walk.length)) return kBlockCut;
+    if (!look()) return kReadFailed;
+    return walk.got == 0 ? kBlockCut : kGood;
 }
 
 std::uint32_t write_start(const ByteSink &sink, const Settings &settings,

@@ -1,6 +1,7 @@
 // The one record of a run: memory, the block on its way, timers and settings.
 #pragma once
 
+#include "base/block_size.h"
 #include "cli/settings.h"
 
 #include <algorithm>
@@ -35,6 +36,11 @@ struct CoderContext {
     std::uint32_t ms_other;  // milliseconds in all other stages
     Settings settings;
 };
+
+// The block size N, in bytes, that the memory was set up for.
+inline std::uint32_t block_size_of(const CoderContext &context) {
+    return context.capacity - kBlockSlack;
+}
 
 // Sets `file_size`: `size`, or the largest number there is for one that is larger.
 inline void set_file_size(CoderContext &context, std::uint64_t size) {

@@ -7,6 +7,7 @@
 // `crc32_block` over the bytes that follow it in its header or head.
 #pragma once
 
+#include "base/block_size.h"
 #include "cli/settings.h"
 #include "pipeline/crc32.h"
 #include "pipeline/stage.h"
@@ -21,9 +22,11 @@ constexpr std::uint32_t kMagicBytes = sizeof kMagic - 1;
 constexpr std::uint32_t kFirstRecord = kMagicBytes + 6; // its offset
 constexpr std::uint32_t kRecordHeadBytes = 5;
 constexpr std::uint32_t kMinRecordData = 1 + kCrcBytes;
+constexpr std::uint32_t kMaxRecordData = kMaxBlockSize + kBlockSlack; // of any block size
 
 enum class ArchiveStatus {
     kGood,          // all of what was asked for is there
+    kMore,          // so far, but not yet all
     kEnd,           // no more records
     kEndMark,       // a record of length 0: what follows does not belong to the archive
     kReadFailed,    // the source failed

@@ -21,27 +21,6 @@
 
 namespace velk {
 
-// The work arrays by what they are for; the numbered members of the context hold them.
-struct ForwardArrays {
-    std::uint32_t *pair_region;
-    std::uint32_t *index_array;
-    std::uint32_t *bit_array;
-    std::uint32_t *model_area;
-};
-
-struct InverseArrays {
-    std::uint32_t *region;
-    std::uint32_t *model_area;
-};
-
-inline ForwardArrays forward_arrays(const CoderContext &context) {
-    return {context.work1, context.work2, context.work3, context.work4};
-}
-
-inline InverseArrays inverse_arrays(const CoderContext &context) {
-    return {context.work2, context.work3};
-}
-
 // The block size for an input of `input_size` bytes.
 [[nodiscard]] std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size);
 

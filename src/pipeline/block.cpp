@@ -1,7 +1,6 @@
 #include "pipeline/block.h"
 
 #include "archive/format.h"
-#include "archive/memory.h"
 #include "base/block_size.h"
 #include "base/byte_order.h"
 #include "dce/dce.h"
@@ -21,8 +20,6 @@
 
 namespace velk {
 namespace {
-
-constexpr std::uint8_t kFallbackMarker = 2;
 
 // Adds the milliseconds from its making to its end to a timer of the context.
 class StageTimer {
@@ -94,11 +91,25 @@ bool undo(CoderContext &c, BlockTrace *trace, std::uint32_t &ms, StageNumber sta
 
 } // namespace
 
+// Nothing but trailers adds to a block: where a stage would, it declines.
+std::uint32_t data_overhead(const Settings &s) {
+    const auto trailer = [](std::uint8_t off, std::uint32_t bytes) { return off != 0 ? 1 : bytes; };
+    constexpr std::uint32_t kOthers = 3; // DELTA, LZP where it gains nothing, DCE
+    const std::uint32_t filters = trailer(s.eol_off, kEolTrailerBytes) +
+                                  trailer(s.flt32_off, kFlt32TrailerBytes) + kOthers + kCrcBytes;
+    // A block that the DCE can't have coded falls back to its filtered form, with a marker
+    // in the place of the DCE's trailer.
+    if (s.no_fallback == 0 && s.dce_off != 0) return filters;
+    return filters + trailer(s.bwt_off, kBwtTrailerBytes) + trailer(s.st_off, kStTrailerBytes) +
+           trailer(s.rle_off, kRleTrailerBytes);
+}
+
 bool compress_block(CoderContext &c) {
-    if (c.in_len > c.capacity - kBlockSlack) return false;
+    if (c.in_len > block_size_of(c)) return false;
     c.out_len = 0;
     if (c.in_len == 0) return true;
-    const ForwardArrays a = forward_arrays(c);
+    std::uint32_t *const pair_region = c.work1, *const index_array = c.work2,
+                         *const bit_array = c.work3, *const model_area = c.work4;
     const Settings &s = c.settings;
     apply(c, c.ms_other, s.eol_off, eol_encode);
     apply(c, c.ms_other, s.flt32_off,
@@ -106,17 +117,16 @@ bool compress_block(CoderContext &c) {
               flt32_encode(in, n, out, out_len, c.file_size, off);
           });
     apply(c, c.ms_other, s.delta_off, delta_encode);
-    apply(c, c.ms_other, s.lzp_off, lzp_encode, a.index_array);
+    apply(c, c.ms_other, s.lzp_off, lzp_encode, index_array);
     const std::uint8_t *const unsorted = c.buf_in;
     const std::uint32_t unsorted_len = c.in_len;
-    apply(c, c.ms_sort, s.bwt_off, bwt_forward, a.pair_region, a.index_array, a.bit_array,
-          a.model_area);
-    apply(c, c.ms_sort, s.st_off, st_forward, a.index_array);
+    apply(c, c.ms_sort, s.bwt_off, bwt_forward, pair_region, index_array, bit_array, model_area);
+    apply(c, c.ms_sort, s.st_off, st_forward, index_array);
     // The sorts leave the block where it was, and behind the buffers is room now.
-    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(a.pair_region) + 2 * c.capacity;
+    std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(pair_region) + 2 * c.capacity;
     if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
     apply(c, c.ms_other, s.rle_off, rle_forward);
-    apply(c, c.ms_dce, s.dce_off, dce_encode, a.index_array, a.model_area);
+    apply(c, c.ms_dce, s.dce_off, dce_encode, index_array, model_area);
 
     const bool coded = c.buf_in[c.in_len - 1] != 0;
     if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
@@ -139,19 +149,19 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
 
     // A header that says that a sorting transform was off sets up no memory for its inverse;
     // a block that claims to need it is not restored.
-    const InverseArrays a = inverse_arrays(c);
-    std::uint32_t *const st_contexts = c.settings.st_off == 0 ? a.model_area : nullptr;
-    std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? a.region : nullptr;
+    std::uint32_t *const region = c.work2, *const model_area = c.work3;
+    std::uint32_t *const st_contexts = c.settings.st_off == 0 ? model_area : nullptr;
+    std::uint32_t *const lf_vector = c.settings.bwt_off == 0 ? region : nullptr;
     if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
         --c.in_len;
         if (trace != nullptr) trace->fallback = true;
-    } else if (!undo(c, trace, c.ms_dce, STAGE_DCE, dce_decode, a.model_area) ||
+    } else if (!undo(c, trace, c.ms_dce, STAGE_DCE, dce_decode, model_area) ||
                !undo(c, trace, c.ms_other, STAGE_RLE, rle_inverse) ||
                !undo(c, trace, c.ms_sort, STAGE_ST, st_inverse, st_contexts) ||
                !undo(c, trace, c.ms_sort, STAGE_BWT, bwt_inverse, lf_vector)) {
         return false;
     }
-    if (!undo(c, trace, c.ms_other, STAGE_LZP, lzp_decode, a.region) ||
+    if (!undo(c, trace, c.ms_other, STAGE_LZP, lzp_decode, region) ||
         !undo(c, trace, c.ms_other, STAGE_DELTA, delta_decode) ||
         !undo(c, trace, c.ms_other, STAGE_FLT32, flt32_decode) ||
         !undo(c, trace, c.ms_other, STAGE_EOL, eol_decode)) {

@@ -18,6 +18,9 @@
 
 namespace velk {
 
+// The last byte before the CRC; of the normal form it is less.
+constexpr std::uint8_t kFallbackMarker = 2;
+
 // What `decompress_block` met on its way, for tools that explain an archive. Zero for
 // what it did not come to.
 struct BlockTrace {
@@ -27,6 +30,10 @@ struct BlockTrace {
     std::uint32_t coded_len[STAGE_COUNT]; // bytes that the forward stage put out
     std::uint8_t trailer[STAGE_COUNT];    // the last of them; 0: the stage did not apply
 };
+
+// The most bytes by which the data of a block's record are more than the block, with these
+// stages off.
+[[nodiscard]] std::uint32_t data_overhead(const Settings &settings);
 
 // Turns the `in_len` bytes of `buf_in` into the data of a block record: `out_len`
 // bytes of `buf_out`. Returns false, having done nothing, when `in_len` is above the

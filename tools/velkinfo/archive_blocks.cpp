@@ -4,36 +4,31 @@
 #include "base/block_size.h"
 #include "pipeline/crc32.h"
 #include "platform/files.h"
-#include "platform/streams.h"
 
 #include <algorithm>
-#include <chrono>
 #include <iterator>
 
 namespace velk {
 namespace {
 
+bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t count,
+                 std::uint32_t &got) {
+    ArchiveFile &archive = *static_cast<ArchiveFile *>(user);
+    const std::uint64_t left = offset < archive.size ? archive.size - offset : 0;
+    got = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
+    return got == 0 || read_at(archive, offset, bytes, got);
+}
+
 bool read_next(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
     ArchiveFile &archive = *static_cast<ArchiveFile *>(user);
-    const std::uint64_t left = archive.size - archive.position;
-    got = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
-    const bool read = read_at(archive, archive.position, bytes, got);
+    const bool read = read_placed(user, archive.position, bytes, count, got);
     archive.position += got;
     return read;
 }
 
-// As above, but passes over the data of blocks without reading them.
-bool read_heads(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
-    if (count <= kRecordHeadBytes) return read_next(user, bytes, count, got);
-    ArchiveFile &archive = *static_cast<ArchiveFile *>(user);
-    got =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(count, archive.size - archive.position));
-    archive.position += got;
-    return true;
-}
-
 // By ArchiveStatus. Where a text is not all there is to say, `reason` says the rest.
 constexpr const char *kTexts[] = {
+    "",
     "",
     "",
     "an end mark with more bytes behind it",
@@ -59,22 +54,16 @@ std::string reason(ArchiveStatus status, std::uint32_t length, const BlockTrace 
     return text + kStageTable[trace.reached].name + " stage can't be undone";
 }
 
-void begin_step(BlockReader &reader) {
-    reader.offset = reader.archive.position;
-    show_progress(reader.archive, reader.offset);
-}
-
 // Counts the block that was read, or says in `why` what is wrong.
 ArchiveStatus end_step(BlockReader &reader, ArchiveStatus status, std::uint32_t length,
                        std::string &why) {
-    const ArchiveFile &archive = reader.archive;
     if (status == ArchiveStatus::kGood) {
         ++reader.number;
         reader.coded_len = kRecordHeadBytes + length;
         return status;
     }
-    show_progress(archive, archive.size);
-    if (status == ArchiveStatus::kEndMark && archive.position == archive.size)
+    if (status == ArchiveStatus::kEndMark &&
+        reader.offset + kRecordHeadBytes == reader.archive.size)
         status = ArchiveStatus::kEnd;
     if (status != ArchiveStatus::kEnd) {
         why = "block " + std::to_string(reader.number + 1) + " at offset " +
@@ -116,17 +105,16 @@ bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
     return status == ArchiveStatus::kGood;
 }
 
-ArchiveStatus next_record(BlockReader &reader, std::string &why) {
-    std::uint32_t length;
-    begin_step(reader);
-    const ArchiveStatus status = read_record({&reader.archive, read_heads}, reader.context.capacity,
-                                             reader.context.buf_in, length);
-    return end_step(reader, status, length, why);
+ArchiveStatus skip_block(BlockReader &reader, std::string &why) {
+    reader.offset = reader.walk.next;
+    const ArchiveStatus status =
+        next_record({&reader.archive, read_placed}, reader.context.capacity, reader.walk);
+    return end_step(reader, status, reader.walk.length, why);
 }
 
 ArchiveStatus next_block(BlockReader &reader, std::string &why) {
     std::uint32_t length;
-    begin_step(reader);
+    reader.offset = reader.archive.position;
     const ArchiveStatus status =
         read_block(source_of(reader.archive), reader.context, length, reader.trace);
     return end_step(reader, status, length, why);
@@ -153,27 +141,9 @@ const std::uint8_t *Restorer::restore(ArchiveFile &archive, std::uint64_t begin,
 
 bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes, std::uint32_t count) {
     if (offset > archive.size || count > archive.size - offset) return false;
+    if (archive.watch != nullptr) archive.watch(archive, offset);
     return fseeko(archive.file.get(), static_cast<off_t>(offset), SEEK_SET) == 0 &&
            std::fread(bytes, 1, count, archive.file.get()) == count;
-}
-
-void show_progress(const ArchiveFile &archive, std::uint64_t offset) {
-    using Clock = std::chrono::steady_clock;
-    static const bool terminal = is_terminal(kStandardError);
-    static Clock::time_point next = Clock::now() + std::chrono::seconds(1);
-    static bool shown = false;
-    if (!terminal || (offset != archive.size && Clock::now() < next)) return;
-    if (offset != archive.size) {
-        std::fprintf(stderr, "\r%s: %3.0f%%", archive.name.c_str(),
-                     100 * static_cast<double>(offset) / static_cast<double>(archive.size));
-        next = Clock::now() + std::chrono::milliseconds(250);
-        shown = true;
-    } else if (shown) {
-        // Not every console knows a code that clears the line.
-        std::fprintf(stderr, "\r%*s\r", static_cast<int>(archive.name.size() + 6), "");
-        shown = false;
-    }
-    std::fflush(stderr);
 }
 
 } // namespace velk

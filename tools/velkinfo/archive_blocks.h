@@ -16,6 +16,8 @@ struct ArchiveFile {
     std::uint64_t size = 0;     // bytes
     std::uint64_t position = 0; // of the next byte to be read in order
     std::string name;
+    // Called before bytes at `offset` are read; may be null.
+    void (*watch)(const ArchiveFile &archive, std::uint64_t offset) = nullptr;
 };
 
 // Opens a regular file. Returns false, with the reason in `why`, when it can't.
@@ -40,6 +42,7 @@ struct RestoringContext : CoderContext {
 struct BlockReader {
     ArchiveFile archive;
     RestoringContext context;    // buf_out holds the block
+    RecordWalk walk;             // where skip_block is
     std::uint64_t number = 0;    // of the block, counted from 1
     std::uint64_t offset = 0;    // of its record in the archive
     std::uint32_t coded_len = 0; // bytes of the record, its head included
@@ -53,9 +56,8 @@ struct BlockReader {
 // reason in `why`; the walk is then over.
 [[nodiscard]] ArchiveStatus next_block(BlockReader &reader, std::string &why);
 
-// The same without restoring: passes over the next record by its head. The trace is left
-// alone.
-[[nodiscard]] ArchiveStatus next_record(BlockReader &reader, std::string &why);
+// The same without restoring, from head to head. The trace is left alone.
+[[nodiscard]] ArchiveStatus skip_block(BlockReader &reader, std::string &why);
 
 // Restores blocks of any size and any stages: a header that is lost can't tell them.
 class Restorer {
@@ -74,9 +76,5 @@ private:
 // Reads `count` bytes at `offset`; false when they are not all there.
 [[nodiscard]] bool read_at(ArchiveFile &archive, std::uint64_t offset, void *bytes,
                            std::uint32_t count);
-
-// Shows on a terminal how far a long run is; with `offset` = the archive's size wipes
-// that away.
-void show_progress(const ArchiveFile &archive, std::uint64_t offset);
 
 } // namespace velk

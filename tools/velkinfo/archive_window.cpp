@@ -1,6 +1,5 @@
 #include "velkinfo/archive_window.h"
 
-#include "base/block_size.h"
 #include "pipeline/crc32.h"
 
 #include <algorithm>
@@ -12,7 +11,7 @@ namespace {
 
 constexpr std::uint32_t kStep = 16; // bytes; more would save memory, and cost time
 constexpr std::uint32_t kSegments = 4;
-static_assert(ArchiveWindow::kSegment > kMaxBlockSize + kBlockSlack);
+static_assert(ArchiveWindow::kSegment > kMaxRecordData);
 
 // Polynomials over GF(2) of degree below 32, as the CRC has them: bit 31 belongs to x^0.
 constexpr std::uint32_t kPolynomial = 0xEDB88320; // without x^32

@@ -1,9 +1,9 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
-#include "base/block_size.h"
 #include "platform/streams.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
+#include "velkinfo/progress.h"
 
 #include <algorithm>
 #include <cmath>
@@ -163,7 +163,7 @@ void print_block(const BlockReader &reader, ListForm form, const Layout &layout)
 void print_start(const BlockReader &reader, ListForm form, const Layout &layout) {
     const bool json = form == ListForm::kJson;
     const Number size = reader.archive.size;
-    const unsigned block_size = reader.context.capacity - kBlockSlack;
+    const unsigned block_size = block_size_of(reader.context);
     if (json) {
         std::printf("{\n  \"archive_bytes\": %llu,\n  \"block_size\": %u,\n  \"stages_on\": [",
                     size, block_size);
@@ -187,7 +187,7 @@ void print_start(const BlockReader &reader, ListForm form, const Layout &layout)
 
 void print_end(const BlockReader &reader, const Lengths &total, ListForm form, const Layout &layout,
                const std::string &damage) {
-    const Number blocks = reader.number, block_size = reader.context.capacity - kBlockSlack;
+    const Number blocks = reader.number, block_size = block_size_of(reader.context);
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %-*s", blocks, layout.offset, blocks == 1 ? "block" : "blocks");
@@ -227,13 +227,16 @@ int list_archive(const char *name, ListForm form) {
         return 1;
     }
     const Layout layout = layout_of(reader);
-    const auto step_on = form == ListForm::kQuick ? next_record : next_block;
+    // On a terminal the lines themselves show how far it is.
+    if (layout.width == 0) reader.archive.watch = show_progress;
+    const auto step_on = form == ListForm::kQuick ? skip_block : next_block;
     print_start(reader, form, layout);
     Lengths total{};
     while (step_on(reader, damage) == ArchiveStatus::kGood) {
         print_block(reader, form, layout);
         add(total, lengths_of(reader));
     }
+    clear_progress();
     print_end(reader, total, form, layout, damage);
     if (!damage.empty()) complain(name, damage.c_str());
     return damage.empty() ? 0 : 1;

@@ -2,6 +2,7 @@
 #include "platform/streams.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
+#include "velkinfo/progress.h"
 
 #include <cstdio>
 #include <cstring>
@@ -100,6 +101,7 @@ int run(int argument_count, char **arguments) {
 } // namespace
 
 void complain(const char *subject, const char *message) {
+    clear_progress();
     std::fflush(stdout);
     std::fprintf(stderr, "velkinfo: %s: %s\n", subject, message);
 }
@@ -111,6 +113,7 @@ int test_archive(const char *name) {
         complain(name, why.c_str());
         return 1;
     }
+    reader.archive.watch = show_progress;
     ArchiveStatus status;
     std::uint64_t original = 0;
     while ((status = next_block(reader, why)) == ArchiveStatus::kGood)
@@ -119,6 +122,7 @@ int test_archive(const char *name) {
         complain(name, why.c_str());
         return 1;
     }
+    clear_progress();
     const unsigned long long blocks = reader.number;
     std::printf("%s: good, %llu %s, %llu bytes\n", name, blocks, blocks == 1 ? "block" : "blocks",
                 static_cast<unsigned long long>(original));

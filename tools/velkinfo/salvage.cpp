@@ -2,6 +2,7 @@
 #include "platform/files.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
+#include "velkinfo/progress.h"
 #include "velkinfo/survey.h"
 
 #include <algorithm>
@@ -73,7 +74,7 @@ bool look_ahead(Restorer &restorer, ArchiveFile &archive, bool header_holds,
             break;
         }
     }
-    show_progress(archive, archive.size);
+    clear_progress();
     return intact || empty;
 }
 
@@ -124,7 +125,7 @@ bool write_extents(Restorer &restorer, ArchiveFile &archive, bool header_holds, 
             if (!write_zeros(output, zeros)) return false;
         }
     }
-    show_progress(archive, archive.size);
+    clear_progress();
     return true;
 }
 
@@ -138,6 +139,7 @@ int salvage_archive(const char *name, const char *output_name, const SalvageOpti
         complain(name, why.c_str());
         return 1;
     }
+    archive.watch = show_progress;
     if (!restorer.prepare()) {
         complain(name, "not enough memory");
         return 1;

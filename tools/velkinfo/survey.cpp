@@ -1,7 +1,6 @@
 #include "velkinfo/survey.h"
 
 #include "archive/format.h"
-#include "base/block_size.h"
 #include "base/byte_order.h"
 
 #include <algorithm>
@@ -10,14 +9,13 @@
 namespace velk {
 namespace {
 
-constexpr std::uint32_t kMaxRecordData = kMaxBlockSize + kBlockSlack;
 // Bytes may have got lost in a damaged head or been put into it.
 constexpr std::uint32_t kMaxDamagedHead = 4 * kRecordHeadBytes;
 
 // Both forms of a block have one of these values before the CRC. Asking for it spares
 // the check of 84 in 85 false heads.
 bool is_last_byte(std::uint8_t byte) {
-    return byte <= 2;
+    return byte <= kFallbackMarker;
 }
 
 } // namespace
@@ -72,7 +70,6 @@ bool Survey::leads_on(std::uint64_t &offset) {
 // Searches on for the next intact record, up to `limit`.
 bool Survey::search(std::uint64_t limit) {
     while (searched_ < limit) {
-        if (searched_ % 65536 == 0) show_progress(archive_, searched_);
         if (intact_at(searched_++)) {
             intact_.push_back(searched_ - 1);
             return true;
@@ -153,7 +150,6 @@ void Survey::find_end_of_damage(Extent &extent) {
 }
 
 bool Survey::next(Extent &extent) {
-    show_progress(archive_, position_);
     if (pending_.data != 0) {
         extent = std::exchange(pending_, Extent{});
     } else if (end_at(position_)) {

@@ -11,14 +11,12 @@ using namespace velk;
 
 namespace {
 
-constexpr std::uint64_t kLast = UINT64_MAX;
-
 using Number = unsigned long long; // what printf takes on every system
 
 struct Archive {
     const Input &input;
     const Options &options;
-    std::uint32_t block_size = 0; // bytes
+    velk_damage damage{};
     std::unique_ptr<velk_reader, void (*)(velk_reader *)> reader{nullptr, velk_reader_close};
 };
 
@@ -27,37 +25,13 @@ std::int64_t read_at(void *user, std::uint64_t offset, void *buffer, std::size_t
     return read_some_at(input.fd, input.start + offset, buffer, size);
 }
 
-bool read_whole(const Input &input, std::uint64_t offset, std::uint8_t *buffer, std::size_t size) {
-    std::int64_t got = 0;
-    for (std::size_t done = 0; done < size; done += static_cast<std::size_t>(got)) {
-        got = read_some_at(input.fd, input.start + offset + done, buffer + done, size - done);
-        if (got <= 0) return false;
-    }
-    return true;
-}
-
-// Walks the record heads up to block `wanted`, from 0, or the last one, or one whose head is
-// damaged, and says which it is.
-std::string locate_damage(const Input &input, std::uint64_t wanted) {
-    std::uint8_t head[VELK_RECORD_HEAD_SIZE];
-    std::uint64_t block = 0, offset = VELK_HEADER_SIZE;
-    for (; block != wanted; ++block) {
-        std::size_t size;
-        if (!read_whole(input, offset, head, sizeof head)) break;
-        if (velk_record_size(head, &size) != VELK_OK || size == 0) break;
-        if (wanted == kLast && !read_whole(input, offset + size, head, sizeof head)) break;
-        offset += size;
-    }
-    return damage(block + 1, offset);
-}
-
-// block: which one is damaged if one is.
-Status report(const Archive &archive, velk_status status, std::uint64_t block) {
+Status report(const Archive &archive, velk_status status) {
     const Input &input = archive.input;
     if (status == VELK_ERROR_READ) return error(input.name, "can't be read: " + reason());
-    if (status == VELK_ERROR_DAMAGED)
-        return error(input.name,
-                     archive.block_size == 0 ? header_damage() : locate_damage(input, block));
+    if (status == VELK_ERROR_DAMAGED) {
+        const auto &[block, offset] = archive.damage;
+        return error(input.name, offset == 0 ? header_damage() : damage(block + 1, offset));
+    }
     // Of an archive that was opened, it tells of blocks that are shorter than the others.
     if (status == VELK_ERROR_FORMAT && archive.reader != nullptr)
         return error(input.name,
@@ -66,19 +40,13 @@ Status report(const Archive &archive, velk_status status, std::uint64_t block) {
 }
 
 Status open_archive(Archive &archive) {
-    const Input &input = archive.input;
-    std::uint8_t header[VELK_HEADER_SIZE];
-    velk_options settings;
-    if (read_whole(input, 0, header, sizeof header) &&
-        velk_read_header(header, &settings) == VELK_OK) {
-        archive.block_size = settings.block_size;
-    }
     velk_reader *reader;
-    // The callback only looks at it.
+    // The callback only looks at the input.
     const velk_status status =
-        velk_reader_open(&reader, &archive.options.library, read_at, const_cast<Input *>(&input));
+        velk_reader_open(&reader, &archive.options.library, read_at,
+                         const_cast<Input *>(&archive.input), &archive.damage);
     archive.reader.reset(reader);
-    return status == VELK_OK ? kSuccess : report(archive, status, kLast);
+    return status == VELK_OK ? kSuccess : report(archive, status);
 }
 
 bool write_whole(const Output &output, const std::uint8_t *bytes, std::size_t size) {
@@ -111,15 +79,15 @@ Status list_one(const std::string &path, const Options &options, Sizes &total) {
     if (status != kSuccess) return status;
     std::uint64_t original;
     const velk_status answer = velk_reader_size(archive.reader.get(), &original);
-    if (answer != VELK_OK) return report(archive, answer, kLast);
-    const std::uint64_t blocks =
-        original / archive.block_size + (original % archive.block_size != 0);
+    if (answer != VELK_OK) return report(archive, answer);
+    const std::uint32_t block_size = velk_reader_block_size(archive.reader.get());
+    const std::uint64_t blocks = original / block_size + (original % block_size != 0);
     if (total.archives++ == 0) {
         std::printf("%14s %14s %9s %7s %10s  %s\n", "archive", "original", "ratio", "blocks",
                     "block size", "name");
     }
     const Sizes sizes{input.opened.size - input.start, original, blocks, 1};
-    print_sizes(sizes, std::to_string(archive.block_size), input.name);
+    print_sizes(sizes, std::to_string(block_size), input.name);
     total.archive += sizes.archive;
     total.original += sizes.original;
     total.blocks += sizes.blocks;
@@ -130,7 +98,7 @@ Status list_one(const std::string &path, const Options &options, Sizes &total) {
 Status check_end(const Archive &archive) {
     std::uint64_t end;
     const velk_status status = velk_reader_size(archive.reader.get(), &end);
-    if (status != VELK_OK) return report(archive, status, kLast);
+    if (status != VELK_OK) return report(archive, status);
     const Options &o = archive.options;
     if (o.range_length == UINT64_MAX && o.range_offset <= end) return kSuccess;
     return warning(archive.input.name, "the original ends at " + std::to_string(end) + " bytes");
@@ -142,15 +110,16 @@ Status restore_range(const Input &input, const Output &output, const Options &op
     Archive archive{input, options};
     const Status status = open_archive(archive);
     if (status != kSuccess) return status;
-    std::vector<std::uint8_t> buffer(archive.block_size);
+    const std::uint32_t block_size = velk_reader_block_size(archive.reader.get());
+    std::vector<std::uint8_t> buffer(block_size);
     std::uint64_t left = options.range_length, offset = options.range_offset;
     for (std::size_t got; left != 0; left -= got, offset += got) {
         // Up to the end of a block, so that damage costs nothing of the blocks before it.
         const std::size_t wanted = static_cast<std::size_t>(
-            std::min<std::uint64_t>(left, archive.block_size - offset % archive.block_size));
+            std::min<std::uint64_t>(left, block_size - offset % block_size));
         const velk_status answer =
             velk_reader_read(archive.reader.get(), offset, buffer.data(), wanted, &got);
-        if (answer != VELK_OK) return report(archive, answer, offset / archive.block_size);
+        if (answer != VELK_OK) return report(archive, answer);
         if (!write_whole(output, buffer.data(), got))
             return error(output.name, "can't be written: " + reason());
         if (got != wanted) return check_end(archive);
