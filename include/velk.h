@@ -11,14 +11,16 @@
 // `const` may be shared. The archive depends neither on the number of threads nor on the
 // machine: with the same settings and a known input size it is what `VELK e` writes.
 //
-// Memory for blocks of N bytes and T threads at work:
+// Memory for blocks of N bytes, in bytes and KiB of 1024 bytes:
 //
-//                  T = 1               T of 2 and more
-//   compression    8.5 N + 770 KiB     T * (10.5 N + 770 KiB)
-//   restoring      5 N + 330 KiB       T * (7 N + 330 KiB)
+//                         one thread          each of several threads
+//   compression           8.5 N + 770 KiB     10.5 N + 770 KiB
+//   restoring             5 N + 330 KiB       7 N + 330 KiB
+//   restoring, ST on      2 N + 8257 KiB      4 N + 8257 KiB
 //
-// With the ST on, 8 MiB take the place of the 330 KiB to restore, and a compressor takes at
-// least 8 MiB more than half of its N. An input of unknown size takes one block size more.
+// With the ST on, compression takes at least 4.5 N + 8962 KiB, or 6.5 N + 8962 KiB for each of
+// several threads. Compressing a stream of unknown size takes a block size and a byte more,
+// once. An encoder, a decoder and a reader take what one thread takes.
 #ifndef VELK_H
 #define VELK_H
 
@@ -224,9 +226,10 @@ VELK_API velk_status velk_read_header(const void *header, velk_options *options)
 // The memory to compress blocks, one after the other. One thread at a time.
 typedef struct velk_encoder velk_encoder;
 
-// For blocks of an input of `input_size` bytes. Give a size not yet known as what it may
-// become: machine code comes out larger where it is far from the truth. `threads` is of no
-// account. *encoder: null after an error.
+// For blocks of an input of `input_size` bytes. For a size not yet known give an estimate of
+// at least a block size, or VELK_SIZE_UNKNOWN: an estimate that is far off makes archives of
+// machine code larger, and nothing else worse. `threads` is ignored. *encoder: null after an
+// error.
 VELK_API velk_status velk_encoder_new(velk_encoder **encoder, const velk_options *options,
                                       uint64_t input_size);
 VELK_API void velk_encoder_free(velk_encoder *encoder);
