@@ -18,7 +18,7 @@ const char *reason_to_skip(Kind kind, bool any_kind) {
 Status find_size(Input &input) {
     if (!input.regular()) return kSuccess;
     const std::int64_t start = position_of(input.fd);
-    if (start < 0) return error(input.name, reason());
+    if (start < 0) return error(input.name, errno_text());
     input.start = static_cast<std::uint64_t>(start);
     // Files that the system makes up as they are read say that they are empty.
     if (input.opened.size > input.start) input.size = input.opened.size - input.start;
@@ -29,11 +29,11 @@ Status find_size(Input &input) {
 // and again after, as the name may stand for another file by then.
 Status open_named(Input &input, bool any_kind) {
     FileFacts found;
-    if (!look_at(input.path, any_kind, found)) return error(input.name, reason());
+    if (!look_at(input.path, any_kind, found)) return error(input.name, errno_text());
     const char *why = reason_to_skip(found.kind, any_kind);
     if (why != nullptr) return warning(input.name, why);
     input.fd = open_to_read(input.path, any_kind);
-    if (input.fd < 0 || !look_at(input.fd, input.opened)) return error(input.name, reason());
+    if (input.fd < 0 || !look_at(input.fd, input.opened)) return error(input.name, errno_text());
     why = reason_to_skip(input.opened.kind, any_kind);
     return why != nullptr ? warning(input.name, why) : kSuccess;
 }
@@ -50,7 +50,7 @@ Status open_input(Input &input, const std::string &path, const Options &options)
     Status status = kSuccess;
     if (input.standard()) {
         input.fd = kStandardInput;
-        if (!look_at(input.fd, input.opened)) return error(input.name, reason());
+        if (!look_at(input.fd, input.opened)) return error(input.name, errno_text());
         if (input.opened.kind == Kind::kFolder) return warning(input.name, "is a folder, skipped");
         if (options.mode != Mode::kCompress && is_terminal(input.fd))
             return error(input.name, "archives are not read from a terminal; -h for help");
@@ -70,8 +70,8 @@ bool has_changed(const Input &input) {
 
 Status remove_input(const Input &input) {
     FileFacts now;
-    if (!look_at(input.path, true, now)) return error(input.name, reason());
+    if (!look_at(input.path, true, now)) return error(input.name, errno_text());
     if (!same_file(now, input.opened)) return warning(input.name, "is another file now, kept");
     return unlink(input.path.c_str()) == 0 ? kSuccess
-                                           : error(input.name, "can't be removed: " + reason());
+                                           : error(input.name, "can't be removed: " + errno_text());
 }

@@ -26,6 +26,6 @@ int main(int argument_count, char **arguments) {
     }
     // A full disk may only show now.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || close(kStandardOutput) != 0)
-        status = error("standard output", "can't be written: " + reason());
+        status = error("standard output", "can't be written: " + errno_text());
     return status;
 }

@@ -36,7 +36,7 @@ void silence_warnings() {
     quiet = true;
 }
 
-std::string reason() {
+std::string errno_text() {
     return std::strerror(errno);
 }
 

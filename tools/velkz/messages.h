@@ -15,7 +15,7 @@ Status warning(const std::string &name, const std::string &what);
 void silence_warnings();
 
 // The text of `errno`.
-std::string reason();
+std::string errno_text();
 
 // The name with a question mark for each control character, which could end the line or
 // steer the terminal.

@@ -37,7 +37,7 @@ Status open_in_place(Output &output, const Input &input, const Options &options)
     } else {
         output.fd = open_to_write(output.path);
     }
-    if (output.fd < 0 || !look_at(output.fd, found)) return error(output.name, reason());
+    if (output.fd < 0 || !look_at(output.fd, found)) return error(output.name, errno_text());
     if (found.kind == Kind::kFile && same_file(found, input.opened))
         return error(output.name, "is the input itself");
     if (options.mode == Mode::kCompress && is_terminal(output.fd))
@@ -51,7 +51,7 @@ Status open_temporary(Output &output) {
     std::string name = folder_of(output.path) + ".velkz-" + std::string(6, 'X');
     const SignalsHeld held;
     output.fd = make_temporary(name);
-    if (output.fd < 0) return error(output.name, "can't be made: " + reason());
+    if (output.fd < 0) return error(output.name, "can't be made: " + errno_text());
     output.temporary = name;
     remove_on_signal(output.temporary.c_str());
     return kSuccess;
@@ -60,7 +60,8 @@ Status open_temporary(Output &output) {
 Status give_name(Output &output) {
     const SignalsHeld held;
     if (!rename_file(output.temporary, output.path, output.replaces)) {
-        return error(output.name, errno == EEXIST ? "exists by now; -f overwrites it" : reason());
+        return error(output.name,
+                     errno == EEXIST ? "exists by now; -f overwrites it" : errno_text());
     }
     output.temporary.clear();
     remove_on_signal(nullptr);
@@ -84,7 +85,7 @@ Status open_output(Output &output, const std::string &path, const Input &input,
     if (path == kStandardStream) return open_in_place(output, input, options);
     if (!look_at(path, false, there)) {
         // Known now rather than when all is done: a name that is too long, for one.
-        return errno == ENOENT ? open_temporary(output) : error(output.name, reason());
+        return errno == ENOENT ? open_temporary(output) : error(output.name, errno_text());
     }
     if (look_at(path, true, there)) {
         if (there.kind == Kind::kFolder) return error(output.name, "is a folder");
@@ -117,7 +118,7 @@ Status keep_output(Output &output, const Input &input) {
     bool safe = !named_later || sync_file(output.fd);
     safe = close(output.fd) == 0 && safe;
     output.fd = -1;
-    if (!safe) return error(output.name, "can't be written: " + reason());
+    if (!safe) return error(output.name, "can't be written: " + errno_text());
     if (!named_later) return kSuccess;
     const Status status = give_name(output);
     if (status != kSuccess) return status;

@@ -1,6 +1,6 @@
 #include "random_access.h"
 
-#include "faults.h"
+#include "failure.h"
 #include "progress.h"
 
 #include <algorithm>
@@ -26,17 +26,11 @@ std::int64_t read_at(void *user, std::uint64_t offset, void *buffer, std::size_t
 }
 
 Status report(const Archive &archive, velk_status status) {
-    const Input &input = archive.input;
-    if (status == VELK_ERROR_READ) return error(input.name, "can't be read: " + reason());
-    if (status == VELK_ERROR_DAMAGED) {
-        const auto &[block, offset] = archive.damage;
-        return error(input.name, offset == 0 ? header_damage() : damage(block + 1, offset));
-    }
     // Of an archive that was opened, it tells of blocks that are shorter than the others.
     if (status == VELK_ERROR_FORMAT && archive.reader != nullptr)
-        return error(input.name,
+        return error(archive.input.name,
                      "has blocks of several sizes, which must be restored from the start");
-    return error(input.name, fault(status, archive.options));
+    return report(archive.input.name, status, archive.damage, archive.options);
 }
 
 Status open_archive(Archive &archive) {
@@ -121,7 +115,7 @@ Status restore_range(const Input &input, const Output &output, const Options &op
             velk_reader_read(archive.reader.get(), offset, buffer.data(), wanted, &got);
         if (answer != VELK_OK) return report(archive, answer);
         if (!write_whole(output, buffer.data(), got))
-            return error(output.name, "can't be written: " + reason());
+            return error(output.name, "can't be written: " + errno_text());
         if (got != wanted) return check_end(archive);
     }
     return kSuccess;

@@ -1,6 +1,6 @@
 #include "work.h"
 
-#include "faults.h"
+#include "failure.h"
 #include "input.h"
 #include "output.h"
 #include "platform/streams.h"
@@ -25,13 +25,13 @@ struct Run {
     Amounts done;             // up to the last block that was written
     std::uint64_t blocks = 0; // written
     std::uint64_t bytes_read = 0;
-    int read_error = 0, write_error = 0; // errno
+    int callback_error = 0; // errno
 };
 
 std::int64_t read_input(void *user, void *buffer, std::size_t size) {
     Run &run = *static_cast<Run *>(user);
     const std::int64_t got = read_some(run.input.fd, buffer, size);
-    if (got < 0) run.read_error = errno;
+    if (got < 0) run.callback_error = errno;
     if (got > 0) run.bytes_read += static_cast<std::uint64_t>(got);
     run.progress.show(run.done);
     return got;
@@ -41,7 +41,7 @@ std::int64_t write_output(void *user, const void *buffer, std::size_t size) {
     Run &run = *static_cast<Run *>(user);
     if (run.output == nullptr) return static_cast<std::int64_t>(size);
     const std::int64_t put = write_some(run.output->fd, buffer, size);
-    if (put < 0) run.write_error = errno;
+    if (put < 0) run.callback_error = errno;
     return put;
 }
 
@@ -54,16 +54,15 @@ int note_block(void *user, std::uint64_t bytes_in, std::uint64_t bytes_out) {
 }
 
 Status report(const Run &run, velk_status status) {
-    const std::string &name = run.input.name;
-    errno = run.read_error;
-    if (status == VELK_ERROR_READ && errno != 0) return error(name, "can't be read: " + reason());
-    if (status == VELK_ERROR_READ)
-        return error(name, "ended early, after " + std::to_string(run.bytes_read) + " bytes");
-    errno = run.write_error;
-    if (status == VELK_ERROR_WRITE) return error(run.output->name, "can't be written: " + reason());
-    if (status != VELK_ERROR_DAMAGED) return error(name, fault(status, run.options));
-    if (run.bytes_read <= VELK_HEADER_SIZE) return error(name, header_damage());
-    return error(name, damage(run.blocks + 1, run.blocks == 0 ? VELK_HEADER_SIZE : run.done.in));
+    errno = run.callback_error;
+    if (status == VELK_ERROR_WRITE)
+        return error(run.output->name, "can't be written: " + errno_text());
+    if (status == VELK_ERROR_READ && errno == 0)
+        return error(run.input.name,
+                     "ended early, after " + std::to_string(run.bytes_read) + " bytes");
+    const bool in_header = run.bytes_read <= VELK_HEADER_SIZE;
+    const std::uint64_t record = run.blocks == 0 ? VELK_HEADER_SIZE : run.done.in;
+    return report(run.input.name, status, {run.blocks, in_header ? 0 : record}, run.options);
 }
 
 bool more_follows(const Input &input) {
