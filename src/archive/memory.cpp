@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 #ifdef __linux__
 #include <sys/mman.h>
 #endif
@@ -34,17 +35,11 @@ std::uint32_t *on_large_pages(void *array, [[maybe_unused]] std::uint32_t bytes)
     return static_cast<std::uint32_t *>(array);
 }
 
-std::uint32_t *allocate_zeroed(std::uint32_t bytes) {
-    return on_large_pages(std::calloc(bytes, 1), bytes);
-}
-
-std::uint32_t *allocate(std::uint32_t bytes) {
-    return on_large_pages(std::malloc(bytes), bytes);
-}
-
-void release(std::uint32_t *&array) {
-    std::free(array);
-    array = nullptr;
+// Takes an array and adds its bytes to `sum`, which stays below 2^28, as capacity is below 2^24.
+bool take(std::uint32_t *&array, std::uint32_t bytes, bool zeroed, std::uint32_t &sum) {
+    array = on_large_pages(zeroed ? std::calloc(bytes, 1) : std::malloc(bytes), bytes);
+    sum += bytes;
+    return array != nullptr;
 }
 
 } // namespace
@@ -56,60 +51,52 @@ std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_si
     return std::max(static_cast<std::uint32_t>(input_size), kMinBlockSize);
 }
 
-// All sums below stay under 2^28: capacity is below 2^24.
-
 std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size) {
     if (!is_valid_header(context.settings, block_size)) return 0;
     context.capacity = block_size + kBlockSlack;
     context.bit_words = context.capacity / 8;
     const std::uint32_t index_entries =
         context.settings.st_off != 0 ? context.capacity : std::max(context.capacity, kStContexts);
-    const std::uint32_t pair_bytes = 4 * context.capacity;
-    context.work1 = allocate_zeroed(pair_bytes);
-    context.work2 = allocate_zeroed(4 * index_entries);
-    context.work3 = allocate_zeroed(4 * context.bit_words);
-    context.work4 = allocate_zeroed(kSortScratchBytes);
-    if (context.work1 == nullptr || context.work2 == nullptr || context.work3 == nullptr ||
-        context.work4 == nullptr) {
+    std::uint32_t sum = 0;
+    if (!take(context.work1, 4 * context.capacity, true, sum) ||
+        !take(context.work2, 4 * index_entries, true, sum) ||
+        !take(context.work3, 4 * context.bit_words, true, sum) ||
+        !take(context.work4, kSortScratchBytes, true, sum)) {
         free_compress(context);
         return 0;
     }
     context.buf_in = reinterpret_cast<std::uint8_t *>(context.work1);
     context.buf_out = context.buf_in + context.capacity;
-    return pair_bytes + 4 * index_entries + 4 * context.bit_words + kSortScratchBytes;
+    return sum;
 }
 
 std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size) {
     if (!is_valid_header(context.settings, block_size)) return 0;
     context.capacity = block_size + kBlockSlack;
-    const std::uint32_t region_bytes = context.settings.bwt_off == 0
-                                           ? 5 * context.capacity
-                                           : 2 * context.capacity + kLzpTableBytes;
-    const std::uint32_t model_bytes =
-        context.settings.st_off == 0 ? 4 * kStContexts : kModelAreaBytes;
-    context.work2 = allocate(region_bytes);
-    context.work3 =
-        context.settings.st_off == 0 ? allocate_zeroed(model_bytes) : allocate(model_bytes);
-    if (context.work2 == nullptr || context.work3 == nullptr) {
+    const bool with_st = context.settings.st_off == 0;
+    const std::uint32_t before_buffers =
+        context.settings.bwt_off == 0 ? 3 * context.capacity : kLzpTableBytes;
+    std::uint32_t sum = 0;
+    if (!take(context.work2, before_buffers + 2 * context.capacity, false, sum) ||
+        !take(context.work3, with_st ? 4 * kStContexts : kModelAreaBytes, with_st, sum)) {
         free_decompress(context);
         return 0;
     }
-    std::uint8_t *region = reinterpret_cast<std::uint8_t *>(context.work2);
-    context.buf_in = region + (region_bytes - 2 * context.capacity);
+    context.buf_in = reinterpret_cast<std::uint8_t *>(context.work2) + before_buffers;
     context.buf_out = context.buf_in + context.capacity;
-    return region_bytes + model_bytes;
+    return sum;
 }
 
 void free_compress(CoderContext &context) {
-    release(context.work1);
-    release(context.work2);
-    release(context.work3);
-    release(context.work4);
+    for (std::uint32_t **array : {&context.work1, &context.work2, &context.work3, &context.work4}) {
+        std::free(*array);
+        *array = nullptr;
+    }
 }
 
+// What compression alone takes was not taken.
 void free_decompress(CoderContext &context) {
-    release(context.work2);
-    release(context.work3);
+    free_compress(context);
 }
 
 } // namespace velk

@@ -13,7 +13,6 @@
 #include "sorting/rle.h"
 #include "sorting/st.h"
 
-#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <utility>
@@ -30,19 +29,13 @@ public:
     StageTimer &operator=(const StageTimer &) = delete;
 
 private:
-    // Where there is a choice, the C library's clock: with it a C program links to all
-    // below this file without the C++ library.
+    // The C library's clock: with it a C program links to all below this file without the C++
+    // library.
     static std::uint32_t now_ms() {
-#ifdef CLOCK_MONOTONIC
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
         return static_cast<std::uint32_t>(now.tv_sec) * 1000 +
                static_cast<std::uint32_t>(now.tv_nsec / 1000000);
-#else
-        const auto now = std::chrono::steady_clock::now().time_since_epoch();
-        return static_cast<std::uint32_t>(
-            std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
-#endif
     }
 
     std::uint32_t &total_ms_;

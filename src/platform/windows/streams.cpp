@@ -1,6 +1,5 @@
 #include "platform/streams.h"
 
-#include <cstdio>
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
@@ -15,8 +14,8 @@ HANDLE handle_of(int fd) {
 } // namespace
 
 void prepare_standard_streams(bool) {
-    for (std::FILE *stream : {stdin, stdout, stderr})
-        _setmode(_fileno(stream), _O_BINARY);
+    for (int fd = kStandardInput; fd <= kStandardError; ++fd)
+        _setmode(fd, _O_BINARY);
 }
 
 bool is_terminal(int fd) {
