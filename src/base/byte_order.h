@@ -24,8 +24,8 @@ inline void put_u32(std::uint8_t *p, std::uint32_t value) {
     p[3] = static_cast<std::uint8_t>(value >> 24);
 }
 
-// Numbers with the most significant byte first: the coder's, and keys that compare as the
-// bytes do. One instruction and a load or store, which compilers do not always find in a
+// Numbers with the most significant byte first: the entropy coder's, and keys that compare as
+// the bytes do. One instruction and a load or store, which compilers do not always make of a
 // row of shifted bytes.
 inline std::uint32_t swap_to_be(std::uint32_t value) {
     return std::endian::native == std::endian::big ? value : __builtin_bswap32(value);

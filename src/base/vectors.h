@@ -27,17 +27,6 @@ inline void store(void *p, Lanes lanes) {
     std::memcpy(p, &lanes, sizeof lanes);
 }
 
-// The same where p is known to be aligned to a vector.
-template<typename Lanes>
-inline Lanes load_aligned(const void *p) {
-    return load<Lanes>(__builtin_assume_aligned(p, sizeof(Lanes)));
-}
-
-template<typename Lanes>
-inline void store_aligned(void *p, Lanes lanes) {
-    store(__builtin_assume_aligned(p, sizeof lanes), lanes);
-}
-
 // Vector i of a row: all bits are set in the lanes from number x of the row on, x below
 // 2^15. (As signed numbers, which is how SSE2 compares.)
 inline CountLanes lanes_from(std::uint32_t x, std::uint32_t i) {

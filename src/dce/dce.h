@@ -12,9 +12,9 @@
 //   | range coder's bytes | raw-bit words | value count (4) | 1 |
 //   | block | 0 |                                               declined
 //
-// A position that nothing points to continues the run before it. A value below 8 is a
-// symbol; a larger one a symbol for its bit length, its next two bits, both range
-// coded, and raw bits.
+// A position that nothing points to continues the run before it. A value below 8 is one symbol.
+// A larger one is a symbol for its bit length and two more bits, which are range coded, and
+// raw bits.
 #pragma once
 
 #include <cstdint>

@@ -16,11 +16,11 @@ namespace {
 struct Decoder {
     RangeDecoder range;
     RawBitReader raw;
-    std::uint32_t prev_value;
+    std::uint32_t prev_value = 0;
 };
 
-// The next value, below 2^26 + 4. After a fault (see `failed`) it means nothing. The
-// statistics are not updated. Calls `meanwhile` as `decode_pair` does.
+// The next value, below 2^26 + 4; after a fault (`failed`) any such number. The statistics are
+// not updated. Calls `meanwhile` as `decode_pair` does.
 template<typename Meanwhile>
 [[gnu::always_inline]] inline std::uint32_t
 decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile meanwhile) {
@@ -28,7 +28,8 @@ decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile 
     FreqModel &secondary = m.secondary[secondary_index(decoder.prev_value)];
     std::uint32_t v = decode_pair(decoder.range, m.primary, secondary, meanwhile);
     if (v >= kFirstLongValue) {
-        const std::uint32_t e = v - kFirstLongValue; // at most 23
+        const std::uint32_t e = v - kFirstLongValue;
+        static_assert(kSymbols - kFirstLongValue <= std::size(decltype(models.bit){}));
         v = join({e, decode_doubled(decoder.range, models.bit[e]), get(decoder.raw, e)});
     }
     return decoder.prev_value = v;
@@ -38,8 +39,8 @@ bool failed(const Decoder &decoder) {
     return failed(decoder.range) || past_front(decoder.raw);
 }
 
-// Decodes the header list: the pending list gets the first positions and n behind
-// them, the first of all as the current run's. Ensures 0 < ... < n <= capacity.
+// Decodes the header list. The pending list gets n and the first positions but 0, whose byte is
+// `first_byte`. Ensures 0 < E0 < E1 < ... < n <= capacity.
 bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::uint32_t capacity,
                    PendingList &pending, std::uint8_t &first_byte) {
     const auto next = [&](std::uint32_t s) {
@@ -70,7 +71,7 @@ bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::ui
     return !failed(decoder);
 }
 
-// Writes a run of `length` bytes at p, below `capacity`, and maybe some more behind it.
+// Writes a run of `length` bytes at p. Up to 7 more behind it, below `capacity`, may change.
 inline void fill_run(std::uint8_t *out, std::uint32_t p, std::uint32_t length, std::uint8_t s,
                      std::uint32_t capacity) {
     const std::uint64_t eight = s * 0x0101010101010101u;
@@ -84,8 +85,8 @@ inline void fill_run(std::uint8_t *out, std::uint32_t p, std::uint32_t length, s
 // Decodes `runs` runs; `out_len` becomes the bytes that they fill. Each run starts
 // where the one before it ended and ends at the next pending position, at the latest
 // at n, so every write stays below n, or `capacity`, and there are at most n runs. What
-// is checked here keeps damaged data within the buffers; whether the coder has failed
-// is asked once, at the end.
+// is checked here keeps damaged data within the buffers; whether the entropy decoder has
+// failed is asked once, at the end.
 bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8_t *out,
                  std::uint32_t runs, PendingList &pending, std::uint8_t first_byte,
                  std::uint32_t capacity, std::uint32_t &out_len) {
@@ -134,16 +135,12 @@ bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8
 
 bool dce_decode(std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                 std::uint32_t &out_len, std::uint32_t capacity) {
-    if (len == 0) return false;
-    if (in[len - 1] == 0) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
+    if (undo_pass_on(in, len, out, out_len)) return true;
     if (len < kDceTrailerBytes) return false;
     const std::uint32_t coded_len = len - kDceTrailerBytes;
     const std::uint32_t value_count = get_u32(in + coded_len);
 
-    Decoder decoder{start_decoder(in, coded_len), start_raw_reader(in, coded_len), 0};
+    Decoder decoder{{in, coded_len}, {in, coded_len}};
     SymbolStats stats[256];
     Models &models = init_models(model_area);
 

@@ -12,19 +12,19 @@
 namespace velk {
 namespace {
 
-// Free bytes that must remain between coded bytes and raw words: what the flush writes. With
-// them a block of coded bytes, raw words and trailer has at most n + 1 bytes.
+// Free bytes that must remain between coded bytes and raw words: what the flush writes.
 constexpr std::uint32_t kMinRoom = kFlushBytes;
+// Coded bytes, raw words and trailer have at most n + 1 bytes together.
 static_assert(kDceTrailerBytes <= kMinRoom + 1);
-// When a value begins, the cursor is at n at most, and then a symbol moves it on and another
-// one is stored.
+// A value begins with the cursor at n at most. Its first symbol moves the cursor on, its second
+// one is stored there.
 static_assert(kMaxSymbolBytes + kStoredBytes - 1 <= kDceRoom);
 
 struct Encoder {
     RangeEncoder range;
     RawBitWriter raw;
-    std::uint32_t prev_value;
-    std::uint32_t value_count;
+    std::uint32_t prev_value = 0;
+    std::uint32_t value_count = 0;
 };
 
 // Between two calls of `has_room` one value is coded: at most six bytes leave the
@@ -59,15 +59,12 @@ inline bool has_room(const Encoder &encoder) {
 
 void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n,
                 std::uint8_t *&out, std::uint32_t &out_len, std::uint8_t dce_off) {
-    if (dce_off != 0 || n == 0) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
-    Encoder encoder{start_encoder(out), start_raw_writer(out, n), 0, 0};
+    if (dce_off != 0 || n == 0) return pass_on(in, n, out, out_len);
+    Encoder encoder{{out}, {out, n}};
     SymbolStats stats[256];
     Models &models = init_models(model_area);
 
-    // A block that has no room after any value has none at the end, either.
+    // Room that is used up stays so: the first value without room ends the attempt.
     const auto encode = [&](std::uint32_t v, std::uint32_t s, std::uint32_t run_length) {
         encode_value(encoder, models, stats[s], v, run_length);
         return has_room(encoder);
@@ -78,10 +75,7 @@ void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&i
         finish(encoder.raw);
         fits = has_room(encoder);
     }
-    if (!fits) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
+    if (!fits) return pass_on(in, n, out, out_len);
     const std::uint32_t coded = encoder.range.output_cursor;
     const std::uint32_t raw = n - encoder.raw.back_cursor;
     std::memmove(out + coded, out + encoder.raw.back_cursor, raw);

@@ -1,8 +1,9 @@
-// The values that describe a block to the coder: the header list, then the distance
-// of every run to the next run of its byte. dce/dce.h shows them on an example.
+// The values that the entropy coder gets: the header list, then the distance of every run to
+// the next run of its byte. dce/dce.h shows them on an example.
 #pragma once
 
 #include "base/bits.h"
+#include "base/block_size.h"
 #include "base/byte_order.h"
 #include "dce/symbol_stats.h"
 
@@ -13,8 +14,8 @@
 
 namespace velk {
 
-// Length of the run that starts at p, below n. Eight bytes are looked at at once: run
-// lengths are hard to predict, but few reach 8.
+// Length of the run that starts at p, below n. Eight bytes are compared at once: few runs are
+// longer, and a loop would end at a length that is hard to predict.
 inline std::uint32_t run_length(const std::uint8_t *block, std::uint32_t n, std::uint32_t p) {
     std::uint32_t last = p; // a byte of the run
     for (; last + 8 <= n; last += 7) {
@@ -29,10 +30,11 @@ inline std::uint32_t run_length(const std::uint8_t *block, std::uint32_t n, std:
     return last + 1 - p;
 }
 
-// The latest runs. Every run takes the next slot, and a slot is dead when its byte has a
-// later one. So the byte values seen since a run are the slots behind its own less the
-// dead ones, which are counted without a loop. (A list of the byte values by recency, which
-// random bytes search far, takes three times as long for them.)
+// The latest runs, which tell a byte's move-to-front rank: the number of other bytes seen since
+// its last run. Every run takes the next slot, and a slot is dead when its byte has a later
+// one. The rank is the number of slots behind the byte's own less the dead ones among them,
+// which are counted without a loop. (To search a move-to-front list takes three times as long
+// for random bytes.)
 constexpr std::uint32_t kRecentSlots = 512;
 
 struct RecentRuns {
@@ -42,30 +44,30 @@ struct RecentRuns {
     std::uint16_t slot[256];               // of each byte's last run
     std::uint8_t byte[kRecentSlots];       // whose slot it is
 };
+static_assert(sizeof RecentRuns::dead / 8 == sizeof RecentRuns::dead_behind); // words and bytes
 
 inline void take_slot(RecentRuns &recent, std::uint8_t s) {
     recent.slot[s] = static_cast<std::uint16_t>(recent.taken);
     recent.byte[recent.taken++] = s;
 }
 
-// Gives s, which has a slot, the next one and returns the number of byte values seen
-// since the one it had.
+// Gives s, which has a slot, the next one and returns its move-to-front rank before that.
 inline std::uint32_t retake_slot(RecentRuns &recent, std::uint8_t s) {
     constexpr std::uint64_t kLows = 0x0101010101010101u, kHighs = 0x8080808080808080u;
     const std::uint32_t word = recent.slot[s] / 64, bit = recent.slot[s] % 64;
     const std::uint32_t dead = count_ones(recent.dead[word] >> bit) +
                                static_cast<std::uint32_t>(recent.dead_behind >> 8 * word);
-    const std::uint32_t others = (recent.taken - 1 - recent.slot[s] - dead) % 256;
+    const std::uint32_t rank = (recent.taken - 1 - recent.slot[s] - dead) % 256;
     recent.dead[word] |= std::uint64_t{1} << bit;
-    // One more behind every word in front, added byte by byte.
+    // One more behind each word in front of this one: a sum without carries between bytes.
     const std::uint64_t one_more = kLows - (kLows << 8 * word);
     recent.dead_behind =
         ((recent.dead_behind & ~kHighs) + one_more) ^ (recent.dead_behind & kHighs);
     take_slot(recent, s);
-    return others;
+    return rank;
 }
 
-// Drops the dead slots; at most 256 are left.
+// Drops the dead slots; at most 256, one a byte, are left.
 inline void drop_dead(RecentRuns &recent) {
     recent.taken = 0;
     for (std::uint32_t word = 0; word < kRecentSlots / 64; ++word) {
@@ -84,16 +86,17 @@ struct FirstPositions {
     std::uint32_t count;
 };
 
-// A run as `find_values` notes it, packed: the value in the low 24 bits, the length above;
+// A run as `find_values` notes it, packed: the value in the low 24 bits, the run length above;
 // kLongRun stands for 255 or more.
 constexpr std::uint32_t kLengthShift = 24;
+static_assert(kMaxBlockSize + kBlockSlack < 1u << kLengthShift);
 constexpr std::uint32_t kLongRun = 255;
 
-// Notes each run at its start in `runs`. Its value: with t the start of the next run of
-// the same byte, the number of positions from the run's end to t that are not pending;
-// 0 if there is no such run. The pending ones are as many as the other byte values
-// between, so what is known of the byte values last seen gives the value, once t is
-// reached: no list of positions has to be kept. block: n bytes, 0 < n < 2^24.
+// Notes each run at its start in `runs`. Its value, with t the start of the next run of the same
+// byte: how many of the positions from the run's end to t are not pending; 0 if there is no
+// such run. Each other byte seen between has one pending position there. So the
+// move-to-front rank at t gives the value, and no list of positions is kept.
+// block: n bytes, n above 0.
 inline void find_values(const std::uint8_t *block, std::uint32_t n, std::uint32_t *runs,
                         FirstPositions &first) {
     std::uint32_t start[256], end[256]; // of the last run of each byte
@@ -105,8 +108,7 @@ inline void find_values(const std::uint8_t *block, std::uint32_t n, std::uint32_
         if (recent.taken == kRecentSlots) [[unlikely]]
             drop_dead(recent);
         if (seen[s]) [[likely]] {
-            const std::uint32_t others = retake_slot(recent, s);
-            runs[start[s]] |= p - end[s] + 1 - others;
+            runs[start[s]] |= p - end[s] + 1 - retake_slot(recent, s);
         } else {
             seen[s] = true;
             take_slot(recent, s);
@@ -130,9 +132,9 @@ inline std::uint32_t header_value(const std::uint8_t *block, std::uint32_t n,
     return k == 3 ? 0 : position[0] - position[-1];
 }
 
-// Calls emit(v, s, run_length) for every value v of the block in the order of coding: s
-// is the byte value whose statistics serve it; it follows a run of that length. Ends early,
-// and returns false, when emit does. runs: n entries, any contents; 0 < n < 2^24.
+// Calls emit(v, s, run_length) for every value v of the block in the order of coding. s is the
+// byte value whose statistics serve v; run_length is that of the run that v follows. Ends, and
+// returns false, as soon as emit does. runs: n entries, any contents; n above 0.
 template<typename Emit>
 bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *runs, Emit emit) {
     FirstPositions first;
@@ -145,10 +147,10 @@ bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *r
         std::uint32_t v, s, length;
         if (k < header_values) [[unlikely]] {
             v = header_value(block, n, first, k);
-            // Byte values, and block length, go with the statistics of byte value 0, the
-            // gaps between first positions with those of 1.
+            // The gaps between first positions go with the statistics of byte value 1, all
+            // other values with those of 0.
             s = k >= 5 && k % 2 != 0;
-            length = 1;
+            length = kNoRun;
         } else {
             v = runs[p] & ((1u << kLengthShift) - 1);
             s = block[p];

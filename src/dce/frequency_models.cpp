@@ -29,21 +29,27 @@ constexpr bool only_bit_symbols_counted() {
 }
 static_assert(only_bit_symbols_counted(), "a bit model has no place for other counts");
 
-FreqModel flat_model() {
-    FreqModel model{};
-    for (std::uint32_t x = 0; x < kSymbols; ++x)
-        model.cumulative[x] = static_cast<std::uint16_t>(x + 1);
-    return model;
-}
-
-FreqModel builtin_model(std::uint32_t context) {
-    FreqModel model{};
+template<typename CountOf>
+FreqModel make_model(CountOf count_of) {
+    FreqModel model;
     std::uint32_t sum = 0;
     for (std::uint32_t x = 0; x < kSymbols; ++x) {
-        sum += builtin_count(context, x);
+        sum += count_of(x);
         model.cumulative[x] = static_cast<std::uint16_t>(sum);
     }
     return model;
+}
+
+template<typename CountOf>
+BitModel make_bit_model(CountOf count_of) {
+    BitModel model{};
+    for (std::uint32_t x = 0; x < kBitSymbols; ++x)
+        model.cumulative += from_symbol(x, count_of(x));
+    return model;
+}
+
+constexpr std::uint32_t halved(std::uint32_t count) {
+    return count - count / 2;
 }
 
 } // namespace
@@ -54,40 +60,32 @@ Models &init_models(std::uint32_t *model_area) {
     std::align(alignof(Models), sizeof(Models), aligned, bytes);
     Models &models = *new (aligned) Models;
 
-    const FreqModel flat = flat_model();
+    const auto counts_of = [](std::uint32_t context) {
+        return [=](std::uint32_t x) { return builtin_count(context, x); };
+    };
+    const FreqModel flat = make_model([](std::uint32_t) { return 1u; });
     for (std::uint32_t c = 0; c < std::size(models.context); ++c) {
+        ContextModels &m = models.context[c];
         // Those behind the distance contexts only have to hold valid counts.
-        models.context[c].primary = c < kFirstBitContext ? builtin_model(c) : flat;
-        std::fill(std::begin(models.context[c].secondary), std::end(models.context[c].secondary),
-                  flat);
+        m.primary = c < kFirstBitContext ? make_model(counts_of(c)) : flat;
+        std::fill(std::begin(m.secondary), std::end(m.secondary), flat);
     }
-    for (std::uint32_t c = kFirstBitContext; c < kContexts; ++c) {
-        BitModel &bit = models.bit[c - kFirstBitContext];
-        bit.cumulative = 0;
-        for (std::uint32_t x = 0; x < kBitSymbols; ++x)
-            bit.cumulative += builtin_count(c, x) * 0x0001000100010001u << 16 * x;
-    }
+    for (std::uint32_t c = kFirstBitContext; c < kContexts; ++c)
+        models.bit[c - kFirstBitContext] = make_bit_model(counts_of(c));
     return models;
 }
 
 void count_and_halve(FreqModel &model, std::uint32_t x) {
-    std::uint32_t below = 0, sum = 0;
-    for (std::uint32_t i = 0; i < kSymbols; ++i) {
-        const std::uint32_t count = model.cumulative[i] - below + (i == x ? kDistanceIncrement : 0);
-        below = model.cumulative[i];
-        sum += count - count / 2;
-        model.cumulative[i] = static_cast<std::uint16_t>(sum);
-    }
+    model = make_model([&](std::uint32_t i) {
+        const std::uint32_t below = i == 0 ? 0 : model.cumulative[i - 1];
+        return halved(model.cumulative[i] - below + (i == x ? kDistanceIncrement : 0));
+    });
 }
 
 void count_and_halve(BitModel &model, std::uint32_t x) {
-    std::uint64_t halved = 0;
-    for (std::uint32_t i = 0; i < kBitSymbols; ++i) {
-        const std::uint32_t count =
-            count_up_to(model, i) - count_below(model, i) + (i == x ? kBitIncrement : 0);
-        halved += (count - count / 2) * 0x0001000100010001u << 16 * i;
-    }
-    model.cumulative = halved;
+    model = make_bit_model([=](std::uint32_t i) {
+        return halved(count_up_to(model, i) - count_below(model, i) + (i == x ? kBitIncrement : 0));
+    });
 }
 
 } // namespace velk

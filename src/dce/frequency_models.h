@@ -24,8 +24,7 @@ constexpr std::uint32_t kFirstBitContext = 120;
 constexpr std::uint32_t kBitSymbols = 4;
 constexpr std::uint32_t kSecondarySets = 13;
 
-// An increment that takes a total above it halves the counts: the sum of two totals
-// stays below 2^17, which leaves the range coder at least 7 bits a count.
+// An increment that takes a total above it halves the counts.
 constexpr std::uint32_t kRescaleLimit = 65535;
 constexpr std::uint32_t kDistanceIncrement = 24;
 constexpr std::uint32_t kBitIncrement = 14;
@@ -40,6 +39,11 @@ struct BitModel {
     std::uint64_t cumulative;
 };
 constexpr std::uint32_t kUncodedCounts = kSymbols - kBitSymbols;
+
+// `count` in each cumulative count from number x on.
+constexpr std::uint64_t from_symbol(std::uint32_t x, std::uint32_t count) {
+    return count * 0x0001000100010001u << 16 * x;
+}
 
 // Together, so that a value's two models are soon found from one place.
 struct ContextModels {
@@ -68,17 +72,9 @@ inline std::uint32_t total(const FreqModel &model) {
     return model.cumulative[kSymbols - 1];
 }
 
-// The summed counts of two models: those of the symbols below x, and of x itself.
-struct Share {
-    std::uint32_t cum, freq;
-};
-
-inline Share share_of(const FreqModel &a, const FreqModel &b, std::uint32_t x) {
-    const std::uint16_t *const p = a.cumulative + x, *const q = b.cumulative + x;
-    std::uint32_t cum = 0;
-    if (x != 0) [[likely]]
-        cum = p[-1] + std::uint32_t{q[-1]};
-    return {cum, *p + std::uint32_t{*q} - cum};
+// The counts of symbols 0 to x in both models.
+inline std::uint32_t count_up_to(const FreqModel &a, const FreqModel &b, std::uint32_t x) {
+    return std::uint32_t{a.cumulative[x]} + b.cumulative[x];
 }
 
 // Counts symbol x in both models.
@@ -95,8 +91,9 @@ inline void count(FreqModel &primary, FreqModel &secondary, std::uint32_t x) {
         }
 #pragma GCC unroll 4
         for (std::uint32_t i = 0; i < kVectors; ++i) {
-            std::uint16_t *const lanes = model.cumulative + kLanesOf<CountLanes> * i;
-            store_aligned(lanes, load_aligned<CountLanes>(lanes) + increments[i]);
+            void *const lanes = __builtin_assume_aligned(
+                model.cumulative + kLanesOf<CountLanes> * i, sizeof(CountLanes));
+            store(lanes, load<CountLanes>(lanes) + increments[i]);
         }
     };
     add(primary);
@@ -120,7 +117,7 @@ inline void count(BitModel &model, std::uint32_t x) {
         count_and_halve(model, x);
         return;
     }
-    model.cumulative += std::uint64_t{kBitIncrement} * 0x0001000100010001u << 16 * x;
+    model.cumulative += from_symbol(x, kBitIncrement);
 }
 
 } // namespace velk

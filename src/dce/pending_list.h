@@ -1,15 +1,16 @@
-// The positions ahead of the current run that are known to hold some byte, in
-// ascending order, and the block's end behind them.
+// The pending positions, those ahead of the current run whose byte is known, in ascending
+// order, and the block's end n behind them.
 //
 //   positions    E0 < E1 < E2 < ... < n        E0: where the current run ends
 //   entries      E0,  E1 - 1,  E2 - 2, ...     each with its byte in the low 8 bits
 //
-// An entry counts the positions in front of it that nothing is known of. So the next
-// run of a byte, v such positions after the current run, is placed by comparing alone,
-// and all entries can be compared at once. Entries are signed numbers, 2^31 below what
-// they stand for, since SSE2 compares only such.
+// An entry is the number of positions in front of its own that are not pending. A value counts
+// such positions, too: the next run of a byte finds its place by comparing alone, with several
+// entries at once. Entries are signed, 2^31 below what they stand for, since SSE2 compares
+// only signed numbers.
 #pragma once
 
+#include "base/block_size.h"
 #include "base/vectors.h"
 
 #include <cstdint>
@@ -39,14 +40,16 @@ constexpr std::uint8_t entry_byte(std::int32_t entry) {
 }
 
 constexpr std::int32_t kOneFurther = 1 << 8;
-constexpr std::int32_t kAboveAll = INT32_MAX - kOneFurther; // n is below 2^24 - 3
+constexpr std::int32_t kAboveAll = INT32_MAX - kOneFurther;
 // Below kAboveAll, above any other entry's number.
 constexpr std::uint32_t kNever = entry_number(kAboveAll) - 1;
+static_assert(kMaxBlockSize + kBlockSlack < kNever);
 
-// E0 gets to be the current run, and its end is E1. `byte` takes the place behind the first
-// `number` positions of which nothing is known; the number is at least E0 and below the
-// entry of n. Or it is kNever: the byte has no place, and `count` is already lower.
-// Either way entries above the number follow within kEntriesPerStep of the last one, where it ends.
+// Removes E0, where the next run begins, and inserts the position of `byte` that has `number`
+// positions in front that are not pending. Entries up to the number move one place to the
+// front; those above it stay. The number is at least E0 and below the entry of n, or it is
+// kNever: no position is inserted, and `count` is already lower. The loop ends at the entry of n
+// or at those behind it, which fill the last step.
 inline void replace_first(PendingList &pending, std::uint32_t number, std::uint32_t byte) {
     const EntryLanes inserted = EntryLanes{} + to_entry(number + 1, byte);
     const EntryLanes last_below = EntryLanes{} + to_entry(number, 255);

@@ -5,8 +5,8 @@
 //
 // The encoder's first byte is always 0, and the decoder skips it.
 //
-// `range` is at least 2^24 when a symbol is coded and a total below 2^17, so a count
-// is worth at least 128 of the range and three bytes at most leave the coder a symbol.
+// `range` is at least 2^24 when a symbol is coded and a total below 2^17. So a count is worth
+// at least 2^7 of the range, and a symbol moves the cursor on by three bytes at most.
 #pragma once
 
 #include "base/byte_order.h"
@@ -20,6 +20,8 @@ namespace velk {
 constexpr std::uint32_t kMaxSymbolBytes = 3;
 constexpr std::uint32_t kStoredBytes = 4; // at the cursor - 1, for a symbol
 constexpr std::uint32_t kFlushBytes = 4;  // from the cursor on
+
+static_assert(2 * kRescaleLimit < 1u << 17); // of two models
 
 // How far to shift `range`, at least 2^7, for it to reach 2^24: 0, 8, 16 or 24.
 inline std::uint32_t renormalising_shift(std::uint32_t range) {
@@ -35,18 +37,13 @@ inline std::uint32_t renormalising_shift(std::uint32_t range) {
 // An addition that carries out of the last byte, which is rare, goes on in the output.
 // (No byte is held back: a symbol costs one store and no loop.)
 struct RangeEncoder {
-    std::uint64_t low;
-    std::uint32_t range;
-    std::uint32_t output_cursor;
     std::uint8_t *output;
+    std::uint32_t output_cursor = 1; // the first byte is there from the start
+    std::uint32_t range = 0xFFFFFFFFu;
+    std::uint64_t low = 0;
 };
 
-// The first byte is there from the start.
-inline RangeEncoder start_encoder(std::uint8_t *output) {
-    return {0, 0xFFFFFFFFu, 1, output};
-}
-
-// The number never reaches 1, so the carry ends at the first byte or before it.
+// The number is a fraction below 1: a carry ends at its first byte at the latest.
 inline void carry(const RangeEncoder &encoder) {
     std::uint8_t *byte = encoder.output + encoder.output_cursor - 1;
     do {
@@ -54,9 +51,9 @@ inline void carry(const RangeEncoder &encoder) {
     } while (*byte == 0);
 }
 
-// Codes the symbol that takes `freq` out of `total` behind `cum`. Writes up to three
-// bytes beyond the cursor. (Inlined by force, as are its callers: `low` and `range` stay
-// in registers, 4 % less time.)
+// Codes a symbol: `freq` of the `total` counts are its own, `cum` those of the symbols below.
+// Writes up to three bytes beyond the cursor. (Inlined by force, as are its callers: `low` and
+// `range` stay in registers, 4 % less time.)
 [[gnu::always_inline]] inline void encode_range(RangeEncoder &encoder, std::uint32_t cum,
                                                 std::uint32_t freq, std::uint32_t total) {
     const std::uint32_t r = encoder.range / total;
@@ -79,14 +76,17 @@ inline void flush(RangeEncoder &encoder) {
     put_u32_be(encoder.output + encoder.output_cursor - 1,
                static_cast<std::uint32_t>(encoder.low >> 32));
     encoder.output[encoder.output_cursor + 3] = static_cast<std::uint8_t>(encoder.low >> 24);
-    encoder.output_cursor += 4;
+    encoder.output_cursor += kFlushBytes;
 }
 
 // Codes symbol x (0 to 31) with the summed counts of two models and updates both.
 [[gnu::always_inline]] inline void encode_pair(RangeEncoder &encoder, FreqModel &primary,
                                                FreqModel &secondary, std::uint32_t x) {
-    const Share share = share_of(primary, secondary, x);
-    encode_range(encoder, share.cum, share.freq, total(primary) + total(secondary));
+    std::uint32_t cum = 0;
+    if (x != 0) [[likely]]
+        cum = count_up_to(primary, secondary, x - 1);
+    encode_range(encoder, cum, count_up_to(primary, secondary, x) - cum,
+                 total(primary) + total(secondary));
     count(primary, secondary, x);
 }
 
@@ -98,26 +98,22 @@ inline void flush(RangeEncoder &encoder) {
     count(model, x);
 }
 
-struct RangeDecoder {
-    std::uint32_t code; // distance of the coded number from the encoder's `low`
-    std::uint32_t range;
-    std::uint32_t input_cursor; // the next byte to read
-    std::uint32_t input_end;    // bytes from here on do not belong to the number
-    const std::uint8_t *input;
-    bool failed; // set, for good, by a code that no encoder writes
-};
-
 // The five bytes at input_end must be readable: no read there has to be held back.
-inline RangeDecoder start_decoder(const std::uint8_t *input, std::uint32_t input_end) {
-    return {get_u32_be(input + 1), 0xFFFFFFFFu, 5, input_end, input, false};
-}
+struct RangeDecoder {
+    const std::uint8_t *input;
+    std::uint32_t input_end;        // bytes from here on do not belong to the number
+    std::uint32_t input_cursor = 5; // the next byte to read
+    std::uint32_t range = 0xFFFFFFFFu;
+    std::uint32_t code = get_u32_be(input + 1); // how far the number is above the encoder's `low`
+    bool failed = false;                        // set, for good, by a code that no encoder writes
+};
 
 // Whether the symbols so far can't have come from an encoder.
 inline bool failed(const RangeDecoder &decoder) {
     return decoder.failed || decoder.input_cursor > decoder.input_end;
 }
 
-// Takes the symbol out of the code that has the part of the range from `low` on, `width` wide.
+// Takes the symbol whose part of the range begins at `low` and is `width` wide out of the code.
 inline void take_symbol(RangeDecoder &decoder, std::uint32_t low, std::uint32_t width) {
     // Four bytes at once, of which the shift takes up to three. Past the end any number
     // will do: the decoder has failed then.
@@ -133,15 +129,15 @@ inline void take_symbol(RangeDecoder &decoder, std::uint32_t low, std::uint32_t 
     decoder.input_cursor += shift / 8;
 }
 
-// Symbols that are searched at a step, without a branch. Those of the first step are the
-// values below 8, half of all values or more.
+// Symbols that are compared at a step, without a branch. The first step finds the values below
+// 8, half of all values or more.
 constexpr std::uint32_t kSymbolsPerStep = 8;
 
-// Mirror of `encode_pair`. Where a symbol's part of the range ends is a product; those of a
-// step are there sooner than the quotient of the code and r would be, which a search among
-// the counts waits for (a tenth less time, by some compilers a sixth). Calls `meanwhile`,
-// which must leave both models alone, while the machine divides: what it guesses wrong
-// there has been mended when the quotient comes (a tenth less time).
+// Mirror of `encode_pair`. The code is compared with the ends of the symbols' parts of the
+// range. These are products, which take less time than the quotient code / r that a search
+// among the counts would need (a tenth less in all, with some compilers a sixth). `meanwhile`,
+// which must leave both models alone, runs while the machine divides: a branch that is
+// mispredicted there costs nothing (a tenth less time).
 template<typename Meanwhile>
 [[gnu::always_inline]] inline std::uint32_t decode_pair(RangeDecoder &decoder, FreqModel &primary,
                                                         FreqModel &secondary, Meanwhile meanwhile) {

@@ -12,18 +12,13 @@ namespace velk {
 constexpr std::uint32_t kRawWordBytes = 4;
 
 struct RawBitWriter {
-    std::uint64_t acc;         // bits collected, the first at bit 0
-    std::uint32_t used;        // number of bits in `acc`, 0 to 31
-    std::uint32_t back_cursor; // words are stored below it
     std::uint8_t *output;
+    std::uint32_t back_cursor; // words are stored below it; at first the output area's end
+    std::uint32_t used = 0;    // number of bits in `acc`, 0 to 31
+    std::uint64_t acc = 0;     // bits collected, the first at bit 0
 };
 
-inline RawBitWriter start_raw_writer(std::uint8_t *output, std::uint32_t n) {
-    return {0, 0, n, output};
-}
-
-// Without room the word is dropped; the room that is left then tells the caller to
-// give up the block.
+// Without room the word is dropped: the caller sees that too little is left and declines.
 inline void store_word(RawBitWriter &writer) {
     if (writer.back_cursor < kRawWordBytes) return;
     writer.back_cursor -= kRawWordBytes;
@@ -47,16 +42,11 @@ inline void finish(RawBitWriter &writer) {
 
 struct RawBitReader {
     const std::uint8_t *input;
-    std::uint32_t end;   // the first bit is the lowest of the byte before it
-    std::uint32_t taken; // bits, below 2^31
+    std::uint32_t end;       // the first bit is the lowest of the byte before it
+    std::uint32_t taken = 0; // bits, below 2^31
 };
 
-// Reads from the byte before `end` towards the front of `input`.
-inline RawBitReader start_raw_reader(const std::uint8_t *input, std::uint32_t end) {
-    return {input, end, 0};
-}
-
-// Whether bits were asked for that lie in front of `input`: they were 0.
+// Whether bits in front of `input` were asked for, which read as 0.
 inline bool past_front(const RawBitReader &reader) {
     return reader.taken > 8 * reader.end;
 }

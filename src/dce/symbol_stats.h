@@ -11,14 +11,15 @@
 
 namespace velk {
 
-// Values below it are a symbol of their own. From it on, symbol 8 + e stands for those that,
-// less 4, are a 1, two more bits and e raw bits (`split`).
+// A smaller value v is symbol v. A larger v is coded as x = v - 4 in binary: its leading 1 and
+// its length are symbol 8 + e; two bits are coded; e bits are raw (`split`).
 constexpr std::uint32_t kFirstLongValue = 8;
 constexpr std::uint32_t kSmallValue = 3;
 constexpr std::uint32_t kLongRunLength = 3;
 constexpr std::uint32_t kMaxRunTerm = 5;
 constexpr std::uint32_t kPrevValueMask = 4095;
-// What a low last value, and a run, each add to the distance context.
+// The distance context rises by a step where the last value is below kLowLastValue, by another
+// where the run is long.
 constexpr std::uint32_t kContextStep = 30;
 constexpr std::uint32_t kLowLastValue = 20;
 
@@ -27,10 +28,10 @@ struct SymbolStats {
     std::uint32_t slow_avg = 0;
     std::int32_t fast_avg = 0;
     std::uint32_t small_count = 0; // grows with values below 3, halved by values of 8 or more
-    std::uint32_t context = kContextStep; // follows from them all and the last value
+    std::uint32_t context = kContextStep; // follows from all these and the last value
 };
 
-// A value follows a run; those of the header list count as behind one of length 1.
+// The length of the run that a value follows; a value of the header list has this one.
 constexpr std::uint32_t kNoRun = 1;
 
 // The number of significant bits; 0 for 0.
@@ -62,8 +63,8 @@ inline std::uint32_t log_bucket(std::uint32_t x) {
     return std::min(x, 4 + bit_length(x - 4));
 }
 
-// 0 to 12, from the value coded before, whose low bits count: a table, since the next symbol waits
-// for it (3 % less time).
+// By the low bits of the value coded before: 0 to 12. A table, since the next symbol waits for
+// the index (3 % less time).
 inline constexpr auto kSecondaryIndex = [] {
     std::array<std::uint8_t, kPrevValueMask + 1> index{0, 1, 2};
     for (std::uint32_t d = 1; d + 2 < index.size(); ++d)
@@ -80,8 +81,9 @@ inline constexpr auto kSmallCountStep = [] {
     return step;
 }();
 
-// What a last value, below 2^27, adds. (A comparison becomes a branch with some compilers.)
+// What the last value, below 2^27, adds to it. (Some compilers make a branch of a comparison.)
 inline std::uint32_t low_value_step(std::uint32_t v) {
+    static_assert(kContextStep < 1u << (32 - 27)); // the ones that a negative difference leaves
     return (v - kLowLastValue) >> 27 & kContextStep;
 }
 
@@ -89,15 +91,15 @@ inline std::uint32_t secondary_index(std::uint32_t prev_value) {
     return kSecondaryIndex[prev_value & kPrevValueMask];
 }
 
-// A number that lies within the distance contexts for every block of less than 2^24
-// bytes. Damaged blocks, whose values may reach 2^26, can bring it to 122 (both
-// averages then stay below 2^28, and log_bucket below 33), still inside a set.
+// A distance context for every intact block. Damaged blocks, whose values may reach 2^26, can
+// bring it to 122: both averages then stay below 2^28, and log_bucket below 33.
 inline std::uint32_t distance_context(const SymbolStats &stats, std::uint32_t run_length) {
     return stats.context + (run_length >= kLongRunLength ? kContextStep : 0);
 }
 
-// Takes value v in. v is below 2^27, so that nothing overflows. Free of branches, since
-// few could be predicted (7 to 4 ns), and the context is there long before it is asked for.
+// Updates the statistics with the value v, below 2^27, so that nothing overflows. Without
+// branches, few of which could be predicted (4 ns, not 7); the context is ready long before it
+// is needed.
 inline void update_stats(SymbolStats &stats, std::uint32_t v, std::uint32_t run_length) {
     const std::uint32_t run_term = std::min(run_length - 1, kMaxRunTerm);
     const std::int32_t value = static_cast<std::int32_t>(v);

@@ -102,10 +102,7 @@ std::uint32_t record_size(const Statistics &statistics, std::uint32_t n) {
 void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint8_t delta_off) {
     const std::uint32_t k = delta_off != 0 || n < kMinBlock ? 0 : record_size(gather(in, n), n);
-    if (k == 0) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
+    if (k == 0) return pass_on(in, n, out, out_len);
     std::uint8_t *next = out;
     for (std::uint32_t channel = 0; channel < k; ++channel) {
         for (std::uint32_t p = channel; p < n; p += k)
@@ -117,12 +114,9 @@ void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
 
 bool delta_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint32_t capacity) {
+    if (undo_pass_on(in, len, out, out_len)) return true;
     if (len == 0 || len > capacity) return false;
     const std::uint32_t k = in[len - 1] + 1u;
-    if (k == 1) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
     if (k > kMaxRecord) return false;
     const std::uint8_t *next = in;
     for (std::uint32_t channel = 0; channel < k; ++channel) {

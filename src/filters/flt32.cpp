@@ -32,10 +32,7 @@ void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
     const bool part_of_file = file_size > n;
     const std::uint32_t base = part_of_file ? file_size : 0;
     const std::uint64_t wide_range = part_of_file ? 2 * std::uint64_t{file_size} : n;
-    if (flt32_off != 0 || base + wide_range + n > 0xFFFFFFFFu) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
+    if (flt32_off != 0 || base + wide_range + n > 0xFFFFFFFFu) return pass_on(in, n, out, out_len);
     const std::uint32_t range = static_cast<std::uint32_t>(wide_range);
     std::uint32_t zeros = 0;
     std::uint32_t spaces = 0;
@@ -50,10 +47,7 @@ void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
             zeros += byte == 0;
             spaces += byte == ' ';
         });
-    if (spaces > zeros) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
+    if (spaces > zeros) return pass_on(in, n, out, out_len);
     put_u32(out + n, base);
     put_u32(out + n + 4, range);
     out[n + 8] = 1;
@@ -62,12 +56,8 @@ void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
 
 bool flt32_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint32_t capacity) {
-    if (len == 0 || len > capacity) return false;
-    if (in[len - 1] == 0) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
-    if (len <= kFlt32TrailerBytes) return false;
+    if (undo_pass_on(in, len, out, out_len)) return true;
+    if (len <= kFlt32TrailerBytes || len > capacity) return false;
     const std::uint32_t block_len = len - kFlt32TrailerBytes;
     const std::uint32_t base = get_u32(in + block_len);
     const std::uint32_t range = get_u32(in + block_len + 4);

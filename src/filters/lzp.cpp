@@ -1,6 +1,8 @@
 #include "filters/lzp.h"
 
+#include "base/block_size.h"
 #include "base/byte_order.h"
+#include "base/bytes.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>
@@ -58,27 +60,10 @@ void enter(std::uint32_t *table, const std::uint8_t *block, std::uint32_t p, std
     }
 }
 
-// Neighbours are counted in tables of their own: next to each other, equal bytes would wait
-// for their common count.
 std::uint8_t rarest_byte(const std::uint8_t *block, std::uint32_t n) {
-    std::uint32_t counts[4][256] = {};
-    std::uint32_t p = 0;
-    for (; n - p >= 4; p += 4) {
-        for (std::uint32_t i = 0; i < 4; ++i)
-            ++counts[i][block[p + i]];
-    }
-    for (; p < n; ++p)
-        ++counts[0][block[p]];
-    for (unsigned v = 0; v < 256; ++v)
-        counts[0][v] += counts[1][v] + counts[2][v] + counts[3][v];
-    return static_cast<std::uint8_t>(std::min_element(counts[0], counts[0] + 256) - counts[0]);
-}
-
-// Eight bytes as they are in memory, to be compared only.
-std::uint64_t eight_bytes(const std::uint8_t *p) {
-    std::uint64_t bytes;
-    std::memcpy(&bytes, p, sizeof bytes);
-    return bytes;
+    const auto counts = count_bytes(block, n);
+    return static_cast<std::uint8_t>(std::min_element(counts.begin(), counts.end()) -
+                                     counts.begin());
 }
 
 // The length of the match of the bytes at p and at `predicted`, before p.
@@ -88,7 +73,7 @@ std::uint32_t match_length(const std::uint8_t *block, std::uint32_t n, std::uint
     const std::uint8_t *const here = block + p;
     const std::uint8_t *const there = block + predicted;
     std::uint32_t length = 0;
-    while (limit - length >= 8 && eight_bytes(here + length) == eight_bytes(there + length))
+    while (limit - length >= 8 && get_u64(here + length) == get_u64(there + length))
         length += 8;
     while (length < limit && here[length] == there[length])
         ++length;
@@ -110,8 +95,8 @@ std::uint32_t write_code(std::uint32_t *table, const std::uint8_t *in, std::uint
     const std::uint32_t matches_end = n < kMinMatch ? 0 : n - kMinMatch + 1; // none begins there
     for (std::uint32_t p = 1; p < n; ++p) {
         const std::uint32_t predicted = predict(table, context, p);
-        if (p < matches_end && eight_bytes(in + p + kTestedFirst) ==
-                                   eight_bytes(in + predicted + kTestedFirst)) [[unlikely]] {
+        if (p < matches_end &&
+            get_u64(in + p + kTestedFirst) == get_u64(in + predicted + kTestedFirst)) [[unlikely]] {
             const std::uint32_t length = predicted == 0 ? 0 : match_length(in, n, p, predicted);
             if (length >= kMinMatch) {
                 const std::uint8_t previous = in[p - 1];
@@ -142,8 +127,8 @@ std::uint32_t write_code(std::uint32_t *table, const std::uint8_t *in, std::uint
 // and leaves i at the code's last byte. Returns false when it is cut short.
 bool read_length(const std::uint8_t *in, std::uint32_t code_len, std::uint8_t previous,
                  std::uint32_t &i, std::uint32_t &length) {
-    // `value` stays below 2^32: 254 for each of less than 2^24 bytes.
-    std::uint32_t value = 0;
+    static_assert(kMaxBlockSize + kBlockSlack < UINT32_MAX / kMaxLengthByte);
+    std::uint32_t value = 0; // at most kMaxLengthByte and some for each byte of the code
     const std::uint8_t more = static_cast<std::uint8_t>(previous + 1);
     for (++i; i < code_len && in[i] == more; ++i)
         value += kMaxLengthByte;
@@ -168,16 +153,10 @@ void repeat(std::uint8_t *out, std::uint32_t from, std::uint32_t end, std::uint3
 
 void lzp_encode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                 std::uint32_t &out_len, std::uint8_t lzp_off) {
-    if (lzp_off != 0 || n < kMinBlock) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
+    if (lzp_off != 0 || n < kMinBlock) return pass_on(in, n, out, out_len);
     const std::uint8_t escape = rarest_byte(in, n);
     const std::uint32_t end = write_code(table, in, n, escape, out);
-    if (end >= n) {
-        pass_on(in, n, out, out_len);
-        return;
-    }
+    if (end >= n) return pass_on(in, n, out, out_len);
     out[end] = escape;
     out[end + 1] = 1;
     out_len = end + kLzpTrailerBytes;
@@ -185,11 +164,7 @@ void lzp_encode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t n, std::u
 
 bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                 std::uint32_t &out_len, std::uint32_t capacity) {
-    if (len == 0) return false;
-    if (in[len - 1] == 0) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
+    if (undo_pass_on(in, len, out, out_len)) return true;
     if (len < kMinCoded) return false;
     const std::uint8_t escape = in[len - 2];
     const std::uint32_t code_len = len - kLzpTrailerBytes;
@@ -198,10 +173,7 @@ bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len, std:
     out[0] = in[0];
     std::uint32_t end = 1;
     for (std::uint32_t i = 1; i < code_len; ++i) {
-        const std::uint8_t *const found =
-            static_cast<const std::uint8_t *>(std::memchr(in + i, escape, code_len - i));
-        const std::uint32_t plain =
-            found == nullptr ? code_len - i : static_cast<std::uint32_t>(found - (in + i));
+        const std::uint32_t plain = find_byte(in, i, code_len, escape) - i;
         if (plain > capacity - end) return false;
         std::memcpy(out + end, in + i, plain);
         i += plain;

@@ -15,14 +15,10 @@ constexpr auto kCrcTables = [] {
     std::array<std::array<std::uint32_t, 256>, kStep> tables{};
     for (std::uint32_t i = 0; i < 256; ++i) {
         std::uint32_t x = i;
-        for (int bit = 0; bit < 8; ++bit)
-            x = (x >> 1) ^ ((x & 1) != 0 ? 0xEDB88320u : 0);
-        tables[0][i] = x;
-    }
-    for (std::uint32_t k = 1; k < kStep; ++k) {
-        for (std::uint32_t i = 0; i < 256; ++i) {
-            const std::uint32_t x = tables[k - 1][i];
-            tables[k][i] = (x >> 8) ^ tables[0][x & 255];
+        for (auto &table : tables) {
+            for (int bit = 0; bit < 8; ++bit)
+                x = (x >> 1) ^ ((x & 1) != 0 ? 0xEDB88320u : 0);
+            table[i] = x;
         }
     }
     return tables;
@@ -38,11 +34,10 @@ std::uint32_t crc32_block(const std::uint8_t *buffer, std::uint32_t n) {
         const std::uint8_t *const step = buffer + (p - kStep); // its last byte comes first
         std::uint32_t next = 0;
 #pragma GCC unroll 16
-        for (std::uint32_t k = 0; k < kStep - 4; ++k)
-            next ^= kCrcTables[k][step[k]];
-#pragma GCC unroll 4
-        for (std::uint32_t k = kStep - 4; k < kStep; ++k)
-            next ^= kCrcTables[k][step[k] ^ (x >> (8 * (kStep - 1 - k)) & 255)];
+        for (std::uint32_t k = 0; k < kStep; ++k) {
+            const std::uint32_t before = kStep - 1 - k; // bytes of the step that came before
+            next ^= kCrcTables[k][step[k] ^ (before < 4 ? x >> 8 * before & 255 : 0)];
+        }
         x = next;
     }
     while (p-- > 0)

@@ -229,12 +229,8 @@ void walk_in_lanes(std::uint32_t *lf, std::uint32_t n, std::uint32_t primary_row
 
 bool bwt_inverse(std::uint32_t *work_area, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                  std::uint32_t &out_len, std::uint32_t capacity) {
-    if (len == 0 || len > capacity) return false;
-    if (in[len - 1] == 0) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
-    if (len < kBwtTrailerBytes || work_area == nullptr) return false;
+    if (undo_pass_on(in, len, out, out_len)) return true;
+    if (len < kBwtTrailerBytes || len > capacity || work_area == nullptr) return false;
     const std::uint32_t n = len - kBwtTrailerBytes;
     const std::uint32_t primary_index = get_u32(in + n);
     if (primary_index < 1 || primary_index > n) return false;

@@ -121,11 +121,7 @@ void rle_forward(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::ui
 
 bool rle_inverse(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                  std::uint32_t capacity) {
-    if (len == 0) return false;
-    if (in[len - 1] == 0) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
+    if (undo_pass_on(in, len, out, out_len)) return true;
     if (len < kRleTrailerBytes) return false;
     const std::uint32_t heads = get_u32(in + (len - kRleTrailerBytes));
     std::uint32_t bit_end = len - kRleTrailerBytes; // bits are taken from before it

@@ -83,12 +83,8 @@ void st_forward(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t n, std
 
 bool st_inverse(std::uint32_t *contexts, std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
                 std::uint32_t &out_len, std::uint32_t capacity) {
-    if (len == 0 || len > capacity) return false;
-    if (in[len - 1] == 0) {
-        drop_trailer(in, len, out, out_len);
-        return true;
-    }
-    if (len < kMinBlock + kStTrailerBytes || contexts == nullptr) return false;
+    if (undo_pass_on(in, len, out, out_len)) return true;
+    if (len < kMinBlock + kStTrailerBytes || len > capacity || contexts == nullptr) return false;
     const std::uint32_t n = len - kStTrailerBytes;
 
     // How many rotations begin with each five bits; then by 13 bits, then by 21.
