@@ -32,7 +32,8 @@ namespace velk {
 namespace {
 
 constexpr std::uint32_t kBuckets = 65536;
-// A larger group does not fit the triples' memory and is partitioned first.
+static_assert(kBuckets * sizeof(std::uint32_t) <= kSortScratchBytes);
+// A larger group is partitioned first.
 constexpr std::uint32_t kMaxTriples = 65535;
 // Groups of up to this many rows look further ahead at once when all keys are equal.
 constexpr std::uint32_t kMaxLookahead = 16;
@@ -94,13 +95,8 @@ void set_ranks(Sorter &s, std::uint32_t first, std::uint32_t end) {
     std::uint32_t group = first;
     for (std::uint32_t row = first; row < end; ++row) {
         if (get_bit(s.group_bits, row)) group = row;
-        s.ranks[s.rows[row] & kPositionMask] = group;
+        s.ranks[position_of(s.rows[row])] = group;
     }
-}
-
-// The position before p.
-std::uint32_t before(const Sorter &s, std::uint32_t p) {
-    return (p == 0 ? s.n : p) - 1;
 }
 
 // Counting sort on two bytes. The first two bytes of the block are repeated at its end.
@@ -116,12 +112,12 @@ void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next) {
     }
     set_bit(s.group_bits, s.n);
     for (std::uint32_t p = 0; p < s.n; ++p)
-        s.rows[next[bucket(p)]++] = std::uint32_t{block[before(s, p)]} << 24 | p;
+        s.rows[next[bucket(p)]++] = row_entry(block[position_before(p, s.n)], p);
 }
 
 void sort_third_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t first,
                       std::uint32_t end) {
-    const auto third_byte = [&](std::uint32_t entry) { return block[(entry & kPositionMask) + 2]; };
+    const auto third_byte = [&](std::uint32_t entry) { return block[position_of(entry) + 2]; };
     std::uint32_t *const rows = s.rows + first;
     const auto sort_pair = [&](std::uint32_t lo, std::uint32_t hi) {
         if (hi - lo > 2) return false;
@@ -165,7 +161,7 @@ void sort_triples(Sorter &s, std::uint32_t first, std::uint32_t end) {
 // The keys of a row entry at offset d: the ranks d and d + h bytes further on. d and h are at
 // most n, so one subtraction each brings a position back below n.
 std::uint64_t keys_at(const Sorter &s, std::uint32_t entry, std::uint32_t d) {
-    std::uint32_t p1 = (entry & kPositionMask) + d;
+    std::uint32_t p1 = position_of(entry) + d;
     if (p1 >= s.n) p1 -= s.n;
     std::uint32_t p2 = p1 + s.h;
     if (p2 >= s.n) p2 -= s.n;
@@ -260,7 +256,7 @@ bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     run_passes(s);
     for (std::uint32_t row = 0; row < n; ++row) {
         const std::uint32_t entry = s.rows[row];
-        block[before(s, entry & kPositionMask)] = static_cast<std::uint8_t>(entry >> 24);
+        block[position_before(position_of(entry), n)] = preceding_byte(entry);
     }
     return s.quicksort.steps_left >= 0;
 }
