@@ -5,9 +5,9 @@
 //   | last column (n) | primary index (4) | 1 |       applied: n + 5 bytes
 //   | block (n) | 0 |                                 off: n + 1 bytes
 //
-// The last column holds, for every rotation in sorted order, the byte that precedes
-// it. The primary index is the 1-based row of the rotation that begins at the
-// block's second byte (1 for n = 1).
+// The last column holds, for every rotation in sorted order, the byte that precedes it. The primary
+// index is the row of the rotation that begins at the block's second byte, counted from 1. (It is 1
+// for n = 1.)
 #pragma once
 
 #include <cstdint>
@@ -25,12 +25,11 @@ constexpr std::uint32_t kBwtRoom = 24;
 constexpr std::uint32_t kBwtMoreBitWords = 5;
 
 // Sorts the block. n: 1 to 2^24 - 1 bytes.
-// pair_region: 4 * capacity bytes, aligned to 8. The two buffers, `capacity` bytes each, are at
-// its start. capacity: at least n + kBwtRoom.
-// index_array: n entries, aligned to 8 bytes. bit_array: n / 8 + kBwtMoreBitWords words.
-// model_area: kSortScratchBytes.
-// `in` still holds the block afterwards. sorting/tripling_sort.cpp fixes the order of equal
-// rotations (of a periodic block), and so the primary index.
+// pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start. capacity:
+// at least n + kBwtRoom. index_array: n entries. The addresses of both are multiples of 8.
+// bit_array: n / 8 + kBwtMoreBitWords words. model_area: kSortScratchBytes.
+// `in` holds the block afterwards, too. sorting/tripling_sort.cpp fixes the order of the equal
+// rotations of a periodic block, and so the primary index.
 void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
                  std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                  std::uint32_t &out_len, std::uint8_t bwt_off);

@@ -7,10 +7,9 @@
 //
 // A walk waits for memory at every step. So it is cut into segments, and 32 lanes walk in
 // lockstep, each a segment of its own: 6 to 14 times as fast as one walk, by how busy memory
-// is. Each segment's first row has its entry saved and replaced by a marker. A lane that meets
-// a marker has come to the end of its segment: the marker's segment follows. The lane then
-// takes a segment that none has walked yet. The bytes that the lanes read fill chunks, each
-// from its last byte to its first:
+// is. A segment's first row has its entry saved and replaced by a marker. A lane that meets a
+// marker knows which segment follows its own, and takes another that none has walked yet. The
+// bytes that the lanes read fill chunks, each from its last byte to its first:
 //
 //   | lane 0 | lane 1 | ... | lane 31 | lane 0 | lane 1 | ...
 //
@@ -34,8 +33,7 @@ constexpr std::uint32_t kLanes = 32;
 constexpr std::uint32_t kMaxSegments = 1024;
 constexpr std::uint32_t kChunkBytes = 128;
 
-// Entries from here on are markers. All others are below 256 * n, and n + kBwtTrailerBytes is
-// below 2^24.
+// Entries from here on are markers. Others are below 256 * n, and n + kBwtTrailerBytes below 2^24.
 constexpr std::uint32_t kFirstMarker = 0u - kMaxSegments;
 static_assert(kMaxSegments <= 256 * (kBwtTrailerBytes + 1));
 

@@ -20,6 +20,7 @@
 #include "sorting/rotation_sort.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -30,8 +31,7 @@ namespace {
 constexpr std::uint32_t kMinBlock = 16;
 // How many entries ahead the text is fetched from memory: 16 MB blocks gain 1.3 times.
 constexpr std::uint32_t kAhead = 32;
-// Repeats are left out where one LMS position in so many begins with the four bytes of the one
-// before.
+// Repeats are left out where one LMS position in so many begins as the one before.
 constexpr std::uint32_t kRepetitivePart = 64;
 
 // LMS positions ------------------------------------------------------------------
@@ -108,9 +108,7 @@ void fetch_before(const LmsSort &s, std::uint32_t entry) {
 }
 
 // Where the rows of each first byte begin, and the last ones end.
-struct FirstRows {
-    std::uint32_t row[257];
-};
+using FirstRows = std::array<std::uint32_t, 257>;
 
 FirstRows find_first_rows(const LmsSort &s) {
     // Four sets of counters, so that equal neighbours do not wait for each other.
@@ -119,24 +117,24 @@ FirstRows find_first_rows(const LmsSort &s) {
         ++count[p % 4][s.text[p]];
     FirstRows first{};
     for (std::uint32_t c = 0; c < 256; ++c)
-        first.row[c + 1] = first.row[c] + count[0][c] + count[1][c] + count[2][c] + count[3][c];
+        first[c + 1] = first[c] + count[0][c] + count[1][c] + count[2][c] + count[3][c];
     return first;
 }
 
-// Puts the L positions in their rows. Among the rows of a first byte they come first. The pass goes
-// upwards: an entry whose preceding byte is not smaller than its own first byte leads to an L
-// position. (An LMS position always does.) lms: the sorted LMS positions.
+// Puts the L positions in their rows, the first ones of each first byte. Upwards: an entry leads to
+// an L position when its preceding byte is not smaller than its first. (That of an LMS position
+// always is larger.) lms: the sorted LMS positions.
 void induce_l(const LmsSort &s, const std::uint32_t *lms, const FirstRows &first,
               std::uint32_t *rows) {
     std::uint32_t next[256]; // by first byte, the next row to fill
-    std::copy_n(first.row, 256, next);
+    std::copy_n(first.begin(), 256, next);
     const auto induce = [&](std::uint32_t entry, std::uint32_t c) {
         const std::uint32_t preceding = preceding_byte(entry);
         if (preceding >= c) rows[next[preceding]++] = entry_before(s, entry);
     };
     std::uint32_t i = 0;
     for (std::uint32_t c = 0; c < 256; ++c) {
-        for (std::uint32_t row = first.row[c]; row < next[c]; ++row) {
+        for (std::uint32_t row = first[c]; row < next[c]; ++row) {
             fetch_before(s, rows[row + kAhead < s.n ? row + kAhead : row]);
             induce(rows[row], c);
         }
@@ -147,23 +145,22 @@ void induce_l(const LmsSort &s, const std::uint32_t *lms, const FirstRows &first
     }
 }
 
-// Puts the S positions in all other rows. The pass goes downwards: an S entry whose preceding byte
-// is not larger than its first leads to an S position, an L entry whose preceding byte is smaller
-// does, too.
+// Puts the S positions in all other rows. Downwards: an S entry leads to an S position when its
+// preceding byte is not larger than its first, an L entry when it is smaller.
 void induce_s(const LmsSort &s, const FirstRows &first, std::uint32_t *rows) {
     std::uint32_t next[256]; // by first byte, the row behind the next one to fill
-    std::copy_n(first.row + 1, 256, next);
+    std::copy_n(first.begin() + 1, 256, next);
     const auto induce = [&](std::uint32_t entry, std::uint32_t limit) {
         const std::uint32_t preceding = preceding_byte(entry);
         if (preceding < limit) rows[--next[preceding]] = entry_before(s, entry);
     };
     for (std::uint32_t c = 256; c-- > 0;) {
-        std::uint32_t row = first.row[c + 1];
+        std::uint32_t row = first[c + 1];
         for (; row > next[c]; --row) {
             fetch_before(s, rows[row > kAhead ? row - 1 - kAhead : 0]);
             induce(rows[row - 1], c + 1);
         }
-        for (; row > first.row[c]; --row) {
+        for (; row > first[c]; --row) {
             fetch_before(s, rows[row > kAhead ? row - 1 - kAhead : 0]);
             induce(rows[row - 1], c);
         }
@@ -178,9 +175,8 @@ void copy_text(const std::uint8_t *block, std::uint32_t n, std::uint8_t *text) {
 }
 static_assert(kTextBefore + kTextAfter <= kBwtRoom);
 
-// The pair region behind the buffers, at the first address aligned to 8 bytes behind what is in use
-// of the upper one. Of the region's 4 * capacity bytes at most 2 * capacity + 7 lie before it, so
-// that there are 2 * n bytes at least.
+// The pair region behind what is in use of its buffers, aligned to 8 bytes. At most 2 * capacity +
+// 7 of its 4 * capacity bytes are before, so that 2 * n are left.
 std::uint32_t *behind_buffers(const SortArrays &arrays, const std::uint8_t *upper_buffer,
                               std::uint32_t n) {
     const std::uintptr_t used = reinterpret_cast<std::uintptr_t>(upper_buffer) + n + kBwtRoom -
@@ -198,14 +194,12 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
     std::uint32_t *const index_array = arrays.index_array;
     std::uint32_t *const spare =
         behind_buffers(arrays, std::max<const std::uint8_t *>(block, scratch), n);
-    std::uint32_t *const bucket_ends = arrays.model_area;
 
     LmsSort s{};
     s.text = scratch + kTextBefore;
     s.n = n;
-    // Two arrays of n bits and three of n / 2, each with a word for the rest:
-    // 2 * (n / 32 + 1) + 3 * (n / 64 + 1) <= n / 8 + kBwtMoreBitWords words.
-    static_assert(2 + 3 <= kBwtMoreBitWords);
+    // Two arrays of n bits, three of n / 2: 2 * (n / 32 + 1) + 3 * (n / 64 + 1) <= n / 8 + 5 words.
+    static_assert(kBwtMoreBitWords >= 5);
     s.marks = arrays.bit_array;
     s.tie_marks = s.marks + bitmap_words(n);
     s.repeats = s.tie_marks + bitmap_words(n / 2);
@@ -216,9 +210,9 @@ bool sort_by_induction(const SortArrays &arrays, const std::uint8_t *block, std:
 
     s.count = mark_lms(s);
     std::fill(s.tie_marks, more_marks, 0);
-    if (s.count > 0) fill_buckets(s, bucket_ends);
+    if (s.count > 0) fill_buckets(s, arrays.model_area);
     if (s.count == 0) return false;
-    sort_lms(s, bucket_ends);
+    sort_lms(s, arrays.model_area);
     for (std::uint32_t i = 0; i < s.count; ++i) {
         LmsEntry entry; // the two arrays share their place
         std::memcpy(&entry, s.entries + i, sizeof entry);

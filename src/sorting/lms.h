@@ -7,12 +7,9 @@
 //   m i s s i s s i p p i        pieces: "iss", "iss", "ipp", "im"
 //     *     *     *     *
 //
-// They are sorted in three steps:
-//
-//   lms_repeats.cpp   Where a piece is repeated again and again, most of its LMS positions are
-//                     left out. At the end they are put back.
-//   lms_sort.cpp      The others are sorted by their bytes as far as is worth it.
-//   lms_ties.cpp      What is tied then is decided by the LMS positions that follow.
+// Where a piece is repeated again and again, most of its LMS positions are left out until the end
+// (lms_repeats.cpp). The others are sorted by their bytes as far as is worth it (lms_sort.cpp).
+// What is tied then is decided by the LMS positions that follow (lms_ties.cpp).
 #pragma once
 
 #include "base/bits.h"
@@ -40,18 +37,17 @@ constexpr std::uint32_t kTextBuckets = 65536;
 // Eight bytes are read from any position, or from kBucketDepth behind it.
 static_assert(kBucketDepth + 8 <= kTextAfter + 1);
 
-// What the steps share. sort_by_induction (induced_sort.cpp) sets up the arrays and marks.
+// What the steps share. induced_sort.cpp sets up the arrays and the marks.
 struct LmsSort {
     const std::uint8_t *text; // the block; text[-kTextBefore .. n + kTextAfter - 1] is readable
     std::uint32_t n;
-    std::uint32_t count;         // of LMS positions, at most n / 2; changed by lms_repeats
-    bool without_repeats;        // set by leave_out_repeats
-    std::uint32_t left_out;      // how many leave_out_repeats has taken from `count`
+    std::uint32_t count;         // of LMS positions, without those left out
+    bool without_repeats;        // leave_out_repeats has been called
+    std::uint32_t left_out;      // how many it has taken from `count`
     std::uint32_t *marks;        // bits, by position: an LMS position that is not left out
     std::uint32_t *repeats;      // bits, by position / 2: the LMS position before is repeated
     std::uint32_t *falls;        // bits, by position / 2: the run with this end falls
-    std::uint32_t *tie_marks;    // bits, by place in the sorted order: tied with the one before;
-                                 // set by sort_lms, as the next two
+    std::uint32_t *tie_marks;    // bits, by place in the sorted order: tied with the one before
     std::uint32_t ties;          // the number of tie_marks
     std::uint32_t largest_group; // the most LMS positions that are tied with each other
     LmsEntry *entries;           // n / 2 entries
@@ -91,21 +87,21 @@ inline std::uint32_t matching_bytes(const LmsSort &s, std::uint32_t p, std::uint
     return limit;
 }
 
-// The bucket of the rotation p: its first two bytes.
+// The first two bytes of the rotation p.
 inline std::uint32_t bucket(const LmsSort &s, std::uint32_t p) {
     return s.text[p] * 256u + s.text[p + 1];
 }
 
-// Leaves out all LMS positions of each run of repeats but its first one and its end. repeats and
-// falls must be clear. bucket_sizes: the number of LMS positions in each bucket, before and after.
-// None may be left of a periodic block.
+// Leaves out all LMS positions of each run of repeats but the first and the end; of a periodic
+// block perhaps all. repeats and falls must be clear. bucket_sizes: the number of LMS positions in
+// each bucket, before and after.
 void leave_out_repeats(LmsSort &s, std::uint32_t *bucket_sizes);
 
-// Sorts the entries. They must be in the order of their buckets, with the bytes behind the first
-// two as keys. bucket_ends tells where the entries of each of the kTextBuckets end. tie_marks
-// must be clear. LMS positions that are tied with each other have pieces of the same length.
-// One and the next in the block are tied only when both begin with the same four bytes and
-// repeats have not been looked for, or when the block is a piece twice.
+// Sorts the entries, which must be in the order of their buckets, with the next five bytes as keys.
+// bucket_ends: where the entries of each bucket end. tie_marks must be clear.
+// LMS positions that are tied with each other have pieces of the same length. One and the next in
+// the block are tied only when both begin with the same four bytes and repeats have not been left
+// out, or when the block is a piece twice.
 void sort_lms(LmsSort &s, const std::uint32_t *bucket_ends);
 
 // Decides the ties. places: n entries; the first `count` are the sorted LMS positions, before and
@@ -115,8 +111,8 @@ void sort_lms(LmsSort &s, const std::uint32_t *bucket_ends);
 [[nodiscard]] bool break_ties(const LmsSort &s, std::uint32_t *places, std::uint32_t *spare,
                               std::uint32_t *marks);
 
-// Puts the LMS positions that were left out between the sorted ones. places: the sorted ones.
-// all: room for all, elsewhere. `count` includes all afterwards.
+// Puts the LMS positions that were left out between the sorted `places`. all: room for all,
+// elsewhere. `count` includes them afterwards.
 void put_back_repeats(LmsSort &s, const std::uint32_t *places, std::uint32_t *all);
 
 } // namespace velk

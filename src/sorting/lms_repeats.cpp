@@ -2,21 +2,16 @@
 //
 // An LMS position with a piece of L bytes is repeated when the text has the period L for 3 L bytes
 // from it on. Then the next piece has L bytes, too: 2 L bytes tell where a piece ends. So repeated
-// LMS positions follow one another in runs. The first one behind them that is not repeated is the
-// run's end. Of a run only the first LMS position and the end are sorted.
+// LMS positions follow one another in runs; the next one that is not repeated is the run's end. Of
+// a run only the first LMS position and the end are sorted.
 //
 // Take all LMS positions that begin with the same piece. Each has the period L for a while. The
 // byte that breaks it is smaller than the period would have it (the LMS position falls) or larger
 // (it rises). The later one falls, the larger it is; the later one rises, the smaller. Equally late
-// ones are in the order of the LMS positions L bytes behind. So the sorted order is:
-//
-//   those that fall and are not repeated, with the ends of runs among the last
-//   the repeated ones that fall
-//   the repeated ones that rise
-//   those that rise and are not repeated, with the ends of runs among the first
-//
-// The ends put their runs back as in induced sorting: each position in sorted order leads to the
-// one L bytes before it.
+// ones are in the order of the LMS positions L bytes behind. So the sorted order is: those that
+// fall and are not repeated, the ends of runs among the last; the repeated ones that fall; the
+// repeated ones that rise; the others, the ends of runs among the first. The ends put their runs
+// back as in induced sorting: each position in sorted order leads to the one L bytes before it.
 #include "base/bits.h"
 #include "base/byte_order.h"
 #include "base/prefetch.h"
@@ -36,10 +31,10 @@ bool is_repeat(const LmsSort &s, std::uint32_t p) {
     return get_bit(s.repeats, p / 2);
 }
 
-// Puts back the runs that fall, upwards from the least LMS position, or those that rise,
-// downwards from the largest. places: `count` sorted LMS positions. all: room for all_count,
-// filled from the end where the walk begins. It may hold `places` at its other end when it gets
-// full: none is written over before it has been read. Returns how many are in `all`.
+// Puts back the runs that fall, upwards from the least of the `count` sorted places, or those that
+// rise, downwards from the largest. all: room for all_count, filled from the same end. It may hold
+// `places` at its other end when it gets full: none is written over before it has been read.
+// Returns how many are in `all`.
 template<bool upwards>
 std::uint32_t put_back(const LmsSort &s, const std::uint32_t *places, std::uint32_t count,
                        std::uint32_t *all, std::uint32_t all_count) {
@@ -58,9 +53,8 @@ std::uint32_t put_back(const LmsSort &s, const std::uint32_t *places, std::uint3
         // From the first end of these runs up to the runs' first LMS positions, all places begin
         // with the piece twice. So `length` bytes behind each is an LMS position.
         if (runs > 0 && is_repeat(s, after(s, p, length))) {
-            // p and the next places are the first LMS positions of the runs, one of each. They
-            // are passed over here and put in with their runs: each result leads to the position
-            // before it, if that is repeated.
+            // p and the next places are the first LMS positions of the runs. They are put in with
+            // their runs: each result leads to the position before it, if that is repeated.
             i += runs - 1;
             runs = 0;
             for (; first < next; ++first) {

@@ -20,8 +20,7 @@ constexpr std::uint32_t kMinTieDepth = 40;
 constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
 
 // How many bytes from the LMS position p on determine its piece: all LMS positions that agree in
-// so many have pieces of the same length, and are repeated or not as p is, in runs of the same
-// length.
+// so many have pieces of the same length, and are repeated as often as p is.
 std::uint32_t piece_depth(const LmsSort &s, std::uint32_t p) {
     const std::uint32_t q = next_lms(s, p);
     // Whether q is an LMS position shows in the first byte behind it that differs: it is larger.

@@ -1,18 +1,17 @@
 // Decides the order of tied LMS positions by prefix doubling (U. Manber, G. Myers, "Suffix arrays:
 // a new method for on-line string searches", 1993).
 //
-// LMS positions are numbered in the order of the block, so that number k + 1 is behind number k.
-// When few are tied, only those and the ones right behind one are kept: no other is equal to an
-// untied one, so comparisons end there. The kept ones have rows, in the order known so far. Those
-// tied with each other are a group of rows. The first row of a group is the name of all in it.
+// LMS positions are numbered in the order of the block. When few are tied, only those and the ones
+// right behind one are kept: comparisons end at an untied one. The kept ones have rows, in the
+// order known so far. A group is the rows of those tied with each other, its first row their name.
 //
-// A pass sorts each group by the names of the LMS positions h behind those in it. What is tied
-// afterwards agrees in 2 h pieces, and h doubles for the next pass. So log n passes break all ties,
-// unless the block is periodic. Very regular blocks, as Fibonacci strings, need all of them.
+// A pass sorts each group by the names that are h numbers behind. What is tied afterwards agrees in
+// 2 h pieces, and h doubles for the next pass. So log n passes break all ties, unless the block is
+// periodic. Very regular blocks, as Fibonacci strings, need all of them.
 //
 // A pass goes backwards through the block: names are best known when the groups further back have
-// been sorted. A long repeat then costs one step for each of its LMS positions, once its end is
-// known to be larger or smaller. Real data hardly ever needs a second pass.
+// been sorted. A long repeat then costs one step for each of its LMS positions. Real data hardly
+// ever needs a second pass.
 #include "base/bits.h"
 #include "base/prefetch.h"
 #include "sorting/distinct_sort.h"
@@ -50,7 +49,7 @@ struct Ties {
     std::uint32_t *rows;        // the number of the LMS position there, kTied, kVisited
     std::uint32_t *name;        // by number
     std::uint64_t *scratch;     // scratch_size entries
-    std::uint32_t scratch_size; // at least the rows of the largest group
+    std::uint32_t scratch_size; // no group has more rows: break_ties refuses those
     std::uint32_t h;            // tied LMS positions are known to agree in so many pieces
 
     std::uint32_t number(std::uint32_t row) const { return rows[row] & kNumberMask; }
@@ -78,8 +77,7 @@ void refine_pair(const Ties &t, std::uint32_t begin) {
     t.name[second] = begin + 1;
 }
 
-// Sorts the group of number k. Returns the steps. once: what it is split into counts as sorted,
-// too.
+// Sorts the group of number k. Returns the steps. once: its parts count as sorted, too.
 std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     const std::uint32_t begin = t.name[k];
     if (!t.is_tied(begin + 2)) {
@@ -91,7 +89,7 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     const std::uint32_t usual = once ? t.name_after(t.number(begin)) : begin;
     std::uint32_t *same = t.rows + begin;
     std::uint32_t end = begin;
-    std::uint32_t m = 0; // the others
+    std::uint32_t m = 0; // the others, at most scratch_size
     std::uint32_t lower = 0;
     do {
         const std::uint32_t l = t.number(end++);
@@ -99,7 +97,6 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
         if (after == usual) {
             *same++ = l | kTied;
         } else {
-            assert(m < t.scratch_size); // which break_ties sees to
             t.scratch[m++] = std::uint64_t{after} << 32 | l;
             lower += after < usual;
         }
@@ -130,9 +127,8 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     return (end - begin) * static_cast<std::uint32_t>(std::bit_width(end - begin));
 }
 
-// One pass. Sorts each group when the last of its LMS positions is met. While the budget of steps
-// lasts, the groups that it is split into are sorted again in the same way. So what is tied in the
-// end had the same names h behind, and agrees in 2 h pieces.
+// One pass. Sorts each group when the last of its LMS positions is met and, while the budget of
+// steps lasts, its parts in the same way. What is tied then had the same names h behind.
 void refine_backwards(const Ties &t, std::uint32_t &budget) {
     for (std::uint32_t k = t.count; k-- > 0;) {
         if (k >= 2 * kAhead) prefetch(t.rows, 4u * t.name[k - 2 * kAhead]);
@@ -147,8 +143,7 @@ void refine_backwards(const Ties &t, std::uint32_t &budget) {
     }
 }
 
-// Sorts the groups until only numbers are left in the rows. Returns false when ties can't be
-// broken. h stays below 2^24.
+// Sorts the groups until the rows hold numbers alone. Returns false when ties can't be broken.
 bool refine(Ties &t, std::uint32_t ties) {
     std::uint32_t budget = kMaxWork * t.count;
     for (t.h = 1; ties > 0; t.h *= 2) {
@@ -194,8 +189,7 @@ std::uint32_t make_rows(const LmsSort &s, const std::uint32_t *places, const std
         const std::uint32_t p = places[i];
         const KeptWord word = words[p / 32];
         if ((word.bits >> p % 32 & 1) == 0) continue;
-        const std::uint32_t below = word.bits & ~(~0u << p % 32);
-        const std::uint32_t k = word.before + count_ones(below);
+        const std::uint32_t k = word.before + count_ones(word.bits & ~(~0u << p % 32));
         const bool tied = get_bit(s.tie_marks, i);
         if (!tied) first = row;
         name[k] = first;
@@ -208,7 +202,8 @@ std::uint32_t make_rows(const LmsSort &s, const std::uint32_t *places, const std
 
 bool break_ties(const LmsSort &s, std::uint32_t *places, std::uint32_t *spare,
                 std::uint32_t *marks) {
-    // Groups only get smaller, so that none will outgrow the scratch.
+    // What keeps refine_group inside the scratch: groups only get smaller. (None is too large where
+    // fill_buckets is right.)
     const std::uint32_t scratch_size = s.n / 4;
     if (s.largest_group > scratch_size) return false;
     // Each tie keeps at most two LMS positions and the one behind each. So 4 * ties rows and as
@@ -218,19 +213,17 @@ bool break_ties(const LmsSort &s, std::uint32_t *places, std::uint32_t *spare,
     std::uint32_t *const rows = few ? places + s.count : places;
     std::uint32_t *const name = few ? rows + 4 * s.ties : places + s.count;
     if (few) mark_kept(s, places, kept);
-    // One KeptWord takes as many bytes as 4 of the 32 positions have in the spare.
     assert(bitmap_words(s.n) * sizeof(KeptWord) <= s.n / 2 * sizeof *spare);
     const std::uint32_t count =
         make_rows(s, places, kept, reinterpret_cast<KeptWord *>(spare), rows, name);
 
     Ties ties = {count, rows, name, s.scratch, scratch_size, 1};
     if (!refine(ties, s.ties)) return false;
-    std::uint32_t *const position = spare;
-    std::uint32_t *next = position;
+    std::uint32_t *next = spare; // the positions by number
     for_each_bit(kept, s.n, [&](std::uint32_t p) { *next++ = p; });
     const std::uint32_t *row = rows;
     for (std::uint32_t i = 0; i < s.count; ++i) {
-        if (!few || get_bit(kept, places[i])) places[i] = position[*row++];
+        if (!few || get_bit(kept, places[i])) places[i] = spare[*row++];
     }
     return true;
 }

@@ -1,9 +1,8 @@
 // The ways of sorting a block's cyclic rotations.
 //
-// `sort_by_induction` is fast and sorts every block whose rotations all differ.
-// `sort_by_tripling` sorts any block. For a periodic one, a shorter block repeated, it
-// fixes the order of equal rotations, which is part of the archive format. It gives up
-// the blocks on which it would take quadratic time. `sort_by_period` sorts those.
+// `sort_by_induction` is fast and sorts every block whose rotations all differ. In a periodic one,
+// a shorter block repeated, `sort_by_tripling` fixes the order of equal rotations, which is part of
+// the archive format. It gives up where it would take quadratic time; there `sort_by_period` does.
 //
 // All leave the block as it was. The sorted rotations are in the index array as row entries:
 //
@@ -26,7 +25,7 @@ inline std::uint8_t preceding_byte(std::uint32_t entry) {
     return static_cast<std::uint8_t>(entry >> 24);
 }
 
-// Of a row entry, or of another number with the position in its low 24 bits.
+// Of any number with a position in its low 24 bits.
 inline std::uint32_t position_of(std::uint64_t entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
 }

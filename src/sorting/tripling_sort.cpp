@@ -1,23 +1,21 @@
 // Prefix-tripling sort of cyclic rotations.
 //
-// A counting sort on the first two bytes and a quicksort of the third give groups of
-// rotations that are equal in h = 3 bytes. Each pass then refines every group by the
-// ranks of the rotations that begin h and 2h bytes later, which triples h. (After
-// J. Larsson, K. Sadakane, "Faster suffix sorting", 1999, with two keys a pass.)
+// A counting sort on the first two bytes and a quicksort of the third give groups of rotations that
+// are equal in h = 3 bytes. Each pass then refines every group by the ranks of the rotations that
+// begin h and 2h bytes later, which triples h. (After J. Larsson, K. Sadakane, "Faster suffix
+// sorting", 1999, with two keys a pass.)
 //
 //   row array     row r:      | b[p-1] (8) | p (24) |, p the rotation in row r
 //   rank array    position p: the first row of the group of rotation p
 //   group bitmap  bit r:      row r begins a group; bit n is always set
 //
-// The rank array takes the whole pair region, the block included, which the row entries
-// then restore: they hold all its bytes.
+// The rank array takes the whole pair region, and so the place of the block. The row entries hold
+// all bytes of the block, and restore it in the end.
 //
-// Where the order of equal elements decides the order of equal rotations, and with it
-// the primary index, every step is part of the format: the quicksorts' pivots and
-// exchanges, the insertion sort's gap, the order of the groups.
-//
-// A block can be made to meet the quicksort's worst pivots at every partition. So the sort
-// counts its steps and gives up beyond a limit, which is part of the format, too.
+// How equal keys are ordered decides the order of equal rotations, and so the primary index. So
+// every step is part of the format: the quicksorts' pivots and exchanges, the insertion sort's gap,
+// the order of the groups. A block can be made that meets the worst pivots at every partition. So
+// the sort counts its steps and gives up beyond a limit, which is part of the format, too.
 #include "base/bits.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
@@ -243,7 +241,7 @@ bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     s.ranks = arrays.pair_region;
     s.group_bits = arrays.bit_array;
     s.triples = reinterpret_cast<Triple *>(arrays.model_area);
-    s.quicksort.waiting = s.group_bits + bitmap_words(n);
+    s.quicksort.waiting = s.group_bits + bitmap_words(n); // 3 * n / 32 + 2 words in all
     s.quicksort.steps_left = max_steps(n);
     std::memset(s.group_bits, 0, (bitmap_words(n) + bitmap_words(2 * n)) * sizeof *s.group_bits);
 
