@@ -6,8 +6,7 @@
 //   | block (n) | 0 |                                 off: n + 1 bytes
 //
 // The last column holds, for every rotation in sorted order, the byte that precedes it. The primary
-// index is the row of the rotation that begins at the block's second byte, counted from 1. (It is 1
-// for n = 1.)
+// index is the row, from 1, of the rotation that begins at the block's second byte (1 for n = 1).
 #pragma once
 
 #include <cstdint>

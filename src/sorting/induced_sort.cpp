@@ -99,7 +99,8 @@ std::uint32_t entry_of(const LmsSort &s, std::uint32_t p) {
 
 // The row entry of the position before an entry's.
 std::uint32_t entry_before(const LmsSort &s, std::uint32_t entry) {
-    return entry_of(s, position_before(position_of(entry), s.n));
+    const std::uint32_t p = position_of(entry);
+    return entry_of(s, (p == 0 ? s.n : p) - 1);
 }
 
 // Gets the text before an entry's position ready.

@@ -30,11 +30,6 @@ inline std::uint32_t position_of(std::uint64_t entry) {
     return static_cast<std::uint32_t>(entry) & kPositionMask;
 }
 
-// The position before p in the cyclic block.
-inline std::uint32_t position_before(std::uint32_t p, std::uint32_t n) {
-    return (p == 0 ? n : p) - 1;
-}
-
 // The work arrays that bwt_forward is lent; sorting/bwt.h tells their sizes.
 struct SortArrays {
     std::uint32_t *pair_region;

@@ -97,6 +97,11 @@ void set_ranks(Sorter &s, std::uint32_t first, std::uint32_t end) {
     }
 }
 
+// The position before p.
+std::uint32_t before(const Sorter &s, std::uint32_t p) {
+    return (p == 0 ? s.n : p) - 1;
+}
+
 // Counting sort on two bytes. The first two bytes of the block are repeated at its end.
 void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next) {
     const auto bucket = [&](std::uint32_t p) { return block[p] * 256u + block[p + 1]; };
@@ -110,7 +115,7 @@ void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next) {
     }
     set_bit(s.group_bits, s.n);
     for (std::uint32_t p = 0; p < s.n; ++p)
-        s.rows[next[bucket(p)]++] = row_entry(block[position_before(p, s.n)], p);
+        s.rows[next[bucket(p)]++] = row_entry(block[before(s, p)], p);
 }
 
 void sort_third_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t first,
@@ -254,7 +259,7 @@ bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     run_passes(s);
     for (std::uint32_t row = 0; row < n; ++row) {
         const std::uint32_t entry = s.rows[row];
-        block[position_before(position_of(entry), n)] = preceding_byte(entry);
+        block[before(s, position_of(entry))] = preceding_byte(entry);
     }
     return s.quicksort.steps_left >= 0;
 }
