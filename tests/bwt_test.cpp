@@ -23,7 +23,8 @@ std::vector<std::uint32_t> sorted_rows(const Bytes &block, Sort sort) {
     const std::uint32_t n = static_cast<std::uint32_t>(block.size());
     const std::uint32_t capacity = n + kForwardSlack;
     static std::vector<std::uint32_t> scratch(kSortScratchBytes / 4, 7);
-    std::vector<std::uint32_t> region(capacity), rows(n), bits(n / 8 + 10, 0xAAAAAAAAu);
+    std::vector<std::uint32_t> region(capacity), rows(n),
+        bits(n / 8 + kBwtMoreBitWords, 0xAAAAAAAAu);
     std::uint8_t *const first = reinterpret_cast<std::uint8_t *>(region.data());
     std::copy(block.begin(), block.end(), first);
     const SortArrays arrays = {region.data(), rows.data(), bits.data(), scratch.data()};
@@ -59,7 +60,8 @@ TEST(Bwt, PeriodsThatTakeTooManySteps) {
         // Equal rotations in the order of the block, with the same byte before them.
         const auto rows = sorted_rows(block, by_period), right = sorted_rows(block, sort_plainly);
         for (std::size_t r = 0; r < rows.size(); ++r) {
-            ASSERT_EQ(rows[r] >> 24, right[r] >> 24) << testing::PrintToString(block);
+            ASSERT_EQ(preceding_byte(rows[r]), preceding_byte(right[r]))
+                << testing::PrintToString(block);
             ASSERT_TRUE(r % times == 0 || rows[r - 1] < rows[r]) << testing::PrintToString(block);
         }
     }
@@ -77,7 +79,7 @@ TEST(Bwt, EqualKeysInALargeGroup) {
 }
 
 // Blocks put together from a few phrases, and runs of them, cut anywhere: rotations agree for
-// long, some valleys, many or all are tied, and some of those that repeat are left out.
+// long. Some LMS positions, many or all are tied, and some of those that repeat are left out.
 TEST(Bwt, InductionAgreesWithTripling) {
     Random random(9);
     const auto below = [&random](std::size_t n) {
@@ -91,7 +93,7 @@ TEST(Bwt, InductionAgreesWithTripling) {
                                   ? fibonacci(2 + length * length / 8)
                                   : random_bytes(length, 2 + random.below(1u << random.below(8)),
                                                  random.below(1u << 30)));
-            Bytes &phrase = phrases.back(); // with one valley, most often, or many
+            Bytes &phrase = phrases.back(); // with one LMS position, most often, or many
             if (random.below(2) == 0) std::sort(phrase.begin(), phrase.end());
         }
         Bytes block;

@@ -59,7 +59,7 @@ Bytes forward_bwt(const Bytes &block) {
     static Words scratch(kSortScratchBytes / 4, 7);
     const std::uint32_t n = static_cast<std::uint32_t>(block.size());
     const std::uint32_t room = n + kForwardSlack;
-    Words region(room), rows(n), bits(n / 8 + 10, 0xAAAAAAAAu);
+    Words region(room), rows(n), bits(n / 8 + kBwtMoreBitWords, 0xAAAAAAAAu);
     Buffer in = reinterpret_cast<Buffer>(region.data());
     Buffer out = in + room;
     std::copy(block.begin(), block.end(), in);

@@ -5,9 +5,8 @@
 //   | last column (n) | primary index (4) | 1 |       applied: n + 5 bytes
 //   | block (n) | 0 |                                 off: n + 1 bytes
 //
-// The last column holds, for every rotation in sorted order, the byte that precedes
-// it. The primary index is the 1-based row of the rotation that begins at the
-// block's second byte (1 for n = 1).
+// The last column holds, for every rotation in sorted order, the byte that precedes it. The primary
+// index is the row, from 1, of the rotation that begins at the block's second byte (1 for n = 1).
 #pragma once
 
 #include <cstdint>
@@ -16,20 +15,20 @@ namespace velk {
 
 constexpr std::uint32_t kBwtTrailerBytes = 5;
 
-// Bytes of the model area that the sort needs: a number for each two-byte string, and later as
-// many triples.
+// Bytes of the model area that the sort needs: first a 32-bit number for each two-byte string,
+// then as many triples of 32-bit numbers.
 constexpr std::uint32_t kSortScratchBytes = 65536 * 12;
 // Bytes of a buffer that the sort needs behind the block.
 constexpr std::uint32_t kBwtRoom = 24;
-// Words of the bit array that the sort needs beyond one for eight bytes.
-constexpr std::uint32_t kBwtMoreBitWords = 10;
+// Words of the bit array that the sort needs beyond n / 8. induced_sort.cpp shows the sum.
+constexpr std::uint32_t kBwtMoreBitWords = 5;
 
 // Sorts the block. n: 1 to 2^24 - 1 bytes.
-// pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start.
-// capacity: at least n + kBwtRoom. index_array: n entries. Both at addresses that 64-bit numbers
-// may have. bit_array: n / 8 + kBwtMoreBitWords words. model_area: kSortScratchBytes.
-// The buffer of the block, `in`, holds it still. Equal rotations (a periodic block) come in
-// an order that sorting/tripling_sort.cpp fixes, and the primary index with them.
+// pair_region: 4 * capacity bytes, the two buffers, `capacity` bytes each, at its start. capacity:
+// at least n + kBwtRoom. index_array: n entries. The addresses of both are multiples of 8.
+// bit_array: n / 8 + kBwtMoreBitWords words. model_area: kSortScratchBytes.
+// `in` holds the block afterwards, too. sorting/tripling_sort.cpp fixes the order of the equal
+// rotations of a periodic block, and so the primary index.
 void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::uint32_t *bit_array,
                  std::uint32_t *model_area, std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out,
                  std::uint32_t &out_len, std::uint8_t bwt_off);

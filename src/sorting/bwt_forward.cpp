@@ -22,8 +22,8 @@ void bwt_forward(std::uint32_t *pair_region, std::uint32_t *index_array, std::ui
 
     std::uint32_t primary_index = 1;
     for (std::uint32_t row = 0; row < n; ++row) {
-        out[row] = static_cast<std::uint8_t>(index_array[row] >> 24);
-        if ((index_array[row] & kPositionMask) == 1) primary_index = row + 1;
+        out[row] = preceding_byte(index_array[row]);
+        if (position_of(index_array[row]) == 1) primary_index = row + 1;
     }
     put_u32(out + n, primary_index);
     out[n + 4] = 1;

@@ -7,10 +7,9 @@
 //
 // A walk waits for memory at every step. So it is cut into segments, and 32 lanes walk in
 // lockstep, each a segment of its own: 6 to 14 times as fast as one walk, by how busy memory
-// is. The entries of the rows where segments start are saved and replaced by markers; a
-// lane that meets a marker has found that the marker's segment follows its own, and takes
-// another that no lane has walked yet. What the lanes read fills chunks, each from its last
-// byte to its first:
+// is. A segment's first row has its entry saved and replaced by a marker. A lane that meets a
+// marker knows which segment follows its own, and takes another that none has walked yet. The
+// bytes that the lanes read fill chunks, each from its last byte to its first:
 //
 //   | lane 0 | lane 1 | ... | lane 31 | lane 0 | lane 1 | ...
 //
@@ -34,39 +33,38 @@ constexpr std::uint32_t kLanes = 32;
 constexpr std::uint32_t kMaxSegments = 1024;
 constexpr std::uint32_t kChunkBytes = 128;
 
-// Entries from here on are markers. All others are below n * 256, and with its trailer the
-// column is shorter than 2^24 bytes.
+// Entries from here on are markers. Others are below 256 * n, and n + kBwtTrailerBytes below 2^24.
 constexpr std::uint32_t kFirstMarker = 0u - kMaxSegments;
 static_assert(kMaxSegments <= 256 * (kBwtTrailerBytes + 1));
 
-// With every step, each lane reads a byte.
+// Steps are counted from the start of all walks. In each, every lane reads a byte.
 struct Segment {
-    std::uint32_t entry; // the saved entry of its first row
-    std::uint32_t begin; // the number of steps when its lane begins it,
-    std::uint32_t end;   // and when it has walked it
+    std::uint32_t entry; // of its first row, where the marker is now
+    std::uint32_t begin; // the first step of its lane in it
+    std::uint32_t end;   // the first step behind it
     std::uint32_t next;  // the segment that follows
-    std::uint32_t lane;
+    std::uint32_t lane;  // the number of the lane that walked it
 };
 
 struct Lane {
     std::uint32_t entry; // of the row that it has come to
     std::uint32_t number;
     std::uint32_t segment;
-    bool idle;
+    bool idle; // no segment was left for it
 };
 
-// A time during which the same lanes are at work and fill the chunks in turn.
+// A time during which the same lanes are at work. Each fills one chunk in every kChunkBytes steps.
 struct Epoch {
-    std::uint32_t begin; // its first step
-    std::uint32_t chunk; // its first chunk
-    std::uint32_t lanes;
-    std::uint32_t turn[kLanes]; // by the number of a lane
+    std::uint32_t begin;         // its first step
+    std::uint32_t chunk;         // its first chunk
+    std::uint32_t lanes;         // at work
+    std::uint32_t place[kLanes]; // by the number of a lane: its place among those at work
 };
 
 struct Walks {
-    std::uint32_t starts = 0;    // segments
-    std::uint32_t begun = 0;     // those that a lane has begun
-    std::uint32_t all_lanes = 0; // at the start
+    std::uint32_t starts = 0;    // the number of segments
+    std::uint32_t begun = 0;     // the number of segments that a lane has begun
+    std::uint32_t all_lanes = 0; // at work at the start
     std::uint8_t *buffer;
     std::uint8_t first_chunks[kLanes * kChunkBytes];
     Segment segment[kMaxSegments];
@@ -103,9 +101,9 @@ void make_lf_vector(const std::uint8_t *last_column, std::uint32_t n, std::uint3
     });
 }
 
-// Sets the markers: the primary row's segment is the first; a row of each of the other equal
-// parts of the vector starts one more. Where in its part, varies: rows at equal distances
-// lie close together in blocks of a regular structure.
+// Sets the markers. The first segment starts at the primary row, and one more at a row of each
+// of the other equal parts of the vector. The place in the part varies: in blocks of a regular
+// structure, rows at equal distances lie close together on the walk.
 void cut(std::uint32_t *lf, std::uint32_t n, std::uint32_t primary_row, Walks &w) {
     for (std::uint32_t i = 0; i < kMaxSegments; ++i) {
         const std::uint64_t row = (std::uint64_t{i} * n + i * 0x9E3779B1u % n) / kMaxSegments;
@@ -125,9 +123,9 @@ std::uint32_t begin(Walks &w, Lane &lane, std::uint32_t step) {
     return s.entry;
 }
 
-// A lane has met the marker of `next`. Returns the entry with which it goes on: a new
-// segment's, or, if there is none, that of the row with the marker.
-std::uint32_t turn(Walks &w, Lane &lane, std::uint32_t next, std::uint32_t step) {
+// The lane has met the marker of segment `next`. Returns the entry with which it goes on: that of
+// a new segment or, if none is left, that of the row with the marker.
+std::uint32_t meet_marker(Walks &w, Lane &lane, std::uint32_t next, std::uint32_t step) {
     if (!lane.idle) {
         w.segment[lane.segment].end = step;
         w.segment[lane.segment].next = next;
@@ -137,14 +135,15 @@ std::uint32_t turn(Walks &w, Lane &lane, std::uint32_t next, std::uint32_t step)
     return w.segment[next].entry;
 }
 
-// A lane wastes less than a chunk: behind the first of each lane, n / kChunkBytes are enough.
+// In its last chunk a lane wastes less than all of it. So behind the first chunk of each lane,
+// n / kChunkBytes are enough, and the buffer holds them.
 std::uint8_t *chunk_at(Walks &w, std::uint32_t chunk) {
     return chunk < w.all_lanes ? w.first_chunks + chunk * kChunkBytes
                                : w.buffer + (chunk - w.all_lanes) * kChunkBytes;
 }
 
-// Has the lanes at work fill a chunk each. Without the prefetch it takes 1.2 times as long; so
-// it does as part of its caller, whose variables then take the registers.
+// Has the lanes at work fill a chunk each. Without the prefetch it takes 1.2 times as long, and
+// as much when inlined: the caller's variables then take the registers.
 [[gnu::noinline]] void fill_chunks(Walks &w, std::uint32_t lanes, const std::uint32_t *lf,
                                    std::uint8_t *chunks, std::uint32_t step) {
     for (std::uint32_t k = 1; k <= kChunkBytes; ++k) {
@@ -153,14 +152,14 @@ std::uint8_t *chunk_at(Walks &w, std::uint32_t chunk) {
             chunks[(i + 1) * kChunkBytes - k] = static_cast<std::uint8_t>(entry);
             entry = lf[entry >> 8];
             if (entry >= kFirstMarker) [[unlikely]]
-                entry = turn(w, w.lane[i], entry - kFirstMarker, step + k);
+                entry = meet_marker(w, w.lane[i], entry - kFirstMarker, step + k);
             prefetch(lf, std::uintptr_t{entry >> 8} * 4);
             w.lane[i].entry = entry;
         }
     }
 }
 
-// Walks all segments. Every step of a lane that is not idle takes a row of its own.
+// Walks all segments. All steps of lanes that are not idle take different rows.
 void walk_segments(Walks &w, const std::uint32_t *lf) {
     std::uint32_t lanes = std::min(w.starts, kLanes);
     w.all_lanes = lanes;
@@ -173,7 +172,7 @@ void walk_segments(Walks &w, const std::uint32_t *lf) {
     for (Epoch *epoch = w.epoch;; ++epoch) {
         *epoch = {step, chunk, lanes, {}};
         for (std::uint32_t i = 0; i < lanes; ++i)
-            epoch->turn[w.lane[i].number] = i;
+            epoch->place[w.lane[i].number] = i;
         if (lanes == 0) return;
         for (; lanes == epoch->lanes; step += kChunkBytes, chunk += epoch->lanes) {
             fill_chunks(w, lanes, lf, chunk_at(w, chunk), step);
@@ -197,7 +196,7 @@ std::uint32_t stitch(Walks &w, std::uint8_t *block_end) {
             while (epoch[1].begin <= step)
                 ++epoch;
             const std::uint32_t row = (step - epoch->begin) / kChunkBytes;
-            const std::uint32_t chunk = epoch->chunk + row * epoch->lanes + epoch->turn[s.lane];
+            const std::uint32_t chunk = epoch->chunk + row * epoch->lanes + epoch->place[s.lane];
             const std::uint32_t rest = kChunkBytes - step % kChunkBytes;
             bytes = std::min(rest, s.end - step);
             to -= bytes;
@@ -217,8 +216,8 @@ void walk_in_lanes(std::uint32_t *lf, std::uint32_t n, std::uint32_t primary_row
     cut(lf, n, primary_row, walks);
     walk_segments(walks, lf);
 
-    // The first byte is at the end until all are there. A cycle shorter than the block
-    // (of a periodic block or a damaged column) is gone round again and again.
+    // The block's first byte is at block[n] until the end. A cycle shorter than the block (of a
+    // periodic block or a damaged column) is repeated.
     const std::uint32_t cycle = stitch(walks, block + n + 1);
     for (std::uint32_t p = n - cycle; p > 0; --p)
         block[p] = block[p + cycle];

@@ -1,5 +1,5 @@
-// Large sets are split by bits of the numbers, those of some hundreds are sorted by a quicksort,
-// those of up to 16, which are most, by a sorting network.
+// Large sets are split by bits of the numbers. Sets of some hundreds are sorted by a quicksort,
+// those of up to 16, most of all, by a sorting network.
 #include "sorting/distinct_sort.h"
 
 #include <algorithm>
@@ -12,13 +12,13 @@ namespace {
 
 constexpr std::uint32_t kMaxNetwork = 16;
 constexpr std::uint32_t kMaxQuicksort = 256;
-// More numbers are first split by so many of their bits, the highest in which any differ. Keys of
-// text and names differ in few: splitting by bytes takes tables 5 to 10 % longer, a quicksort
+// Larger sets are first split by so many bits, from the highest in which any numbers differ. Keys
+// of text and names differ in few: splitting by bytes takes tables 5 to 10 % longer, a quicksort
 // alone as much.
 constexpr std::uint32_t kSplitBits = 10;
 
 // Batcher's odd-even merge sort of 2, 4, 8 or 16 numbers: fixed exchanges and no branch
-// (a sixth less time in sorting valleys than insertion).
+// (sorting LMS positions takes a sixth less time than with insertion).
 inline void order(std::uint64_t &a, std::uint64_t &b) {
     const std::uint64_t x = a;
     const std::uint64_t y = b;
@@ -95,9 +95,9 @@ void quicksort(std::uint64_t *numbers, std::uint32_t m) {
     sort_few(numbers, m);
 }
 
-// Splits numbers, the highest of whose bits that differ is bit `width` - 1, and sorts the parts.
-// The counters stay out of the frames of the halves below. Each split takes kSplitBits of the
-// bits, so at most four of valleys' keys are open.
+// Splits numbers by their bits from bit `width` - 1, the highest in which any differ, and sorts the
+// parts. Each split takes kSplitBits of at most 40 bits, so at most four are open at once. Not
+// inlined: the counters would be in the frames of sort_distinct's halves, too.
 [[gnu::noinline]] void split_by_bits(std::uint64_t *numbers, std::uint32_t m, std::uint32_t width,
                                      std::uint32_t low_bit, std::uint64_t *scratch,
                                      std::uint32_t scratch_size) {

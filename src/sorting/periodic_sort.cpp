@@ -1,5 +1,5 @@
-// The sort of a periodic block by its period: a block is k times a shorter one, u, and so
-// each rotation of u stands k times in a row among the sorted rotations of the block.
+// The sort of a periodic block by its period: the block is k times a shorter one, u. So each
+// rotation of u stands k times in a row among the sorted rotations of the block.
 #include "sorting/rotation_sort.h"
 
 #include <cassert>
@@ -13,7 +13,7 @@ void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t
     while (n % period != 0 || std::memcmp(block, block + period, n - period) != 0)
         ++period;
     if (!sort_by_induction(arrays, block, period, scratch)) {
-        // Of a period too short for it the plain sort takes hardly a step.
+        // The period is too short for induction; the plain sort takes hardly a step.
         [[maybe_unused]] const bool sorted = sort_by_tripling(arrays, block, period);
         assert(sorted);
     }
@@ -26,7 +26,7 @@ void sort_by_period(const SortArrays &arrays, std::uint8_t *block, std::uint32_t
     for (std::uint32_t row = period; row-- > 0;) {
         const std::uint32_t entry = rows[row];
         for (std::uint32_t p = n; p > 0; p -= period)
-            rows[--next] = entry + (p - period);
+            rows[--next] = row_entry(preceding_byte(entry), position_of(entry) + p - period);
     }
 }
 

@@ -17,8 +17,8 @@ constexpr std::uint32_t kMinBytesPerInterruption = 13;
 constexpr std::uint32_t kMaxLengthBits = 23;
 // Most runs are no longer; they are written at once (1.1 times as fast).
 constexpr std::uint32_t kShortRun = 32;
-// Bytes whose runs are found at once. So no run's start waits for the start of the one
-// before. (With the bits read at once, the inverse takes half the time.)
+// Bytes whose runs are found at once: no run's start waits for the start of the one before. (With
+// the bits read at once, the inverse takes half the time.)
 constexpr std::uint32_t kGroup = 64;
 
 // 1 in every byte that is not 0.

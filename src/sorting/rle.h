@@ -1,9 +1,8 @@
 // Run-length stage after the sort.
 //
-// A run is stored as a few copies of its byte; how many tells the bit length of the
-// run length. The low bits of the length go into a second stream, one bit a byte, so
-// that the coder after this stage can model both apart. With L the run length and
-// 2^j <= L - 1 < 2^(j+1):
+// A run is stored as a few copies of its byte. Their number tells the bit length of the run length.
+// The low bits of the run length go into a second stream, one bit a byte, so that the DCE can model
+// both apart. With L the run length and 2^j <= L - 1 < 2^(j+1):
 //
 //   L = 1, 2    L copies, no bits
 //   L >= 3      j + 2 copies, the j low bits of L - 1
@@ -11,9 +10,8 @@
 //   | copies (heads) ... | bits, last first ... | head count (4) | 1 |
 //   0                    H                      H + B            H + B + 5
 //
-// The stage declines (| block | 0 |) when heads and bits are more than the block, or
-// when runs are often interrupted by a single other byte, which the coder handles
-// better without this stage.
+// The stage declines (| block | 0 |) when heads and bits are more than the block, or when runs are
+// often interrupted by a single other byte: those the DCE codes better without this stage.
 #pragma once
 
 #include <cstdint>

@@ -39,11 +39,10 @@ void counts_to_rows(std::uint32_t *contexts) {
     }
 }
 
-// Lengthens the prefixes of all rotations by the byte before: contexts[0..prefixes - 1]
-// count the rows by a prefix; afterwards the entries byte * prefixes + prefix do, with
-// `byte` the row's byte in the last column. An entry is read before anything is added to
-// it: byte 0 leads to the entry just read, the others above all those to be read. The
-// counts add up to the number of rows, so every row read exists.
+// Lengthens the prefixes of all rotations by the byte before. contexts[0..prefixes - 1] count the
+// rows by prefix before, contexts[byte * prefixes + prefix] afterwards; `byte` is the row's in the
+// last column. An entry is read before anything is added to it: byte 0 leads to the entry just
+// read, another byte beyond all that are read. The counts add up to n, so every row read exists.
 void lengthen_prefixes(std::uint32_t *contexts, std::uint32_t prefixes,
                        const std::uint8_t *last_column) {
     std::uint32_t row = 0;

@@ -1,10 +1,9 @@
-// The quicksort of the plain sort: pivots, exchanges and the order in which ranges are
-// sorted are part of the format, as they decide the order of equal rotations.
+// The quicksort of the plain sort. Pivots, exchanges and the order in which ranges are sorted are
+// part of the format, as they decide the order of equal rotations.
 //
-// The left part of a range is sorted before the right one. So the ranges that wait lie from
-// left to right, the next one foremost, and a bitmap remembers them: bit 2r + 1 where one
-// begins in row r, bit 2r where one ends in it; one may begin where another ends. There is no
-// stack whose depth the block would decide.
+// The left part of a range is sorted before the right one. So the next range is always the first
+// from the left of those that wait, and a bitmap remembers them in place of a stack: bit 2r + 1
+// where a range begins in row r, bit 2r where one ends in it. One may begin where another ends.
 #pragma once
 
 #include "base/bits.h"

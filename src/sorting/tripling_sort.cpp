@@ -1,23 +1,21 @@
 // Prefix-tripling sort of cyclic rotations.
 //
-// A counting sort on the first two bytes and a quicksort of the third give groups of
-// rotations that are equal in h = 3 bytes. Each pass then refines every group by the
-// ranks of the rotations that begin h and 2h bytes later, which triples h. (After
-// J. Larsson, K. Sadakane, "Faster suffix sorting", 1999, with two keys a pass.)
+// A counting sort on the first two bytes and a quicksort of the third give groups of rotations that
+// are equal in h = 3 bytes. Each pass then refines every group by the ranks of the rotations that
+// begin h and 2h bytes later, which triples h. (After J. Larsson, K. Sadakane, "Faster suffix
+// sorting", 1999, with two keys a pass.)
 //
 //   row array     row r:      | b[p-1] (8) | p (24) |, p the rotation in row r
 //   rank array    position p: the first row of the group of rotation p
 //   group bitmap  bit r:      row r begins a group; bit n is always set
 //
-// The rank array takes the whole pair region, the block included, which the row entries
-// then restore: they hold all its bytes.
+// The rank array takes the whole pair region, and so the place of the block. The row entries hold
+// all bytes of the block, and restore it in the end.
 //
-// Where the order of equal elements decides the order of equal rotations, and with it
-// the primary index, every step is part of the format: the quicksorts' pivots and
-// exchanges, the insertion sort's gap, the order of the groups.
-//
-// A block can be made to meet the quicksort's worst pivots at every partition. So the sort
-// counts its steps and gives up beyond a limit, which is part of the format, too.
+// How equal keys are ordered decides the order of equal rotations, and so the primary index. So
+// every step is part of the format: the quicksorts' pivots and exchanges, the insertion sort's gap,
+// the order of the groups. A block can be made that meets the worst pivots at every partition. So
+// the sort counts its steps and gives up beyond a limit, which is part of the format, too.
 #include "base/bits.h"
 #include "sorting/bwt.h"
 #include "sorting/rotation_sort.h"
@@ -32,7 +30,8 @@ namespace velk {
 namespace {
 
 constexpr std::uint32_t kBuckets = 65536;
-// A larger group does not fit the triples' memory and is partitioned first.
+static_assert(kBuckets * sizeof(std::uint32_t) <= kSortScratchBytes);
+// A larger group is partitioned first.
 constexpr std::uint32_t kMaxTriples = 65535;
 // Groups of up to this many rows look further ahead at once when all keys are equal.
 constexpr std::uint32_t kMaxLookahead = 16;
@@ -94,7 +93,7 @@ void set_ranks(Sorter &s, std::uint32_t first, std::uint32_t end) {
     std::uint32_t group = first;
     for (std::uint32_t row = first; row < end; ++row) {
         if (get_bit(s.group_bits, row)) group = row;
-        s.ranks[s.rows[row] & kPositionMask] = group;
+        s.ranks[position_of(s.rows[row])] = group;
     }
 }
 
@@ -116,12 +115,12 @@ void sort_two_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t *next) {
     }
     set_bit(s.group_bits, s.n);
     for (std::uint32_t p = 0; p < s.n; ++p)
-        s.rows[next[bucket(p)]++] = std::uint32_t{block[before(s, p)]} << 24 | p;
+        s.rows[next[bucket(p)]++] = row_entry(block[before(s, p)], p);
 }
 
 void sort_third_bytes(Sorter &s, const std::uint8_t *block, std::uint32_t first,
                       std::uint32_t end) {
-    const auto third_byte = [&](std::uint32_t entry) { return block[(entry & kPositionMask) + 2]; };
+    const auto third_byte = [&](std::uint32_t entry) { return block[position_of(entry) + 2]; };
     std::uint32_t *const rows = s.rows + first;
     const auto sort_pair = [&](std::uint32_t lo, std::uint32_t hi) {
         if (hi - lo > 2) return false;
@@ -165,7 +164,7 @@ void sort_triples(Sorter &s, std::uint32_t first, std::uint32_t end) {
 // The keys of a row entry at offset d: the ranks d and d + h bytes further on. d and h are at
 // most n, so one subtraction each brings a position back below n.
 std::uint64_t keys_at(const Sorter &s, std::uint32_t entry, std::uint32_t d) {
-    std::uint32_t p1 = (entry & kPositionMask) + d;
+    std::uint32_t p1 = position_of(entry) + d;
     if (p1 >= s.n) p1 -= s.n;
     std::uint32_t p2 = p1 + s.h;
     if (p2 >= s.n) p2 -= s.n;
@@ -247,7 +246,7 @@ bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     s.ranks = arrays.pair_region;
     s.group_bits = arrays.bit_array;
     s.triples = reinterpret_cast<Triple *>(arrays.model_area);
-    s.quicksort.waiting = s.group_bits + bitmap_words(n);
+    s.quicksort.waiting = s.group_bits + bitmap_words(n); // 3 * n / 32 + 2 words in all
     s.quicksort.steps_left = max_steps(n);
     std::memset(s.group_bits, 0, (bitmap_words(n) + bitmap_words(2 * n)) * sizeof *s.group_bits);
 
@@ -260,7 +259,7 @@ bool sort_by_tripling(const SortArrays &arrays, std::uint8_t *block, std::uint32
     run_passes(s);
     for (std::uint32_t row = 0; row < n; ++row) {
         const std::uint32_t entry = s.rows[row];
-        block[before(s, entry & kPositionMask)] = static_cast<std::uint8_t>(entry >> 24);
+        block[before(s, position_of(entry))] = preceding_byte(entry);
     }
     return s.quicksort.steps_left >= 0;
 }

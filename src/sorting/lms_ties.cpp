@@ -1,24 +1,21 @@
-// Decides the order of tied valleys by the valleys that follow.
+// Decides the order of tied LMS positions by prefix doubling (U. Manber, G. Myers, "Suffix arrays:
+// a new method for on-line string searches", 1993).
 //
-// Valleys are numbered in the order of the block, so that number k + 1 is behind number k.
-// When few are tied, only those and the ones right behind one are kept: no other valley is
-// equal to an untied one, so comparisons end there. The kept valleys have rows, in the order
-// known so far; those tied with each other are a group of rows, and the first row of a
-// valley's group is its name.
+// LMS positions are numbered in the order of the block. When few are tied, only those and the ones
+// right behind one are kept: comparisons end at an untied one. The kept ones have rows, in the
+// order known so far. A group is the rows of those tied with each other, its first row their name.
 //
-// A group is sorted by the names of the valleys behind its own. These are best known when
-// the groups further back in the block have been sorted, so this goes backwards: a long
-// repeat costs one step for each of its valleys, once its end is known to be larger or
-// smaller. Real data hardly ever needs a second time.
+// A pass sorts each group by the names that are h numbers behind. What is tied afterwards agrees in
+// 2 h pieces, and h doubles for the next pass. So log n passes break all ties, unless the block is
+// periodic. Very regular blocks, as Fibonacci strings, need all of them.
 //
-// What is tied then agrees in two valleys, so the next time goes by the names of the valleys
-// two behind, then four, eight and so on: after log n times no block has ties, unless it is
-// periodic (prefix doubling: U. Manber, G. Myers, "Suffix arrays: a new method for on-line
-// string searches", 1993). Very regular ones, as Fibonacci strings, need all of them.
+// A pass goes backwards through the block: names are best known when the groups further back have
+// been sorted. A long repeat then costs one step for each of its LMS positions. Real data hardly
+// ever needs a second pass.
 #include "base/bits.h"
 #include "base/prefetch.h"
 #include "sorting/distinct_sort.h"
-#include "sorting/valleys.h"
+#include "sorting/lms.h"
 
 #include <algorithm>
 #include <bit>
@@ -29,15 +26,16 @@
 namespace velk {
 namespace {
 
-// In a row, beside the number of a valley.
+// In a row, beside the number of an LMS position.
 constexpr std::uint32_t kTied = 1u << 31;    // with the row before
-constexpr std::uint32_t kVisited = 1u << 30; // in a group's first: sorted, this time backwards
+constexpr std::uint32_t kVisited = 1u << 30; // in a group's first row: sorted in this pass
 constexpr std::uint32_t kNumberMask = kVisited - 1;
-// Sorting a group of m valleys counts as m * log m steps. When they all have taken so many for
-// each valley, no valley is sorted twice in one time backwards any more. Real data takes up to 10.
-// Valleys are fewer than 2^23, so 32 bits hold the sum.
+static_assert(kMaxLms <= kNumberMask);
+// Sorting a group of m counts as m * log m steps. When all sorting has taken so many steps for each
+// LMS position, none is sorted twice in a pass any more. Real data takes up to 10.
 constexpr std::uint32_t kMaxWork = 16;
-// How many valleys ahead memory is fetched: a quarter less time at 16 MB.
+static_assert(kMaxLms <= UINT32_MAX / kMaxWork);
+// How many LMS positions ahead memory is fetched: a quarter less time at 16 MB.
 constexpr std::uint32_t kAhead = 16;
 
 // 32 positions of the block: which of them are kept, and how many of those before them.
@@ -47,12 +45,12 @@ struct KeptWord {
 };
 
 struct Ties {
-    std::uint32_t count;    // of kept valleys
-    std::uint32_t *rows;    // the number of the valley there, kTied, kVisited
-    std::uint32_t *name;    // by number
-    std::uint64_t *scratch; // scratch_size entries
-    std::uint32_t scratch_size;
-    std::uint32_t h; // tied valleys are known to agree in so many, with those behind them
+    std::uint32_t count;        // of kept LMS positions
+    std::uint32_t *rows;        // the number of the LMS position there, kTied, kVisited
+    std::uint32_t *name;        // by number
+    std::uint64_t *scratch;     // scratch_size entries
+    std::uint32_t scratch_size; // no group has more rows: break_ties refuses those
+    std::uint32_t h;            // tied LMS positions are known to agree in so many pieces
 
     std::uint32_t number(std::uint32_t row) const { return rows[row] & kNumberMask; }
     bool is_tied(std::uint32_t row) const { return row < count && (rows[row] & kTied) != 0; }
@@ -79,20 +77,19 @@ void refine_pair(const Ties &t, std::uint32_t begin) {
     t.name[second] = begin + 1;
 }
 
-// Sorts the group of the valley k. Returns the work of it. once: what it is split into counts as
-// sorted, too.
+// Sorts the group of number k. Returns the steps. once: its parts count as sorted, too.
 std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     const std::uint32_t begin = t.name[k];
     if (!t.is_tied(begin + 2)) {
         refine_pair(t, begin);
         return 4;
     }
-    // Those with the usual name behind them are not sorted, but stay in the middle. (Without it
-    // a period of two valleys with breaks takes 5 times as long, Fibonacci strings 1.4 times.)
+    // Those with the usual name behind them are not sorted, but stay in the middle. (Otherwise a
+    // period of two pieces with breaks takes 5 times as long, Fibonacci strings 1.4 times.)
     const std::uint32_t usual = once ? t.name_after(t.number(begin)) : begin;
     std::uint32_t *same = t.rows + begin;
     std::uint32_t end = begin;
-    std::uint32_t m = 0; // the others
+    std::uint32_t m = 0; // the others, at most scratch_size
     std::uint32_t lower = 0;
     do {
         const std::uint32_t l = t.number(end++);
@@ -100,7 +97,6 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
         if (after == usual) {
             *same++ = l | kTied;
         } else {
-            assert(m < t.scratch_size);
             t.scratch[m++] = std::uint64_t{after} << 32 | l;
             lower += after < usual;
         }
@@ -131,9 +127,8 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     return (end - begin) * static_cast<std::uint32_t>(std::bit_width(end - begin));
 }
 
-// Sorts each group when its last valley is met, and again when those are that it has been
-// split into, as long as the budget of work lasts. So in the end valleys that are tied have had
-// the same name h behind, and agree in 2 h.
+// One pass. Sorts each group when the last of its LMS positions is met and, while the budget of
+// steps lasts, its parts in the same way. What is tied then had the same names h behind.
 void refine_backwards(const Ties &t, std::uint32_t &budget) {
     for (std::uint32_t k = t.count; k-- > 0;) {
         if (k >= 2 * kAhead) prefetch(t.rows, 4u * t.name[k - 2 * kAhead]);
@@ -148,56 +143,54 @@ void refine_backwards(const Ties &t, std::uint32_t &budget) {
     }
 }
 
-// Sorts the groups until only numbers are left in the rows. Returns false when ties can't be
-// broken.
+// Sorts the groups until the rows hold numbers alone. Returns false when ties can't be broken.
 bool refine(Ties &t, std::uint32_t ties) {
     std::uint32_t budget = kMaxWork * t.count;
     for (t.h = 1; ties > 0; t.h *= 2) {
-        if (t.h >= t.count) return false; // they agree all around the block
+        if (t.h >= t.count) return false; // what is tied agrees all around the block
         refine_backwards(t, budget);
         const std::uint32_t before = std::exchange(ties, 0);
         for (std::uint32_t row = 0; row < t.count; ++row) {
             ties += t.is_tied(row);
             t.rows[row] &= ~kVisited;
         }
-        if (ties == before) return false; // those h behind are tied, too, and so on
+        if (ties == before) return false; // what lies h behind is tied, too, and so on
     }
     return true;
 }
 
-// Which valleys take part --------------------------------------------------------
+// Which LMS positions take part --------------------------------------------------
 
-// Marks the tied valleys and those right behind one.
-void mark_kept(const Valleys &v, const std::uint32_t *places, std::uint32_t *kept) {
-    std::fill(kept, kept + bitmap_words(v.n), 0);
+// Marks the tied LMS positions and those right behind one.
+void mark_kept(const LmsSort &s, const std::uint32_t *places, std::uint32_t *kept) {
+    std::fill(kept, kept + bitmap_words(s.n), 0);
     const auto keep = [&](std::uint32_t i) {
         set_bit(kept, places[i]);
-        set_bit(kept, valley_after(v, places[i]));
+        set_bit(kept, next_lms(s, places[i]));
     };
-    for_each_bit(v.tie_marks, v.count, [&](std::uint32_t i) {
-        if (!get_bit(v.tie_marks, i - 1)) keep(i - 1);
+    for_each_bit(s.tie_marks, s.count, [&](std::uint32_t i) {
+        if (!get_bit(s.tie_marks, i - 1)) keep(i - 1);
         keep(i);
     });
 }
 
-// Gives the kept valleys their rows and names. rows: may be `places`.
-std::uint32_t make_rows(const Valleys &v, const std::uint32_t *places, const std::uint32_t *kept,
+// Gives the kept LMS positions their rows and names. rows: may be `places`.
+std::uint32_t make_rows(const LmsSort &s, const std::uint32_t *places, const std::uint32_t *kept,
                         KeptWord *words, std::uint32_t *rows, std::uint32_t *name) {
     std::uint32_t sum = 0;
-    for (std::uint32_t i = 0; i < bitmap_words(v.n); ++i) {
+    for (std::uint32_t i = 0; i < bitmap_words(s.n); ++i) {
         words[i] = {kept[i], sum};
         sum += count_ones(kept[i]);
     }
     std::uint32_t row = 0;
     std::uint32_t first = 0;
-    for (std::uint32_t i = 0; i < v.count; ++i) {
-        if (i + kAhead < v.count) prefetch(words, places[i + kAhead] / 32 * sizeof *words);
+    for (std::uint32_t i = 0; i < s.count; ++i) {
+        if (i + kAhead < s.count) prefetch(words, places[i + kAhead] / 32 * sizeof *words);
         const std::uint32_t p = places[i];
         const KeptWord word = words[p / 32];
         if ((word.bits >> p % 32 & 1) == 0) continue;
-        const std::uint32_t below = word.bits & ~(~0u << p % 32);
-        const std::uint32_t k = word.before + count_ones(below);
-        const bool tied = get_bit(v.tie_marks, i);
+        const std::uint32_t k = word.before + count_ones(word.bits & ~(~0u << p % 32));
+        const bool tied = get_bit(s.tie_marks, i);
         if (!tied) first = row;
         name[k] = first;
         rows[row++] = k | (tied ? kTied : 0);
@@ -207,26 +200,30 @@ std::uint32_t make_rows(const Valleys &v, const std::uint32_t *places, const std
 
 } // namespace
 
-bool break_ties(const Valleys &v, std::uint32_t *places, std::uint32_t *spare,
+bool break_ties(const LmsSort &s, std::uint32_t *places, std::uint32_t *spare,
                 std::uint32_t *marks) {
-    // Each tie keeps at most two valleys and the one behind each, so that four times as many
-    // rows and as many names fit behind the places.
-    const bool few = 8 * v.ties <= v.n - v.count;
-    std::uint32_t *const kept = few ? marks : v.marks;
-    std::uint32_t *const rows = few ? places + v.count : places;
-    std::uint32_t *const name = few ? rows + 4 * v.ties : places + v.count;
-    if (few) mark_kept(v, places, kept);
+    // What keeps refine_group inside the scratch: groups only get smaller. (None is too large where
+    // fill_buckets is right.)
+    const std::uint32_t scratch_size = s.n / 4;
+    if (s.largest_group > scratch_size) return false;
+    // Each tie keeps at most two LMS positions and the one behind each. So 4 * ties rows and as
+    // many names hold all, and fit behind the places.
+    const bool few = 8 * s.ties <= s.n - s.count;
+    std::uint32_t *const kept = few ? marks : s.marks;
+    std::uint32_t *const rows = few ? places + s.count : places;
+    std::uint32_t *const name = few ? rows + 4 * s.ties : places + s.count;
+    if (few) mark_kept(s, places, kept);
+    assert(bitmap_words(s.n) * sizeof(KeptWord) <= s.n / 2 * sizeof *spare);
     const std::uint32_t count =
-        make_rows(v, places, kept, reinterpret_cast<KeptWord *>(spare), rows, name);
+        make_rows(s, places, kept, reinterpret_cast<KeptWord *>(spare), rows, name);
 
-    Ties ties = {count, rows, name, v.scratch, v.n / 4, 1};
-    if (!refine(ties, v.ties)) return false;
-    std::uint32_t *const position = spare;
-    std::uint32_t *next = position;
-    for_each_bit(kept, v.n, [&](std::uint32_t p) { *next++ = p; });
+    Ties ties = {count, rows, name, s.scratch, scratch_size, 1};
+    if (!refine(ties, s.ties)) return false;
+    std::uint32_t *next = spare; // the positions by number
+    for_each_bit(kept, s.n, [&](std::uint32_t p) { *next++ = p; });
     const std::uint32_t *row = rows;
-    for (std::uint32_t i = 0; i < v.count; ++i) {
-        if (!few || get_bit(kept, places[i])) places[i] = position[*row++];
+    for (std::uint32_t i = 0; i < s.count; ++i) {
+        if (!few || get_bit(kept, places[i])) places[i] = spare[*row++];
     }
     return true;
 }
