@@ -69,7 +69,7 @@ void __wrap_free(void *memory) {
 }
 
 void *work_together(void *argument) {
-    for (int i = 0; memory_watch.started < 2 && i < 1000; ++i)
+    for (int i = 0; memory_watch.started < memory_watch.together && i < 1000; ++i)
         usleep(10000);
     return thread_main(argument);
 }
@@ -78,7 +78,8 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, T
                           void *argument) {
     if (!goes_well(memory_watch.good_threads)) return EAGAIN;
     ++memory_watch.started;
-    if (!memory_watch.together) return __real_pthread_create(thread, attributes, main, argument);
+    if (memory_watch.together == 0)
+        return __real_pthread_create(thread, attributes, main, argument);
     thread_main = main;
     return __real_pthread_create(thread, attributes, work_together, argument);
 }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <thread>
@@ -188,6 +189,22 @@ velk_status take_all_kinds_of_memory(const Bytes &in, const Bytes &archive) {
 
 // With the first allocations, or threads, only: done by fewer threads, or not enough
 // memory, and nothing is kept.
+TEST(Library, AllocationsAndThreadsThatFail) {
+    const Bytes in = first_bytes(mixed(), 5 * kBlock);
+    const Bytes archive = compress(quick_options(1), in).bytes;
+    for (const bool threads_fail : {false, true}) {
+        bool failed = true;
+        for (int good = 0; failed; ++good) {
+            memory_watch.restart(threads_fail ? -1 : good, threads_fail ? good : -1);
+            const velk_status status = take_all_kinds_of_memory(in, archive);
+            failed = memory_watch.failed;
+            EXPECT_TRUE(status == VELK_OK || (!threads_fail && status == VELK_ERROR_MEMORY));
+            EXPECT_EQ(memory_watch.held, 0) << good;
+        }
+    }
+    memory_watch.restart(-1, -1);
+}
+
 // The second block comes in pieces, slowly until the first one has been written.
 struct SlowStream {
     const Bytes &in = mixed();
@@ -216,28 +233,32 @@ TEST(Library, WritesABlockWhileTheNextOneComes) {
     EXPECT_EQ(velk_compress_stream(&options, &stream, 2 * kBlock), VELK_OK);
 }
 
-TEST(Library, AllocationsAndThreadsThatFail) {
-    const Bytes in = first_bytes(mixed(), 5 * kBlock);
-    const Bytes archive = compress(quick_options(1), in).bytes;
-    for (const bool threads_fail : {false, true}) {
-        bool failed = true;
-        for (int good = 0; failed; ++good) {
-            memory_watch.restart(threads_fail ? -1 : good, threads_fail ? good : -1);
-            const velk_status status = take_all_kinds_of_memory(in, archive);
-            failed = memory_watch.failed;
-            EXPECT_TRUE(status == VELK_OK || (!threads_fail && status == VELK_ERROR_MEMORY));
-            EXPECT_EQ(memory_watch.held, 0) << good;
-        }
-    }
-    memory_watch.restart(-1, -1);
-}
-
 TEST(Library, ThreadsWorkAtTheSameTime) {
     memory_watch.restart(-1, -1);
-    memory_watch.together = true;
+    memory_watch.together = 2;
     compress(options_with(2), mixed());
-    memory_watch.together = false;
+    memory_watch.together = 0;
     EXPECT_EQ(memory_watch.started, 2);
+}
+
+// None works until more blocks than the most threads were read.
+TEST(Library, ThreadsBeyondTheMost) {
+    memory_watch.restart(-1, -1);
+    memory_watch.together = INT_MAX;
+    std::uint64_t blocks = 0;
+    const auto read = [](void *user, void *buffer, std::size_t size) {
+        std::memset(buffer, 0, size);
+        if (++*static_cast<std::uint64_t *>(user) == VELK_MAX_THREADS + 4)
+            memory_watch.together = 0;
+        return static_cast<std::int64_t>(size);
+    };
+    const auto write = [](void *, const void *, std::size_t size) {
+        return static_cast<std::int64_t>(size);
+    };
+    const velk_stream stream{&blocks, read, write, nullptr, {}};
+    const velk_options options = quick_options(UINT32_MAX);
+    EXPECT_EQ(velk_compress_stream(&options, &stream, (VELK_MAX_THREADS + 4) * kBlock), VELK_OK);
+    EXPECT_EQ(memory_watch.started, static_cast<int>(VELK_MAX_THREADS));
 }
 
 // The figures of the header, up to the pages that allocations are rounded to.
@@ -265,15 +286,25 @@ TEST(Library, MemoryLimit) {
     EXPECT_EQ(velk_compress_stream(&options, &callbacks, VELK_SIZE_UNKNOWN), VELK_ERROR_MEMORY);
     CoderContext context{};
     context.settings.st_off = 1;
-    const std::uint32_t least = alloc_decompress(context, kBlock);
+    const std::uint32_t to_compress = alloc_compress(context, kBlock);
+    free_compress(context);
+    const std::uint32_t to_restore = alloc_decompress(context, kBlock);
     free_decompress(context);
-    for (const std::uint32_t index_bytes : {127u, 128u}) {
+    for (const std::uint32_t missing : {1u, 0u}) {
+        const velk_status right = missing == 0 ? VELK_OK : VELK_ERROR_MEMORY;
         velk_reader *reader;
+        velk_encoder *encoder;
+        velk_decoder *decoder;
         TestArchive test{archive};
-        options.memory_limit = least + index_bytes;
-        EXPECT_EQ(open_reader(reader, test, &options),
-                  index_bytes == 128 ? VELK_OK : VELK_ERROR_MEMORY);
+        options.memory_limit = to_restore + 128 - missing; // with the reader's index
+        EXPECT_EQ(open_reader(reader, test, &options), right);
+        options.memory_limit = to_restore - missing;
+        EXPECT_EQ(velk_decoder_new(&decoder, &options, archive.data()), right);
+        options.memory_limit = to_compress - missing;
+        EXPECT_EQ(velk_encoder_new(&encoder, &options, in.size()), right);
         velk_reader_close(reader);
+        velk_decoder_free(decoder);
+        velk_encoder_free(encoder);
     }
     options.memory_limit = kBlock * 5;
     EXPECT_EQ(compress(options, in).status, VELK_ERROR_MEMORY);
@@ -281,15 +312,28 @@ TEST(Library, MemoryLimit) {
 }
 
 TEST(Library, SettingsOutOfBounds) {
-    const velk_options wrong[] = {
-        {kBlock - 1, 1, 0, 0x20, 0, 0, {}}, {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, {}},
-        {kBlock, 1, 0, 0, 0, 0, {}},        {kBlock, 1, 0, 0x20, 2, 0, {}},
-        {kBlock, 1, 0, 0x20, 0, 2, {}},     {kBlock, 1, 0, 0x20, 0, 0, {0, 1}}};
+    std::vector<velk_options> wrong = {{kBlock - 1, 1, 0, 0x20, 0, 0, {}},
+                                       {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, {}},
+                                       {kBlock, 1, 0, 0, 0, 0, {}},
+                                       {kBlock, 1, 0, 0x20, 2, 0, {}},
+                                       {kBlock, 1, 0, 0x20, 0, 2, {}}};
+    for (std::size_t i = 0; i < sizeof wrong[0].reserved; ++i) {
+        wrong.push_back(options_with(1));
+        wrong.back().reserved[i] = 1;
+    }
     for (const velk_options &options : wrong) {
         EXPECT_EQ(velk_compress_bound(1, &options), 0u);
         EXPECT_EQ(velk_block_size(&options, 1), 0u);
         EXPECT_EQ(compress(options, {}).status, VELK_ERROR_ARGUMENT);
         EXPECT_EQ(decompress(options, mixed_archive(), 0).status, VELK_ERROR_ARGUMENT);
+    }
+    TestStream bytes(mixed());
+    velk_stream stream = bytes.callbacks();
+    for (void *&reserved : stream.reserved) {
+        reserved = &bytes;
+        EXPECT_EQ(velk_compress_stream(nullptr, &stream, 1), VELK_ERROR_ARGUMENT);
+        EXPECT_EQ(velk_decompress_stream(nullptr, &stream), VELK_ERROR_ARGUMENT);
+        reserved = nullptr;
     }
 }
 
@@ -390,6 +434,28 @@ TEST(Library, DamagedArchivesEndAsInTheProgram) {
         Bytes damaged = archive;
         damaged[at] ^= static_cast<std::uint8_t>(1 << at % 8);
         ASSERT_EQ(difference_to_program(damaged), "") << at;
+    }
+}
+
+// No check sees which records there are, nor their order: the blocks come back as they stand.
+TEST(Library, RecordsExchangedRemovedAndRepeated) {
+    const ScratchFolder scratch;
+    const Bytes &archive = mixed_archive();
+    const std::vector<std::size_t> starts = record_starts(archive);
+    for (const std::vector<std::size_t> &order :
+         {std::vector<std::size_t>{1, 0, 9}, {1, 9}, {0, 0, 1, 9}, {0}, {}}) {
+        Bytes changed = first_bytes(archive, starts[0]), right;
+        for (const std::size_t i : order) {
+            changed.insert(changed.end(), &archive[starts[i]], archive.data() + starts[i + 1]);
+            const std::size_t end = std::min(mixed().size(), (i + 1) * kBlock);
+            right.insert(right.end(), &mixed()[i * kBlock], mixed().data() + end);
+        }
+        EXPECT_EQ(difference_to_program(changed), "");
+        EXPECT_EQ(read_all(changed, 70000), (Outcome{VELK_OK, right}));
+        write_file(scratch.archive, changed);
+        EXPECT_EQ(run_velkinfo({"test", scratch.archive}).status, 0);
+        EXPECT_EQ(run_velk({"d", scratch.archive, scratch.output}).status, 0);
+        EXPECT_EQ(read_file(scratch.output), right);
     }
 }
 

@@ -131,6 +131,15 @@ TEST_F(Program, FilesOfSeveralBlocksComeBack) {
     }
     EXPECT_NE(run_velk({"d", archive, output, "-s"}).out.find("\n\nUnBWT or UnST time: "),
               std::string::npos);
+    // The DCE alone, and all but the DCE and a sort: the total is what they take.
+    for (const std::string switches : {"-eflzwrs", "-wds"}) {
+        const std::string out = compress(prose(1000000, 70, "\r\n", 1), switches).out;
+        std::vector<double> seconds;
+        for (std::size_t at = 0; (at = out.find("time:", at)) != std::string::npos; at += 5)
+            seconds.push_back(std::stod(out.substr(at + 5)));
+        ASSERT_EQ(seconds.size(), 4u);
+        EXPECT_NEAR(seconds[3], seconds[0] + seconds[1] + seconds[2], 0.021);
+    }
 }
 
 // What Damage.* finds in an archive as a whole, this shows of each message: what is

@@ -1,4 +1,5 @@
 // Whatever goes through a whole block's chain comes back.
+#include "archive/memory.h"
 #include "archive_call.h"
 #include "base/block_size.h"
 
@@ -55,6 +56,8 @@ TEST(Chain, RecordsThatNoCompressorWritesAreRefused) {
     for (std::size_t n = 0; n < 5; ++n)
         EXPECT_FALSE(Chain(0x20, false, 6).decompress(Bytes(n)).has_value()) << n << " bytes";
     EXPECT_TRUE(Chain(0x20, false, 1).compress(Bytes(kMinBlockSize + 1)).empty());
+    CoderContext context{}; // with both sorting transforms
+    EXPECT_EQ(alloc_decompress(context, kMinBlockSize), 0u);
 }
 
 } // namespace
