@@ -6,60 +6,42 @@
 #include "dce/symbol_stats.h"
 #include "stage_call.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
-#include <numeric>
-#include <vector>
 
 using namespace velk;
 
 namespace {
 
-std::vector<std::uint32_t> counts_of(const FreqModel &model) {
-    std::vector<std::uint32_t> counts(model.cumulative, model.cumulative + kSymbols);
-    std::adjacent_difference(counts.begin(), counts.end(), counts.begin());
-    return counts;
-}
-
-std::vector<std::uint32_t> counts_of(const BitModel &model) {
-    std::vector<std::uint32_t> counts(kSymbols, 1);
-    for (std::uint32_t x = 0; x < kBitSymbols; ++x)
-        counts[x] = count_up_to(model, x) - count_below(model, x);
-    return counts;
-}
-
-FreqModel flat_model() {
+// Of every symbol one count, but of symbol 3.
+FreqModel flat_model(std::uint32_t count_3 = 1) {
     FreqModel model;
-    std::iota(model.cumulative, model.cumulative + kSymbols, std::uint16_t{1});
+    for (std::uint32_t x = 0; x < kSymbols; ++x)
+        model.cumulative[x] = static_cast<std::uint16_t>(x + (x < 3 ? 1 : count_3));
     return model;
 }
 
 // One count leads the model to its limit, exactly; the next one over it.
-template<typename Model, typename Count>
-void expect_halved_above_the_limit(Model &model, std::uint32_t before, std::uint32_t increment,
-                                   Count count_3) {
-    count_3();
-    EXPECT_EQ(total(model), 65535u);
-    count_3();
-    std::vector<std::uint32_t> expected(kSymbols, 1);
-    expected[3] = (before + 2 * increment + 1) / 2;
-    EXPECT_EQ(counts_of(model), expected);
-    EXPECT_EQ(total(model), expected[3] + 31);
-}
-
 TEST(Models, HalvedRoundingUpAboveTheLimit) {
-    FreqModel nearly_full = flat_model();
-    for (std::uint32_t x = 3; x < kSymbols; ++x)
-        nearly_full.cumulative[x] = static_cast<std::uint16_t>(x + 65535 - 24 - 31);
+    const std::uint32_t high = 65535 - 31, high_bit = high - kBitIncrement;
+    const FreqModel halved = flat_model((high + kDistanceIncrement + 1) / 2);
     for (const bool first : {true, false}) { // the other model is not halved with it
-        FreqModel model = nearly_full, other = flat_model();
-        expect_halved_above_the_limit(model, 65535 - 24 - 31, 24, [&] {
+        FreqModel model = flat_model(high - kDistanceIncrement), other = flat_model();
+        for (const std::uint32_t right : {65535u, total(halved)}) {
             count(first ? model : other, first ? other : model, 3);
-        });
-        EXPECT_EQ(total(other), 32u + 2 * 24);
+            EXPECT_EQ(total(model), right);
+        }
+        EXPECT_TRUE(std::equal(model.cumulative, model.cumulative + 32, halved.cumulative));
+        EXPECT_EQ(total(other), 32u + 2 * kDistanceIncrement);
     }
-    const std::uint64_t high = 65535 - 14 - 31;
-    BitModel bit{0x0003000300020001u + (high << 48)};
-    expect_halved_above_the_limit(bit, high, 14, [&] { count(bit, 3); });
+    const auto bit_model = [](std::uint64_t count_3) {
+        return BitModel{0x0003000300020001u + (count_3 << 48)};
+    };
+    BitModel bit = bit_model(high_bit);
+    count(bit, 3);
+    EXPECT_EQ(total(bit), 65535u);
+    count(bit, 3);
+    EXPECT_EQ(bit.cumulative, bit_model((high + kBitIncrement + 1) / 2).cumulative);
 }
 
 TEST(Models, CodesThatNoEncoderWrites) {
@@ -97,7 +79,7 @@ Bytes coded(const std::vector<Value> &values) {
     std::vector<SymbolStats> stats(256);
     Bytes bytes(8 * values.size());
     RangeEncoder range = start_encoder(bytes.data());
-    RawBitWriter raw = start_raw_writer(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+    RawBitWriter raw = start_raw_writer(bytes.data(), length_of(bytes));
     std::uint32_t before = 0;
     for (const auto &[v, byte, run_length] : values) {
         const bool is_long = v >= kFirstLongValue;

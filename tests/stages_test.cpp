@@ -3,13 +3,15 @@
 // face what no forward stage writes as the CRCs say: refuse it, or restore something within
 // its buffers (which the sanitizers watch to the byte).
 #include "base/byte_order.h"
+#include "filters/flt32.h"
 #include "pipeline/crc32.h"
 #include "stage_call.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <gtest/gtest.h>
+#include <iomanip>
 #include <numeric>
+#include <sstream>
 
 using namespace velk;
 
@@ -21,10 +23,6 @@ struct Family {
     std::string name;
     Blocks blocks;
 };
-
-void append(Bytes &bytes, const Bytes &more) {
-    bytes.insert(bytes.end(), more.begin(), more.end());
-}
 
 template<typename Make>
 Family family(const std::string &name, int count, Make make) {
@@ -51,8 +49,8 @@ Bytes lines(Random &random) {
             text += random.below(word) == 0 ? ' ' : 'w';
         text += breaks[random.below(kinds)];
     }
-    return first_bytes(to_bytes(text),
-                       text.size() - random.below(static_cast<std::uint32_t>(text.size())) / 9);
+    const Bytes bytes = to_bytes(text);
+    return first_bytes(bytes, bytes.size() - random.below(length_of(bytes)) / 9);
 }
 
 // Calls with operands at both ends of those that are converted, and cut short.
@@ -64,7 +62,7 @@ Bytes calls(Random &random) {
                                  : common[random.below(8)];
     }
     for (std::uint32_t p = 0; p + 5 <= bytes.size(); p += 1 + random.below(9)) {
-        const std::uint32_t n = static_cast<std::uint32_t>(bytes.size());
+        const std::uint32_t n = length_of(bytes);
         const std::uint32_t around[] = {0u, n, n - p, n + p, 0u - p};
         bytes[p] = 0xE8;
         put_u32(&bytes[p + 1], around[random.below(5)] + random.below(3) - 1);
@@ -80,8 +78,7 @@ Bytes noisy_records(Random &random) {
     for (std::uint32_t p = 0; p < n && n % 2 == 0; p += size)
         bytes[p] = 7;
     for (std::uint32_t i = random.below(1 + random.below(100)); i > 0; --i)
-        bytes[random.below(static_cast<std::uint32_t>(bytes.size()))] =
-            static_cast<std::uint8_t>(random.below(256));
+        bytes[random.below(length_of(bytes))] = static_cast<std::uint8_t>(random.below(256));
     return bytes;
 }
 
@@ -199,11 +196,10 @@ void append_verdict(Bytes &all, const std::optional<Bytes> &restored) {
 }
 
 std::string crc_line(const std::string &name, const Bytes &bytes) {
-    char crc[16];
-    std::snprintf(
-        crc, sizeof crc, "%08x",
-        static_cast<unsigned>(crc32_block(bytes.data(), static_cast<std::uint32_t>(bytes.size()))));
-    return std::string(crc) + "  " + name + "\n";
+    std::ostringstream line;
+    line << std::hex << std::setw(8) << std::setfill('0')
+         << crc32_block(bytes.data(), length_of(bytes)) << "  " << name << "\n";
+    return line.str();
 }
 
 // The coded blocks, and what becomes of them with just too little room, and more.
@@ -215,8 +211,7 @@ Bytes there_and_back(const Stage &stage, const Family &family, bool sorted) {
         const Bytes block = sorted ? kBwt.forward(family.blocks[i]) : family.blocks[i];
         const Bytes coded = stage.forward(block);
         append(all, coded);
-        const auto n = static_cast<std::uint32_t>(block.size());
-        const auto coded_len = static_cast<std::uint32_t>(coded.size());
+        const std::uint32_t n = length_of(block), coded_len = length_of(coded);
         EXPECT_EQ(stage.inverse(coded, std::max(n, coded_len) + kForwardSlack), block)
             << stage.name << ", " << family.name << ", " << testing::PrintToString(block);
         for (std::uint32_t room = std::max(coded_len, n - 1); n < 700 && room < n + 3; ++room)
@@ -229,9 +224,8 @@ Bytes there_and_back(const Stage &stage, const Family &family, bool sorted) {
 Bytes damaged(Random &random, Bytes data) {
     for (std::uint32_t k = 1 + random.below(3); k > 0; --k) {
         // Often near the end, where the trailers are.
-        const std::size_t n = data.size();
-        const std::uint32_t back = random.below(
-            static_cast<std::uint32_t>(random.below(2) == 0 ? n : std::min<std::size_t>(n, 12)));
+        const std::uint32_t n = length_of(data);
+        const std::uint32_t back = random.below(random.below(2) == 0 ? n : std::min(n, 12u));
         std::uint8_t &byte = data[n - 1 - back];
         byte = static_cast<std::uint8_t>(random.below(3) == 0 ? byte + random.below(3) - 1
                                                               : random.below(256));
@@ -290,6 +284,44 @@ TEST_P(Stages, SameBytesAndVerdicts) {
         ASSERT_TRUE(kept_text(file, lines).starts_with(lines)) << lines;
     }
     EXPECT_EQ(lines, kept_text(file, lines));
+}
+
+// The chain gives it the size of the file, which the ranges of operands follow from.
+TEST(Flt32, DeclinesFilesTooLargeForItsNumbers) {
+    const auto trailer = [](std::uint32_t file_size) {
+        Bytes in(40), out(40);
+        std::uint8_t *from = in.data(), *to = out.data();
+        std::uint32_t length;
+        flt32_encode(from, 12, to, length, file_size, 0);
+        return to[length - 1];
+    };
+    // base + R + n: 3 * file_size + 12 against 2^32 - 1.
+    EXPECT_EQ(trailer(1431655761), 1);
+    EXPECT_EQ(trailer(1431655762), 0);
+    EXPECT_EQ(trailer(0xFFFFFFFF), 0);
+}
+
+// Groups of 61 bytes without any match but fourteen at distance 2 and, at distance 1, two
+// single ones and two in a row: just as many repeated ones (a quarter) as are borne. One
+// more, or a single one less, in any group must show.
+TEST(Delta, CountsEveryPosition) {
+    constexpr std::size_t kGroup = 61, kGroups = 150;
+    Bytes block(kGroup * kGroups);
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        const std::size_t at = i % kGroup;
+        const bool pair = at == 3 || at == 8 || at == 13 || at == 14;
+        const bool two_apart = at >= 20 && at % 3 == 0;
+        block[i] = static_cast<std::uint8_t>(1 + i % 250);
+        if (pair || two_apart) block[i] = block[i - (pair ? 1 : 2)];
+    }
+    ASSERT_EQ(kDelta.forward(block).back(), 1);
+    for (std::size_t start = 0; start < block.size(); start += kGroup) {
+        Bytes fewer = block, more = block;
+        fewer[start + 3] = 255;
+        more[start + 9] = more[start + 8];
+        ASSERT_EQ(kDelta.forward(fewer).back(), 0) << start;
+        ASSERT_EQ(kDelta.forward(more).back(), 0) << start;
+    }
 }
 
 // One walk through the LF mapping, from the block's end to its start.

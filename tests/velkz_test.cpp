@@ -56,12 +56,9 @@ protected:
         const std::string left_out = given_or("VELKZ_LEFT_OUT", "");
         for (const Case &c : cases) {
             if (left_out.find(":" + std::string(c.name) + ":") != std::string::npos) continue;
-            const std::string log = path("log");
-            const std::string script = "(" + prepare(c.script) + "\n) >'" + log + "' 2>&1";
-            const int status = std::system(script.c_str());
-            const Bytes bytes = read_file(log);
-            EXPECT_EQ(std::string(bytes.begin(), bytes.end()), c.output) << c.name;
-            EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, c.status) << c.name;
+            const Finished run = run_shell("exec 2>&1; " + prepare(c.script));
+            EXPECT_EQ(run.out, c.output) << c.name;
+            EXPECT_EQ(run.status, c.status) << c.name;
         }
     }
     // All that a terminal shows where these keys are pressed.
