@@ -159,30 +159,28 @@ TEST(Library, FaultsOfCallbacksAtEveryCall) {
     }
 }
 
-// What each function takes, one after the other.
+// The worst of what each function says that takes memory or threads.
 velk_status take_all_kinds_of_memory(const Bytes &in, const Bytes &archive) {
     const velk_options options = quick_options(3);
     const Outcome compressed = compress(options, in);
     EXPECT_TRUE(compressed.status != VELK_OK || compressed.bytes == archive);
-    if (compressed.status != VELK_OK) return compressed.status;
     const Outcome restored = decompress(options, archive, in.size());
     EXPECT_TRUE(restored.status != VELK_OK || restored.bytes == in);
-    if (restored.status != VELK_OK) return restored.status;
     TestStream stream(in);
     const velk_stream callbacks = stream.callbacks();
-    velk_status status = velk_compress_stream(&options, &callbacks, VELK_SIZE_UNKNOWN);
-    if (status != VELK_OK) return status;
-    velk_reader *reader;
-    velk_encoder *encoder = nullptr;
-    velk_decoder *decoder = nullptr;
     TestArchive test{archive};
-    status = open_reader(reader, test);
-    if (status == VELK_OK) status = velk_encoder_new(&encoder, &options, in.size());
-    if (status == VELK_OK) status = velk_decoder_new(&decoder, nullptr, archive.data());
+    velk_reader *reader;
+    velk_encoder *encoder;
+    velk_decoder *decoder;
+    const velk_status worst =
+        std::max({compressed.status, restored.status, open_reader(reader, test),
+                  velk_compress_stream(&options, &callbacks, VELK_SIZE_UNKNOWN),
+                  velk_encoder_new(&encoder, &options, in.size()),
+                  velk_decoder_new(&decoder, nullptr, archive.data())});
     velk_reader_close(reader);
     velk_encoder_free(encoder);
     velk_decoder_free(decoder);
-    return status;
+    return worst;
 }
 
 // With the first allocations, or threads, only: done by fewer threads, or not enough
@@ -203,46 +201,50 @@ TEST(Library, AllocationsAndThreadsThatFail) {
     memory_watch.restart(-1, -1);
 }
 
+// Zeros, as many at a time as `part` says; what is written is counted.
+struct Zeros {
+    std::int64_t (*part)(const Zeros &, std::size_t size);
+    std::uint64_t in = 0, out = 0;
+
+    static std::int64_t read(void *user, void *buffer, std::size_t size) {
+        Zeros &zeros = *static_cast<Zeros *>(user);
+        const std::int64_t part = zeros.part(zeros, size);
+        std::memset(buffer, 0, size);
+        zeros.in += static_cast<std::uint64_t>(part);
+        return part;
+    }
+    static std::int64_t write(void *user, const void *, std::size_t size) {
+        static_cast<Zeros *>(user)->out += size;
+        return static_cast<std::int64_t>(size);
+    }
+    velk_status compress(std::uint64_t size, std::uint32_t threads) {
+        const velk_stream stream{this, read, write, nullptr, {}};
+        const velk_options options = quick_options(threads);
+        return velk_compress_stream(&options, &stream, size);
+    }
+};
+
 // The second block comes in pieces, slowly until the first one has been written.
 TEST(Library, WritesABlockWhileTheNextOneComes) {
-    struct Slow {
-        std::size_t in = 0, out = 0;
-    } slow;
-    const auto read = [](void *user, void *buffer, std::size_t size) -> std::int64_t {
-        Slow &s = *static_cast<Slow *>(user);
-        const std::size_t part = s.in < kBlock ? size : kBlock / 128;
-        std::memset(buffer, 0, part);
-        s.in += part;
-        if (s.in <= kBlock || s.out > VELK_HEADER_SIZE) return static_cast<std::int64_t>(part);
+    Zeros slow{[](const Zeros &zeros, std::size_t size) -> std::int64_t {
+        constexpr std::int64_t kPiece = kBlock / 128;
+        if (zeros.in < kBlock) return static_cast<std::int64_t>(size);
+        if (zeros.out > VELK_HEADER_SIZE) return kPiece;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        return s.in == 2 * kBlock ? -1 : static_cast<std::int64_t>(part); // too late
-    };
-    const auto write = [](void *user, const void *, std::size_t size) {
-        static_cast<Slow *>(user)->out += size;
-        return static_cast<std::int64_t>(size);
-    };
-    const velk_stream stream{&slow, read, write, nullptr, {}};
-    const velk_options options = quick_options(2);
-    EXPECT_EQ(velk_compress_stream(&options, &stream, 2 * kBlock), VELK_OK);
+        return zeros.in + kPiece < 2 * kBlock ? kPiece : -1; // too late
+    }};
+    EXPECT_EQ(slow.compress(2 * kBlock, 2), VELK_OK);
 }
 
 // None works until more blocks than the most threads were read.
 TEST(Library, ThreadsBeyondTheMost) {
     memory_watch.restart(-1, -1);
     memory_watch.waiting = true;
-    std::uint64_t blocks = 0;
-    const auto read = [](void *user, void *buffer, std::size_t size) {
-        std::memset(buffer, 0, size);
-        if (++*static_cast<std::uint64_t *>(user) == VELK_MAX_THREADS + 4)
-            memory_watch.waiting = false;
+    Zeros many{[](const Zeros &zeros, std::size_t size) {
+        memory_watch.waiting = zeros.in < (VELK_MAX_THREADS + 3) * kBlock;
         return static_cast<std::int64_t>(size);
-    };
-    const auto write = [](void *, const void *, std::size_t size) {
-        return static_cast<std::int64_t>(size);
-    };
-    const velk_stream stream{&blocks, read, write, nullptr, {}};
-    const velk_options options = quick_options(UINT32_MAX);
-    EXPECT_EQ(velk_compress_stream(&options, &stream, (VELK_MAX_THREADS + 4) * kBlock), VELK_OK);
+    }};
+    EXPECT_EQ(many.compress((VELK_MAX_THREADS + 4) * kBlock, UINT32_MAX), VELK_OK);
     EXPECT_EQ(memory_watch.started, static_cast<int>(VELK_MAX_THREADS));
 }
 
@@ -290,10 +292,10 @@ TEST(Library, MemoryLimit) {
         velk_reader_close(reader);
         velk_decoder_free(decoder);
         velk_encoder_free(encoder);
+        EXPECT_EQ(compress(options, in).status, right);
+        options.memory_limit = to_restore - missing;
+        EXPECT_EQ(decompress(options, archive, in.size()).status, right);
     }
-    options.memory_limit = kBlock * 5;
-    EXPECT_EQ(compress(options, in).status, VELK_ERROR_MEMORY);
-    EXPECT_EQ(decompress(options, archive, in.size()).status, VELK_ERROR_MEMORY);
 }
 
 TEST(Library, SettingsOutOfBounds) {
@@ -377,26 +379,23 @@ TEST(Library, SingleBlocksMakeTheSameArchive) {
         Bytes &record = records[i];
         const std::uint8_t *const block = &in[i * kBlock];
         const std::size_t length = std::min<std::size_t>(kBlock, in.size() - i * kBlock);
-        std::size_t size, told, got;
+        std::size_t size, got;
         ASSERT_EQ(velk_encode_block(encoder, block, length, record.data(), record.size(), &size),
                   VELK_OK);
-        EXPECT_EQ(velk_record_size(record.data(), &told), VELK_OK);
-        EXPECT_EQ(told, size);
         EXPECT_EQ(velk_encode_block(encoder, block, length, record.data(), size, &got), VELK_OK);
-        const auto decode = [&](std::size_t of_record) {
-            return velk_decode_block(decoder, record.data(), of_record, restored.data(), length,
-                                     &got);
-        };
-        const auto data_size = static_cast<std::uint32_t>(size - kRecordHeadBytes);
-        put_record_head(record.data(), data_size - 1);
-        EXPECT_EQ(decode(size), VELK_ERROR_DAMAGED);
-        put_record_head(record.data(), data_size);
-        ASSERT_EQ(decode(size), VELK_OK);
-        EXPECT_TRUE(got == length && std::equal(block, block + length, restored.begin()));
         record.resize(size);
+        EXPECT_EQ(velk_record_size(record.data(), &got), VELK_OK);
+        EXPECT_EQ(got, size);
+        Bytes damaged = record;
+        put_record_head(damaged.data(), length_of(record) - kRecordHeadBytes - 1);
+        EXPECT_EQ(velk_decode_block(decoder, damaged.data(), size, &restored[0], length, &got),
+                  VELK_ERROR_DAMAGED);
+        ASSERT_EQ(velk_decode_block(decoder, record.data(), size, &restored[0], length, &got),
+                  VELK_OK);
+        EXPECT_TRUE(got == length && std::equal(block, block + length, restored.begin()));
     }
     for (const Bytes &record : records)
-        archive = join({archive, record});
+        append(archive, record);
     EXPECT_EQ(archive, mixed_archive());
     velk_encoder_free(encoder);
     velk_decoder_free(decoder);
@@ -425,10 +424,12 @@ TEST(Library, DamageIsSeen) {
         ASSERT_EQ(velk_decompress_bound(cut.data(), cut.size(), &bound), status) << at;
         ASSERT_EQ(open_reader(reader, test), status) << at;
         velk_reader_close(reader);
-        Bytes damaged = archive;
-        damaged[at] ^= static_cast<std::uint8_t>(1 << at % 8);
-        face(damaged, at);
-        if (at != 0) face(join({archive, random_bytes(at, at % 2 * 255 + 1, at)}), at);
+        for (int bit = 1; bit < 256; bit *= 2) {
+            Bytes damaged = archive;
+            damaged[at] ^= static_cast<std::uint8_t>(bit);
+            face(damaged, at);
+        }
+        if (at != 0) face(join({archive, random_bytes(at, at % 2 == 0 ? 256 : 1, at)}), at);
     }
 }
 
@@ -441,7 +442,7 @@ TEST(Library, RecordsExchangedRemovedAndRepeated) {
         const Bytes archive = make_archive(0x20, blocks);
         Bytes original;
         for (const Bytes &block : blocks)
-            original = join({original, block});
+            append(original, block);
         EXPECT_EQ(difference_to_program(archive), "");
         EXPECT_EQ(read_all(archive, 70000), (Outcome{VELK_OK, original}));
         write_file(scratch.archive, archive);

@@ -34,10 +34,6 @@ protected:
         write_file(input, bytes);
         return run_velk({"e", input, archive, switches});
     }
-    Finished decompress(const Bytes &bytes) {
-        write_file(archive, bytes);
-        return run_velk({"d", archive, output});
-    }
     Finished expect_restored(const Bytes &bytes) {
         Finished run = run_velk({"d", archive, output});
         EXPECT_EQ(run.status, 0);
@@ -152,49 +148,6 @@ TEST_F(Program, FilesOfSeveralBlocksComeBack) {
         ASSERT_EQ(seconds.size(), 4u);
         EXPECT_NEAR(seconds[3], seconds[0] + seconds[1] + seconds[2], 0.021);
     }
-}
-
-// What Damage.* finds in an archive as a whole, this shows of each message: what is
-// damaged, what the program says, and which blocks have come back by then.
-TEST_F(Program, DamageIsReported) {
-    const Bytes block = random_bytes(131072, 256, 1);
-    compress(join({block, block}), "-b128eflzwrdo");
-    const Bytes good = read_file(archive), start = first_bytes(good, kFirstRecord);
-    const std::string header_error = std::string("Header check failed: ") + kMagic,
-                      read_error = kReadError + archive, crc_error = "CRC32 check failed!";
-    for (const std::size_t at : std::vector<std::size_t>{0, kFirstRecord - 1, good.size() - 1}) {
-        Bytes damaged = good;
-        damaged[at] ^= 0x41;
-        expect_failure(decompress(damaged), at == 0 ? header_error : crc_error);
-    }
-    const std::pair<std::size_t, std::string> cuts[] = {
-        {0, header_error},
-        {kMagicBytes - 1, header_error},
-        {kFirstRecord - 1, read_error},
-        {kFirstRecord + 4, read_error},
-        // What the block before left in the buffers must not stand in for missing bytes.
-        {good.size() - 100, crc_error}};
-    for (const auto &[length, message] : cuts)
-        expect_failure(decompress(first_bytes(good, length)), message);
-    EXPECT_EQ(read_file(output), block) << "what was restored before stays";
-
-    // Headers and record heads that no compressor writes.
-    const auto with = [&](std::uint8_t flags, std::uint32_t block_size, const Bytes &more = {}) {
-        Bytes changed = start;
-        Settings settings{};
-        set_flags(settings, flags);
-        put_start(changed.data(), settings, block_size);
-        return decompress(join({changed, more}));
-    };
-    for (const std::uint32_t size : {kMinBlockSize - 1, kMaxBlockSize + 1, 0xFFFFFFFF})
-        expect_failure(with(0x20, size), "Not enough memory!");
-    expect_failure(with(0, kMinBlockSize), "Not enough memory!"); // both transforms
-    Bytes head(kRecordHeadBytes);
-    put_record_head(head.data(), kMinBlockSize + kBlockSlack + 1);
-    expect_failure(with(0x20, kMinBlockSize, head), crc_error);
-    put_record_head(head.data(), 0);
-    EXPECT_EQ(with(0x20, kMinBlockSize, join({head, {7}})).status, 0)
-        << "a record of no bytes ends the archive";
 }
 
 TEST_F(Program, FullDiskIsReported) {
