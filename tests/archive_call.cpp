@@ -10,10 +10,6 @@ using namespace velk;
 
 namespace {
 
-std::uint32_t length_of(const Bytes &bytes) {
-    return static_cast<std::uint32_t>(bytes.size());
-}
-
 // A ByteSource's and a ByteSink's functions over bytes.
 struct Input {
     const Bytes &bytes;
@@ -30,7 +26,7 @@ bool read_bytes(void *user, void *bytes, std::uint32_t count, std::uint32_t &got
     return true;
 }
 
-bool append(void *user, const void *bytes, std::uint32_t count) {
+bool write_bytes(void *user, const void *bytes, std::uint32_t count) {
     Bytes &output = *static_cast<Bytes *>(user);
     const std::uint8_t *const first = static_cast<const std::uint8_t *>(bytes);
     output.insert(output.end(), first, first + count);
@@ -73,7 +69,7 @@ Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks) {
     Settings settings{};
     set_flags(settings, flags);
     Bytes archive;
-    const ByteSink sink = {&archive, append};
+    const ByteSink sink = {&archive, write_bytes};
     std::size_t size = write_start(sink, settings, kMinBlockSize);
     for (const Bytes &block : blocks) {
         const Bytes data = chain.compress(block);
@@ -94,7 +90,7 @@ Restored restore_archive(const Bytes &archive) {
     while (restored.status == ArchiveStatus::kGood) {
         restored.status = read_block(source, context, coded_len, trace);
         if (restored.status == ArchiveStatus::kGood)
-            append(&restored.bytes, context.buf_out, context.out_len);
+            write_bytes(&restored.bytes, context.buf_out, context.out_len);
     }
     free_decompress(context);
     return restored;

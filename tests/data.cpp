@@ -17,6 +17,18 @@ Bytes to_bytes(const std::string &text) {
     return Bytes(text.begin(), text.end());
 }
 
+std::string to_text(const Bytes &bytes) {
+    return std::string(bytes.begin(), bytes.end());
+}
+
+std::uint32_t length_of(const Bytes &bytes) {
+    return static_cast<std::uint32_t>(bytes.size());
+}
+
+void append(Bytes &bytes, const Bytes &more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
 Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed) {
     Random random(seed);
     Bytes bytes(n);
@@ -39,7 +51,7 @@ Bytes periodic(const std::string &word, std::size_t n) {
 }
 
 Bytes repeated(const Bytes &word, std::size_t times) {
-    return periodic(std::string(word.begin(), word.end()), times * word.size());
+    return periodic(to_text(word), times * word.size());
 }
 
 Bytes fibonacci(std::size_t n) {
@@ -122,7 +134,7 @@ Bytes records(std::size_t n, std::uint32_t size, std::uint64_t seed) {
 Bytes join(std::initializer_list<Bytes> parts) {
     Bytes all;
     for (const Bytes &part : parts)
-        all.insert(all.end(), part.begin(), part.end());
+        append(all, part);
     return all;
 }
 
@@ -177,6 +189,5 @@ Bytes read_file(const std::string &path) {
 std::string kept_text(const std::string &name, const std::string &text) {
     const std::string path = VELK_GOLDEN "/" + name;
     if (std::getenv("VELK_WRITE_GOLDEN") != nullptr) write_file(path, to_bytes(text));
-    const Bytes kept = read_file(path);
-    return std::string(kept.begin(), kept.end());
+    return to_text(read_file(path));
 }

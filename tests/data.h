@@ -26,6 +26,9 @@ private:
 };
 
 Bytes to_bytes(const std::string &text);
+std::string to_text(const Bytes &bytes);
+std::uint32_t length_of(const Bytes &bytes);
+void append(Bytes &bytes, const Bytes &more);
 Bytes random_bytes(std::size_t n, std::uint32_t alphabet, std::uint64_t seed);
 // Up to `most` bytes over an alphabet of any size; small ones come up most.
 Bytes random_block(Random &random, std::uint32_t most);

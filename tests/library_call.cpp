@@ -6,19 +6,16 @@
 
 namespace {
 
-// Whether this call is the one to go wrong.
-bool meets(TestStream &stream, Fault first, Fault last) {
-    if (stream.fault < first || stream.fault > last || stream.calls_before-- != 0) return false;
-    return stream.fault_met = true;
+// What this call answers, if it is the one to go wrong.
+std::optional<std::int64_t> wrong_answer(TestStream &s, Call call, std::size_t size) {
+    if (s.faulty != call || s.good_calls-- != 0) return {};
+    s.fault_met = true;
+    return s.wrong_answer == kTooMuch ? static_cast<std::int64_t>(size) + 1 : s.wrong_answer;
 }
 
 std::int64_t read_part(void *user, void *buffer, std::size_t size) {
     TestStream &s = *static_cast<TestStream *>(user);
-    if (meets(s, Fault::kReadFails, Fault::kReadTooMuch)) {
-        if (s.fault == Fault::kReadEnds) s.at = s.in.size();
-        if (s.fault == Fault::kReadTooMuch) return static_cast<std::int64_t>(size + 1);
-        return s.fault == Fault::kReadEnds ? 0 : -1;
-    }
+    if (const auto wrong = wrong_answer(s, Call::kRead, size)) return *wrong;
     const std::size_t part =
         std::min({size, s.in.size() - s.at, std::size_t{1} + s.read_sizes.below(100000)});
     std::copy_n(s.in.begin() + static_cast<std::ptrdiff_t>(s.at), part,
@@ -29,10 +26,7 @@ std::int64_t read_part(void *user, void *buffer, std::size_t size) {
 
 std::int64_t write_part(void *user, const void *buffer, std::size_t size) {
     TestStream &s = *static_cast<TestStream *>(user);
-    if (meets(s, Fault::kWriteFails, Fault::kWriteTooMuch)) {
-        if (s.fault == Fault::kWriteTooMuch) return static_cast<std::int64_t>(size + 1);
-        return s.fault == Fault::kWriteNothing ? 0 : -1;
-    }
+    if (const auto wrong = wrong_answer(s, Call::kWrite, size)) return *wrong;
     const std::size_t part = std::min(size, std::size_t{1} + s.write_sizes.below(100000));
     const auto *const bytes = static_cast<const std::uint8_t *>(buffer);
     s.out.insert(s.out.end(), bytes, bytes + part);
@@ -43,7 +37,7 @@ int tell(void *user, std::uint64_t bytes_in, std::uint64_t bytes_out) {
     TestStream &s = *static_cast<TestStream *>(user);
     s.told_in = bytes_in;
     s.told_out = bytes_out;
-    return meets(s, Fault::kCancel, Fault::kCancel) ? 1 : 0;
+    return static_cast<int>(wrong_answer(s, Call::kTell, 0).value_or(0));
 }
 
 std::int64_t read_at(void *user, std::uint64_t offset, void *buffer, std::size_t size) {

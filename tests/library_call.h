@@ -16,27 +16,23 @@ Outcome compress(const velk_options &options, const Bytes &in);
 // capacity: of the output.
 Outcome decompress(const velk_options &options, const Bytes &archive, std::size_t capacity);
 
-enum class Fault {
-    kNone,
-    kReadFails,
-    kReadEnds,    // early
-    kReadTooMuch, // more than was asked for
-    kWriteFails,
-    kWriteNothing,
-    kWriteTooMuch,
-    kCancel,
-};
+enum class Call { kRead, kWrite, kTell };
+constexpr std::int64_t kTooMuch = INT64_MAX; // one more than was asked for
 
 // A stream over byte vectors that reads and writes less than it is asked to.
 struct TestStream {
-    explicit TestStream(const Bytes &bytes) : in(bytes) {}
+    explicit TestStream(const Bytes &bytes, Call call = {}, std::int64_t answer = 0,
+                        int calls_before = -1)
+        : in(bytes), faulty(call), wrong_answer(answer), good_calls(calls_before) {}
     velk_stream callbacks();
 
     const Bytes &in;
     std::size_t at = 0;
     Bytes out;
-    Fault fault = Fault::kNone;
-    int calls_before = 0; // the fault's kind of call goes well so many times
+    // After so many good calls (-1: all are) of one kind, this is one's answer.
+    Call faulty;
+    std::int64_t wrong_answer;
+    int good_calls;
     bool fault_met = false;
     std::uint64_t told_in = 0, told_out = 0; // by the last call of `progress`
     Random read_sizes{1}, write_sizes{2};

@@ -42,7 +42,7 @@ extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker gives the names
 
 using ThreadMain = void *(void *);
-ThreadMain *thread_main;
+std::atomic<ThreadMain *> thread_main;
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *memory, std::size_t size);
@@ -68,8 +68,8 @@ void __wrap_free(void *memory) {
     __real_free(memory);
 }
 
-void *work_together(void *argument) {
-    for (int i = 0; memory_watch.started < 2 && i < 1000; ++i)
+void *wait_and_work(void *argument) {
+    for (int i = 0; memory_watch.waiting && i < 1000; ++i)
         usleep(10000);
     return thread_main(argument);
 }
@@ -78,9 +78,8 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, T
                           void *argument) {
     if (!goes_well(memory_watch.good_threads)) return EAGAIN;
     ++memory_watch.started;
-    if (!memory_watch.together) return __real_pthread_create(thread, attributes, main, argument);
     thread_main = main;
-    return __real_pthread_create(thread, attributes, work_together, argument);
+    return __real_pthread_create(thread, attributes, wait_and_work, argument);
 }
 
 // NOLINTEND(bugprone-reserved-identifier)

@@ -10,7 +10,7 @@ struct MemoryWatch {
     std::atomic<bool> failed = false;
     std::atomic<long> held = 0, most_held = 0; // bytes
     std::atomic<int> started = 0;              // threads
-    bool together = false; // the first thread sets to work when there is a second one
+    std::atomic<bool> waiting = false;         // threads set to work when it is false again
     void restart(int allocations, int threads);
 };
 

@@ -23,19 +23,10 @@ std::string make_folder() {
 
 Finished run(const std::string &program, const std::vector<std::string> &arguments,
              const std::string &prefix, const std::string &suffix) {
-    const ScratchFolder streams;
-    const std::string out = streams.path("out"), err = streams.path("err");
     std::string command = prefix + " " + emulator() + " " + quoted(program);
     for (const std::string &argument : arguments)
         command += " " + quoted(argument);
-    command = "{ " + command + " " + suffix + "; } >" + quoted(out) + " 2>" + quoted(err);
-    const int result = std::system(command.c_str());
-    const auto text = [](const std::string &path) {
-        const Bytes bytes = read_file(path);
-        return std::string(bytes.begin(), bytes.end());
-    };
-    const int status = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
-    return {status, text(out), text(err)};
+    return run_shell(command + " " + suffix);
 }
 
 } // namespace
@@ -47,6 +38,15 @@ std::string given_or(const char *variable, const char *otherwise) {
 
 std::string emulator() {
     return given_or("VELK_EMULATOR", VELK_EMULATOR);
+}
+
+Finished run_shell(const std::string &script) {
+    const ScratchFolder streams;
+    const std::string out = streams.path("out"), err = streams.path("err");
+    const std::string command = "{ " + script + "\n} >" + quoted(out) + " 2>" + quoted(err);
+    const int result = std::system(command.c_str());
+    const int status = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
+    return {status, to_text(read_file(out)), to_text(read_file(err))};
 }
 
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix,

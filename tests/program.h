@@ -16,6 +16,7 @@ struct Finished {
 std::string given_or(const char *variable, const char *otherwise);
 std::string emulator();
 
+Finished run_shell(const std::string &script);
 // Runs VELK with these arguments, given to a shell behind `prefix`, with `suffix`
 // (redirections) after them. Both streams are kept.
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix = "",

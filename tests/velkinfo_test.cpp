@@ -38,7 +38,7 @@ Bytes without(const std::set<std::size_t> &lost, bool fill) {
     Bytes result;
     for (std::size_t i = 0; i < six_blocks().size(); ++i) {
         const Bytes &block = six_blocks()[i];
-        if (lost.count(i) == 0) result.insert(result.end(), block.begin(), block.end());
+        if (lost.count(i) == 0) append(result, block);
         if (lost.count(i) != 0 && fill && i != 5) result.resize(result.size() + kBlock);
     }
     return result;
@@ -179,31 +179,6 @@ TEST_F(Velkinfo, SalvageReadsEachByteABoundedNumberOfTimes) {
     }
 }
 
-// Small segments, so that ranges across them and the moves of the window come up. The end
-// can't be read.
-TEST_F(Velkinfo, WindowKnowsTheCrcOfAnyRange) {
-    Bytes bytes = random_bytes(10000, 256, 1);
-    write_file(archive, bytes);
-    ArchiveFile file;
-    std::string why;
-    ASSERT_TRUE(open_archive(file, archive.c_str(), why));
-    std::filesystem::resize_file(archive, 32 * 256);
-    std::fill(bytes.begin() + 32 * 256, bytes.end(), 0);
-    ArchiveWindow window(file, 256);
-    Random random(2);
-    for (std::uint32_t reached = 0; reached < bytes.size(); reached += random.below(300)) {
-        window.reach(reached);
-        for (int i = 0; i < 20; ++i) {
-            const std::uint32_t offset = reached - random.below(std::min(reached, 512u) + 1);
-            const auto left = static_cast<std::uint32_t>(bytes.size()) - offset;
-            const std::uint32_t most = std::min(left, 255u);
-            const std::uint32_t length = i == 0 ? most : random.below(most + 1);
-            ASSERT_EQ(window.crc(offset, length), crc32_block(&bytes[offset], length))
-                << offset << ", " << length;
-        }
-    }
-}
-
 TEST_F(Velkinfo, SalvageOverwritesNothingUnasked) {
     const Bytes good = compress(to_bytes("abc"), "-e");
     write_file(output, to_bytes("dear to someone"));
@@ -223,41 +198,69 @@ TEST_F(Velkinfo, SalvageOverwritesNothingUnasked) {
     EXPECT_EQ(read_file(output), to_bytes("dear to someone")) << "nothing to restore";
 }
 
-TEST_F(Velkinfo, TestSaysWhichBlockAndWhy) {
-    const Bytes good = compress(without({}, false), "-b128");
+// By velkinfo, and in the words that VELK has for it; the blocks before come back.
+TEST_F(Velkinfo, DamageIsReported) {
+    const Bytes original = without({}, false), good = compress(original, "-b128");
     const std::vector<std::size_t> starts = record_starts(good);
     const std::string copy = path("copy");
     write_file(copy, good);
     // More values than any block has, under a CRC that holds.
-    const Damage values = {1, -9, 9, {255, 255, 255, 255, 1, 0, 0, 0, 0}};
-    Bytes bad_stage = damaged(good, {values});
+    Bytes bad_stage = damaged(good, {{1, -9, 9, {255, 255, 255, 255, 1, 0, 0, 0, 0}}});
     const std::size_t first = starts[0] + 5, crc = starts[1] - 4;
     put_u32(&bad_stage[crc],
             crc32_block(&bad_stage[first], static_cast<std::uint32_t>(crc - first)));
-    const auto block = [&](std::size_t i) {
-        return "block " + std::to_string(i + 1) + " at offset " + std::to_string(starts[i]);
+    const auto with_start = [&](std::uint8_t flags, std::uint32_t block_size) {
+        Bytes changed = good;
+        Settings settings{};
+        set_flags(settings, flags);
+        put_start(changed.data(), settings, block_size);
+        return changed;
     };
-    const std::pair<Bytes, std::string> cases[] = {
-        {damaged(good, {{1, 50, 1, {1}}}), block(1) + ": the block CRC does not match"},
-        {damaged(good, {{5, 0, 1, {1}}}),
-         block(5) + ": the check byte of the record head does not match"},
-        {damaged(good, {{6, -1, 1, {}}}), block(5) + ": the block is cut short"},
-        {bad_stage, block(0) + ": the CRC matches, but the DCE stage can't be undone"},
-        {damaged(good, {{0, -15, 1, {'x'}}}), "does not begin as an archive"},
-        {damaged(good, {{0, -3, 1, {1}}}), "header: the check byte does not match"},
-        {first_bytes(good, 14), "shorter than an archive's header"},
-        {damaged(good, {{1, 0, 5, head_of(4)}}), block(1) + ": no block has a record of 4 bytes"},
-        {damaged(good, {{1, 0, 5, head_of(kBlock + kBlockSlack + 1)}}),
-         block(1) + ": no block has a record of 131173 bytes"},
-        {join({good, head_of(0), {7}}), block(6) + ": an end mark with more bytes behind it"},
+    const std::string other = std::string("Header check failed: ") + kMagic,
+                      read = "Input file read error: " + archive, crc_fails = "CRC32 check failed!",
+                      memory = "Not enough memory!",
+                      invalid = "header: no such block size or stages";
+    constexpr std::size_t none = SIZE_MAX;
+    const struct {
+        Bytes bytes;
+        std::size_t blocks; // before the damaged one
+        std::string why, by_velk;
+    } cases[] = {
+        {damaged(good, {{1, 50, 1, {1}}}), 1, "the block CRC does not match", crc_fails},
+        {damaged(good, {{5, 0, 1, {1}}}), 5, "the check byte of the record head does not match",
+         crc_fails},
+        {damaged(good, {{6, -1, 1, {}}}), 5, "the block is cut short", crc_fails},
+        {first_bytes(good, starts[2] + 4), 2, "the record head is cut short", read},
+        {bad_stage, 0, "the CRC matches, but the DCE stage can't be undone", crc_fails},
+        {{}, none, "does not begin as an archive", other},
+        {damaged(good, {{0, -15, 1, {'x'}}}), none, "does not begin as an archive", other},
+        {damaged(good, {{0, -3, 1, {1}}}), none, "header: the check byte does not match",
+         crc_fails},
+        {first_bytes(good, 17), none, "shorter than an archive's header", read},
+        {with_start(0, kBlock), none, invalid, memory},
+        {with_start(0x20, kMinBlockSize - 1), none, invalid, memory},
+        {with_start(0x20, kMaxBlockSize + 1), none, invalid, memory},
+        {damaged(good, {{1, 0, 5, head_of(4)}}), 1, "no block has a record of 4 bytes", crc_fails},
+        {damaged(good, {{1, 0, 5, head_of(kBlock + kBlockSlack + 1)}}), 1,
+         "no block has a record of 131173 bytes", crc_fails},
+        {join({good, head_of(0), {7}}), 6, "an end mark with more bytes behind it", ""},
     };
     const std::string line = copy + ": good, 6 blocks, 685360 bytes\n";
-    for (const auto &[bytes, message] : cases) {
+    for (const auto &[bytes, blocks, why, by_velk] : cases) {
         write_file(archive, bytes);
-        const Finished run = run_velkinfo({"test", copy, archive, copy});
+        const std::string place = blocks == none
+                                      ? ""
+                                      : "block " + std::to_string(blocks + 1) + " at offset " +
+                                            std::to_string(starts[blocks]) + ": ";
+        Finished run = run_velkinfo({"test", copy, archive, copy});
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, line + line);
-        EXPECT_EQ(run.err, "velkinfo: " + archive + ": " + message + "\n");
+        EXPECT_EQ(run.err, "velkinfo: " + archive + ": " + place + why + "\n");
+        run = run_velk({"d", archive, output});
+        EXPECT_EQ(run.status, by_velk.empty() ? 0 : 1) << why;
+        EXPECT_TRUE(by_velk.empty() || run.out.ends_with("\n" + by_velk + "\n")) << run.out;
+        const std::size_t size = blocks == none ? 0 : std::min(blocks * kBlock, original.size());
+        EXPECT_TRUE(read_file(output) == first_bytes(original, size)) << why;
     }
     EXPECT_EQ(run_velkinfo({"test", copy}).status, 0);
 }

@@ -56,12 +56,9 @@ protected:
         const std::string left_out = given_or("VELKZ_LEFT_OUT", "");
         for (const Case &c : cases) {
             if (left_out.find(":" + std::string(c.name) + ":") != std::string::npos) continue;
-            const std::string log = path("log");
-            const std::string script = "(" + prepare(c.script) + "\n) >'" + log + "' 2>&1";
-            const int status = std::system(script.c_str());
-            const Bytes bytes = read_file(log);
-            EXPECT_EQ(std::string(bytes.begin(), bytes.end()), c.output) << c.name;
-            EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, c.status) << c.name;
+            const Finished run = run_shell("exec 2>&1; " + prepare(c.script));
+            EXPECT_EQ(run.out, c.output) << c.name;
+            EXPECT_EQ(run.status, c.status) << c.name;
         }
     }
     // All that a terminal shows where these keys are pressed.
@@ -149,6 +146,8 @@ TEST_F(Velkz, SaysWhatIsWrong) {
          "velkz: standard input: the header is damaged or cut short; 'velkinfo salvage' may "
          "restore the blocks\n",
          1},
+        {"header damaged", "{ head -c 17 text.ref; printf x; } | velkz -t 2>&1 | cut -c-41",
+         "velkz: standard input: the header is dama\n"},
         {"more behind the end", "{ cat text.ref; printf '\\34\\0\\0\\0\\0more'; } | velkz -t",
          "velkz: standard input: what follows the archive's end is left out\n", 2},
         {"range beyond the end",
@@ -204,6 +203,13 @@ TEST_F(Velkz, LosesNothing) {
             velkz -qd --rm c.velk; cmp c text; ls c.velk)sh",
          "velkz: code: kept, as the output is not a file of its own\n" + damage("bad.velk") +
              "bad.velk\nc.velk\n"},
+        {"the input changed", R"sh(mkfifo f
+            for change in 'touch a' 'printf x >>a; touch -r text a'; do
+                cp -p text a; velkz -c a >f & exec 3<f; head -c 9 <&3 >b; eval "$change"
+                cat <&3 >b; wait $!; echo $?
+            done)sh",
+         "velkz: a: was written to while it was read\n2\n"
+         "velkz: a: was written to while it was read\n2\n"},
         {"kinds", R"sh(ln -s text link; mkfifo pipe; mkdir dir; velkz link pipe dir; echo $?
             velkz -f link; velkcat link.velk | cmp - text; velkz -c link | cmp - link.velk
             ln -s text.ref ref; velkz -t ref; velkz text -o dir; velkz -q pipe)sh",
