@@ -78,8 +78,8 @@ Bytes coded(const std::vector<Value> &values) {
     Models &models = init_models(area.data());
     std::vector<SymbolStats> stats(256);
     Bytes bytes(8 * values.size());
-    RangeEncoder range = start_encoder(bytes.data());
-    RawBitWriter raw = start_raw_writer(bytes.data(), length_of(bytes));
+    RangeEncoder range{bytes.data()};
+    RawBitWriter raw{bytes.data(), length_of(bytes)};
     std::uint32_t before = 0;
     for (const auto &[v, byte, run_length] : values) {
         const bool is_long = v >= kFirstLongValue;
