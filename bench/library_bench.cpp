@@ -1,139 +1,89 @@
-// What threads bring, and what the library itself costs: files compressed and restored in
-// memory, with the block chain alone and with libvelk.
-//
-//   library_bench FILE...
-//
-// Each line is the shortest of three runs by the clock; the processor time shows what
-// stands in the way of the threads.
-#include "archive/memory.h"
-#include "pipeline/block.h"
+// What threads bring, and what the library itself costs: up to 64 MB compressed and restored
+// in memory, by the block chain alone and by libvelk, one thread to as many as there are
+// processors. By the clock; the processor time shows what stands in the way of the threads.
+// What is restored is compared, within the time. --benchmark_repetitions=5 tells medians, too.
+#include "archive_call.h"
+#include "inputs.h"
 #include "velk.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <ctime>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include <benchmark/benchmark.h>
 #include <thread>
-#include <vector>
-
-using namespace velk;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
+constexpr std::size_t kMostBytes = 64000000;
 constexpr std::uint32_t kBlock = 2 << 20;
-constexpr int kRuns = 3;
 
-Bytes read_all(const char *name) {
-    std::ifstream file(name, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(file), {});
+template<typename Code>
+void measure(benchmark::State &state, const Bytes &whole, Code code) {
+    for ([[maybe_unused]] auto _ : state)
+        if (!code()) return state.SkipWithError("failed");
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(whole.size()));
 }
 
-struct Time {
-    double wall, processor; // seconds
-};
-
-template<typename Run>
-Time shortest(Run run) {
-    Time best = {1e9, 1e9};
-    for (int i = 0; i < kRuns; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        const std::clock_t ticks = std::clock();
-        run();
-        const double processor = static_cast<double>(std::clock() - ticks) / CLOCKS_PER_SEC;
-        const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
-        if (wall.count() < best.wall) best = {wall.count(), processor};
+void chain_alone(benchmark::State &state, bool restoring, const Bytes &whole) {
+    Chain chain(0x20, false, static_cast<std::uint32_t>(whole.size() + 1), kBlock);
+    std::vector<Bytes> blocks, records;
+    for (auto at = whole.begin(); at != whole.end();) {
+        const auto end = at + std::min<std::ptrdiff_t>(kBlock, whole.end() - at);
+        blocks.emplace_back(at, end);
+        at = end;
+        records.push_back(chain.compress(blocks.back()));
     }
-    return best;
-}
-
-void require(bool holds, const char *what) {
-    if (holds) return;
-    std::fprintf(stderr, "library_bench: %s\n", what);
-    std::exit(EXIT_FAILURE);
-}
-
-// The blocks of `whole` one by one, as the program does it.
-Time chain_alone(const Bytes &whole, std::vector<Bytes> &records, bool restoring) {
-    return shortest([&] {
-        CoderContext context{};
-        context.settings.st_off = 1;
-        context.file_size = static_cast<std::uint32_t>(whole.size() + 1);
-        if (restoring) {
-            require(alloc_decompress(context, kBlock) != 0, "no memory");
-            for (const Bytes &record : records) {
-                std::copy(record.begin(), record.end(), context.buf_in);
-                context.in_len = static_cast<std::uint32_t>(record.size());
-                require(decompress_block(context), "a block was not restored");
-            }
-            free_decompress(context);
-            return;
+    measure(state, whole, [&] {
+        bool good = true;
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            if (restoring)
+                good = chain.decompress(records[i]) == blocks[i] && good;
+            else
+                records[i] = chain.compress(blocks[i]);
         }
-        records.clear();
-        require(alloc_compress(context, kBlock) != 0, "no memory");
-        for (std::size_t at = 0; at < whole.size(); at += kBlock) {
-            context.in_len =
-                static_cast<std::uint32_t>(std::min<std::size_t>(kBlock, whole.size() - at));
-            std::copy_n(&whole[at], context.in_len, context.buf_in);
-            compress_block(context);
-            records.emplace_back(context.buf_out, context.buf_out + context.out_len);
-        }
-        free_compress(context);
+        return good;
     });
 }
 
-void print(const std::string &what, const Time &compression, const Time &restoring,
-           const Time *one) {
-    std::printf("%-16s %8.3f %8.3f %8.3f %8.3f", what.c_str(), compression.wall,
-                compression.processor, restoring.wall, restoring.processor);
-    if (one != nullptr)
-        std::printf("   x%.2f x%.2f", one[0].wall / compression.wall, one[1].wall / restoring.wall);
-    std::printf("\n");
-    std::fflush(stdout);
-}
-
-void measure(const char *name) {
-    const Bytes whole = read_all(name);
+void library(benchmark::State &state, std::uint32_t threads, bool restoring, const Bytes &whole) {
     velk_options options;
     velk_options_init(&options);
+    options.threads = threads;
     Bytes archive(velk_compress_bound(whole.size(), &options)), restored(whole.size());
     std::size_t archive_size = 0, size = 0;
-    std::printf("%s, %zu bytes\n%-16s %17s %17s\n%-16s %8s %8s %8s %8s\n", name, whole.size(), "",
-                "compression", "restoring", "", "s", "proc. s", "s", "proc. s");
-    std::vector<Bytes> records;
-    const Time chain[] = {chain_alone(whole, records, false), chain_alone(whole, records, true)};
-    print("chain alone", chain[0], chain[1], nullptr);
-
-    Time one[2] = {};
-    for (options.threads = 1; options.threads <= std::max(2u, std::thread::hardware_concurrency());
-         ++options.threads) {
-        const Time compression = shortest([&] {
-            require(velk_compress(&options, whole.data(), whole.size(), archive.data(),
-                                  archive.size(), &archive_size) == VELK_OK,
-                    "compression failed");
-        });
-        const Time restoring = shortest([&] {
-            require(velk_decompress(&options, archive.data(), archive_size, restored.data(),
-                                    restored.size(), &size) == VELK_OK &&
-                        restored == whole,
-                    "restoring failed");
-        });
-        if (options.threads == 1) {
-            one[0] = compression;
-            one[1] = restoring;
-        }
-        print(std::to_string(options.threads) + " threads", compression, restoring, one);
-    }
+    const auto compress = [&] {
+        return velk_compress(&options, whole.data(), whole.size(), archive.data(), archive.size(),
+                             &archive_size) == VELK_OK;
+    };
+    const auto restore = [&] {
+        return velk_decompress(&options, archive.data(), archive_size, restored.data(),
+                               restored.size(), &size) == VELK_OK &&
+               restored == whole;
+    };
+    if (restoring && !compress()) return state.SkipWithError("failed");
+    measure(state, whole, [&] { return restoring ? restore() : compress(); });
 }
+
+[[maybe_unused]] const bool added = [] {
+    for (const BenchInput &input : bench_inputs(kMostBytes, 1)) {
+        for (const bool restoring : {false, true}) {
+            for (unsigned threads = 0; threads <= std::max(2u, std::thread::hardware_concurrency());
+                 ++threads) {
+                const std::string who =
+                    threads == 0 ? "chain alone" : "threads: " + std::to_string(threads);
+                benchmark::RegisterBenchmark(
+                    (input.name + (restoring ? "/restoring/" : "/compression/") + who).c_str(),
+                    [=](benchmark::State &state) {
+                        if (threads == 0)
+                            chain_alone(state, restoring, input.make());
+                        else
+                            library(state, threads, restoring, input.make());
+                    })
+                    ->UseRealTime()
+                    ->MeasureProcessCPUTime()
+                    ->Unit(benchmark::kMillisecond);
+            }
+        }
+    }
+    return true;
+}();
 
 } // namespace
-
-int main(int argument_count, char **arguments) {
-    require(argument_count > 1, "FILE...");
-    for (int i = 1; i < argument_count; ++i)
-        measure(arguments[i]);
-}

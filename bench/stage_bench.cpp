@@ -1,207 +1,134 @@
-// Every stage but the forward sort and the coder, alone, forward and inverse, on blocks of
-// 2 MiB; the inverse sort next to its plain form, and at 16 MB, too. Bytes a second are
-// bytes of the block that a stage is given or restores.
+// Every stage, forward and inverse, on blocks as they reach it; the sort alone, against the
+// plain sort and, where it is installed, libdivsufsort; the checksum. Bytes a second are those
+// of the block that the chain was given.
 //
-// The RLE gets a last column, as in a run, the others the block itself. A stage that
-// declines still takes the time to find out; undoing it is free then.
-#include "archive/memory.h"
+// Times are processor time of the calls alone, without the copying before and behind. A run
+// has its arrays on large pages: GLIBC_TUNABLES=glibc.malloc.hugetlb=1 gives them here, too.
+// A stage that declines still takes the time to find out; undoing it is free then.
+#include "base/block_size.h"
 #include "base/byte_order.h"
-#include "filters/delta.h"
-#include "filters/eol.h"
-#include "filters/flt32.h"
-#include "filters/lzp.h"
 #include "inputs.h"
 #include "pipeline/crc32.h"
 #include "sorting/bwt.h"
-#include "sorting/rle.h"
-#include "sorting/st.h"
+#include "sorting/rotation_sort.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <cstdlib>
-#include <ctime>
-#include <functional>
-#include <map>
-#include <utility>
+#ifdef VELK_HAS_DIVSUFSORT
+#include <divsufsort.h>
+#endif
 
 using namespace velk;
 
 namespace {
 
 constexpr std::uint32_t kBlock = 2 << 20;
-constexpr std::uint32_t kLargeBlock = 16000000;
 
-// A run's memory, with the ST or with the BWT.
-class Run {
-public:
-    Run(std::size_t n, bool compressing, bool with_st) : compressing_(compressing) {
-        context.settings.st_off = !with_st;
-        context.settings.bwt_off = with_st;
-        const std::uint32_t size = static_cast<std::uint32_t>(n) + 5; // as for a last column
-        if ((compressing ? alloc_compress : alloc_decompress)(context, size) == 0) std::abort();
-    }
-    ~Run() { (compressing_ ? free_compress : free_decompress)(context); }
-    Run(const Run &) = delete;
-    Run &operator=(const Run &) = delete;
-
-    void load(const Bytes &block) {
-        std::copy(block.begin(), block.end(), context.buf_in);
-        context.in_len = static_cast<std::uint32_t>(block.size());
-    }
-
-    CoderContext context{};
-
-private:
-    bool compressing_;
-};
-
-struct Stage {
-    const char *name;
-    void (*forward)(CoderContext &);
-    bool (*inverse)(CoderContext &);
-};
-
-constexpr Stage kStages[] = {
-    {"EOL", [](CoderContext &c) { eol_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, 0); },
-     [](CoderContext &c) {
-         return eol_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-     }},
-    {"FLT32",
-     [](CoderContext &c) {
-         flt32_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.in_len + 1, 0);
-     },
-     [](CoderContext &c) {
-         return flt32_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-     }},
-    {"DELTA", [](CoderContext &c) { delta_encode(c.buf_in, c.in_len, c.buf_out, c.out_len, 0); },
-     [](CoderContext &c) {
-         return delta_decode(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-     }},
-    {"LZP",
-     [](CoderContext &c) { lzp_encode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, 0); },
-     [](CoderContext &c) {
-         return lzp_decode(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-     }},
-    {"ST",
-     [](CoderContext &c) { st_forward(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, 0); },
-     [](CoderContext &c) {
-         return st_inverse(c.work3, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-     }},
-};
-constexpr Stage kRle = {
-    "RLE", [](CoderContext &c) { rle_forward(c.buf_in, c.in_len, c.buf_out, c.out_len, 0); },
-    [](CoderContext &c) {
-        return rle_inverse(c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity);
-    }};
-
-// The output of `bwt_forward`, made once for each block.
-const Bytes &sorted(const NamedBytes &input) {
-    static std::map<std::pair<std::string, std::size_t>, Bytes> made;
-    Bytes &result = made[{input.name, input.bytes.size()}];
-    if (!result.empty()) return result;
-    Run run(input.bytes.size(), true, false);
-    CoderContext &c = run.context;
-    run.load(input.bytes);
-    bwt_forward(c.work1, c.work2, c.work3, c.work4, c.buf_in, c.in_len, c.buf_out, c.out_len, 0);
-    return result = Bytes(c.buf_out, c.buf_out + c.out_len);
+std::uint32_t length_of(const Bytes &bytes) {
+    return static_cast<std::uint32_t>(bytes.size());
 }
 
-// Calls a stage on `data` again and again and takes the processor time of the calls, not
-// of the loading of the data before. `n`: the block's length.
-template<typename Call>
-void time_calls(benchmark::State &state, Run &run, const Bytes &data, std::size_t n, Call call) {
-    for (auto _ : state) {
-        run.load(data);
-        const std::clock_t start = std::clock();
-        call(run.context);
-        state.SetIterationTime(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC);
+// once: makes a call and returns its seconds; below 0 on failure.
+template<typename Once>
+void measure(benchmark::State &state, std::size_t n, Once once) {
+    for ([[maybe_unused]] auto _ : state) {
+        const double time = once();
+        if (time < 0) return state.SkipWithError("refused");
+        state.SetIterationTime(time);
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(n));
 }
 
-void forward(benchmark::State &state, const Stage &stage, const Bytes &block) {
-    Run run(block.size(), false, true);
-    time_calls(state, run, block, block.size(), stage.forward);
+void measure_stage(benchmark::State &state, const Stage &stage, bool inverse, const Bytes &block) {
+    const Bytes input = stage_input(stage, block), coded = stage.forward(input);
+    if (inverse && coded.back() == 0) return state.SkipWithError("declined");
+    measure(state, block.size(), [&] {
+        if (!inverse) return stage.forward(input), stage_seconds;
+        return stage.inverse(coded, length_of(block) + kForwardSlack) ? stage_seconds : -1;
+    });
+    if (&stage != &kDce) return;
+    const double values = get_u32(&coded[coded.size() - 5]);
+    state.counters["s_per_value"] = benchmark::Counter(
+        values, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-void inverse(benchmark::State &state, const Stage &stage, const Bytes &block) {
-    Run run(block.size(), false, true);
-    run.load(block);
-    stage.forward(run.context);
-    const Bytes coded(run.context.buf_out, run.context.buf_out + run.context.out_len);
-    if (run.context.buf_out[run.context.out_len - 1] == 0) return state.SkipWithError("declined");
-    time_calls(state, run, coded, block.size(), stage.inverse);
-}
+struct Sort {
+    const char *name;
+    bool (*sort)(const SortArrays &, std::uint8_t *block, std::uint32_t n, std::uint8_t *scratch);
+};
 
-void checksum(benchmark::State &state, const Bytes &block) {
-    Run run(block.size(), false, true);
-    time_calls(state, run, block, block.size(),
-               [](CoderContext &c) { benchmark::DoNotOptimize(crc32_block(c.buf_in, c.in_len)); });
-}
+constexpr Sort kSorts[] = {
+    {"plain",
+     [](auto &arrays, auto *block, auto n, auto *) { return sort_by_tripling(arrays, block, n); }},
+    {"induction", [](auto &arrays, auto *block, auto n,
+                     auto *scratch) { return sort_by_induction(arrays, block, n, scratch); }},
+#ifdef VELK_HAS_DIVSUFSORT
+    {"libdivsufsort",
+     [](auto &arrays, auto *block, auto n, auto *sorted) {
+         auto *const work = reinterpret_cast<std::int32_t *>(arrays.index_array);
+         return divbwt(block, sorted, work, static_cast<std::int32_t>(n)) > 0;
+     }},
+#endif
+};
 
-void inverse_sort(benchmark::State &state, const NamedBytes &input) {
-    const std::size_t n = input.bytes.size();
-    Run run(n, false, false);
-    time_calls(state, run, sorted(input), n, [](CoderContext &c) {
-        if (!bwt_inverse(c.work2, c.buf_in, c.in_len, c.buf_out, c.out_len, c.capacity)) {
-            std::abort();
-        }
+void measure_sort(benchmark::State &state, const Sort &sort, const Bytes &input) {
+    const std::uint32_t n = length_of(input), capacity = n + kBwtRoom;
+    std::vector<std::uint32_t> pair(capacity), index(capacity), bits(n / 8 + kBwtMoreBitWords),
+        model(kSortScratchBytes / 4);
+    std::uint8_t *const block = reinterpret_cast<std::uint8_t *>(pair.data());
+    measure(state, n, [&] {
+        std::copy(input.begin(), input.end(), block);
+        bool sorted = false;
+        const double time = seconds([&] {
+            sorted = sort.sort({pair.data(), index.data(), bits.data(), model.data()}, block, n,
+                               block + capacity);
+        });
+        return sorted ? time : -1;
     });
 }
 
-// The block of a last column of n bytes and its 1-based primary index, by one walk of
-// one row a step. rows: n entries. block: room for n + 1 bytes.
-void plain_inverse_bwt(const std::uint8_t *last_column, std::uint32_t n,
-                       std::uint32_t primary_index, std::uint32_t *rows, std::uint8_t *block) {
-    std::uint32_t counts[256] = {}, first[256] = {};
-    for (std::uint32_t row = 0; row < n; ++row)
-        rows[row] = counts[last_column[row]]++ << 8 | last_column[row];
-    for (unsigned v = 1; v < 256; ++v)
-        first[v] = first[v - 1] + counts[v - 1];
-    std::uint32_t row = primary_index - 1;
-    for (std::uint32_t p = n; p > 0; --p) {
-        block[p] = static_cast<std::uint8_t>(rows[row]);
-        row = (rows[row] >> 8) + first[rows[row] & 255];
-    }
-    block[0] = block[n]; // the walk begins with the block's first byte
-}
-
-void plain_inverse_sort(benchmark::State &state, const NamedBytes &input) {
-    const std::size_t n = input.bytes.size();
-    Run run(n, true, false);
-    time_calls(state, run, sorted(input), n, [](CoderContext &c) {
-        const std::uint32_t length = c.in_len - 5;
-        plain_inverse_bwt(c.buf_in, length, get_u32(c.buf_in + length), c.work2, c.buf_out);
+void measure_checksum(benchmark::State &state, const Bytes &block) {
+    measure(state, block.size(), [&] {
+        return seconds(
+            [&] { benchmark::DoNotOptimize(crc32_block(block.data(), length_of(block))); });
     });
 }
 
-void add(const std::string &name, const NamedBytes &input,
-         const std::function<void(benchmark::State &)> &run) {
-    benchmark::RegisterBenchmark((name + "/" + input.name).c_str(), run)
+template<typename Measure>
+void add(const std::string &name, const BenchInput &input, Measure measure) {
+    benchmark::RegisterBenchmark(
+        (name + "/" + input.name).c_str(),
+        [=, make = input.make](benchmark::State &state) { measure(state, make()); })
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
 }
 
-[[maybe_unused]] const bool added = [] {
-    for (const NamedBytes &input : bench_inputs(kBlock)) {
-        for (const Stage &stage : kStages) {
-            const std::string name = stage.name;
-            add(name + "/forward", input, [&](auto &state) { forward(state, stage, input.bytes); });
-            add(name + "/inverse", input, [&](auto &state) { inverse(state, stage, input.bytes); });
+void add_all() {
+    for (const std::uint32_t n : {kBlock, kMaxBlockSize}) {
+        const std::string size = std::to_string(n / 1000000) + " MB";
+        for (const BenchInput &input : bench_inputs(n, n)) {
+            for (const Stage *stage : kStages) {
+                if (n != kBlock && stage != &kBwt) continue;
+                for (const bool inverse : {false, true}) {
+                    add(stage->name + (inverse ? "/inverse/" : "/forward/") + size, input,
+                        [=](auto &state, const Bytes &block) {
+                            measure_stage(state, *stage, inverse, block);
+                        });
+                }
+            }
+            for (const Sort &sort : kSorts) {
+                add("sort, " + (sort.name + ("/" + size)), input,
+                    [&](auto &state, const Bytes &block) { measure_sort(state, sort, block); });
+            }
+            if (n == kBlock) add("checksum/" + size, input, measure_checksum);
         }
-        add("RLE/forward", input, [&](auto &state) { forward(state, kRle, sorted(input)); });
-        add("RLE/inverse", input, [&](auto &state) { inverse(state, kRle, sorted(input)); });
-        add("checksum", input, [&](auto &state) { checksum(state, input.bytes); });
     }
-    for (const std::uint32_t n : {kBlock, kLargeBlock}) {
-        const std::string size = n == kBlock ? "/2 MiB" : "/16 MB";
-        for (const NamedBytes &input : bench_inputs(n)) {
-            add("inverse sort" + size, input, [&](auto &state) { inverse_sort(state, input); });
-            add("inverse sort, plain" + size, input,
-                [&](auto &state) { plain_inverse_sort(state, input); });
-        }
-    }
-    return true;
-}();
+}
 
 } // namespace
+
+int main(int argc, char **argv) {
+    add_all();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+}

@@ -9,6 +9,7 @@
 // painted first, which shows how much of it has been used.
 #include "archive_call.h"
 #include "base/block_size.h"
+#include "inputs.h"
 #include "worst_inputs.h"
 
 #include <algorithm>
@@ -72,13 +73,6 @@ struct Times {
     double compress = 0, restore = 0; // seconds, or in multiples of those of prose
     double worst() const { return std::max(compress, restore); }
 };
-
-template<typename Function>
-double seconds(Function function) {
-    const std::clock_t start = std::clock();
-    function();
-    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
-}
 
 // One length and set of switches.
 class Setting {

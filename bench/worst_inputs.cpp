@@ -29,13 +29,10 @@ std::uint8_t byte(std::uint32_t value) {
 // Letters of which EOL, with more spaces than zeros FLT32 and, as every context comes
 // with many others, LZP make nothing.
 Bytes declined_letters(std::size_t n, std::uint32_t letters, std::uint64_t seed) {
-    Bytes values = {' ', 0, 1, ' '};
+    std::string values(" \0\1 ", 4);
     for (std::uint32_t v = 14; values.size() <= letters && v < 256; ++v)
-        values.push_back(byte(v));
-    Random random(seed);
-    Bytes bytes(n);
-    for (auto &b : bytes)
-        b = values[random.below(length_of(values.size()))];
+        values += static_cast<char>(v);
+    Bytes bytes = mix(n, values, seed);
     std::fill_n(bytes.begin(), std::min<std::size_t>(n, 4), ' ');
     return bytes;
 }
@@ -351,13 +348,18 @@ void add_files(std::vector<WorstInput> &inputs) {
 
 } // namespace
 
+Bytes mix(std::size_t n, const std::string &letters, std::uint64_t seed) {
+    Random random(seed);
+    Bytes bytes(n);
+    for (auto &b : bytes)
+        b = static_cast<std::uint8_t>(letters[random.below(length_of(letters.size()))]);
+    return bytes;
+}
+
 Bytes whole_copies(const Bytes &word, std::size_t n) {
-    const Bytes trailers = {1, 0, 0, 0};
-    const Bytes period = join({word, trailers});
-    const std::size_t length = (n + trailers.size()) / period.size() * period.size();
-    Bytes bytes(length - trailers.size());
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = period[i % period.size()];
+    const Bytes trailers = {1, 0, 0, 0}, period = join({word, trailers});
+    Bytes bytes = repeated(period, (n + trailers.size()) / period.size());
+    bytes.resize(bytes.size() - trailers.size());
     return bytes;
 }
 

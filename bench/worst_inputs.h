@@ -5,6 +5,9 @@
 
 #include <functional>
 
+// Each byte one of `letters`, drawn at random.
+Bytes mix(std::size_t n, const std::string &letters, std::uint64_t seed);
+
 // Copies of `word`, to which trailers are added of stages before the sort that all decline:
 // blocks with equal rotations.
 Bytes whole_copies(const Bytes &word, std::size_t n);

