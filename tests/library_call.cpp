@@ -51,9 +51,12 @@ std::int64_t read_at(void *user, std::uint64_t offset, void *buffer, std::size_t
     return static_cast<std::int64_t>(part);
 }
 
-Outcome resized(velk_status status, Bytes bytes, std::size_t size) {
-    bytes.resize(size);
-    return {status, std::move(bytes)};
+Outcome outcome_of(decltype(velk_compress) *call, const velk_options &options, const Bytes &in,
+                   std::size_t capacity) {
+    Bytes out(capacity);
+    std::size_t size;
+    const velk_status status = call(&options, in.data(), in.size(), out.data(), out.size(), &size);
+    return {status, first_bytes(out, size)};
 }
 
 // The library does not tell a header that no compressor writes from other files.
@@ -85,19 +88,11 @@ velk_options options_with(std::uint32_t threads, std::uint32_t block_size) {
 }
 
 Outcome compress(const velk_options &options, const Bytes &in) {
-    Bytes out(velk_compress_bound(in.size(), &options));
-    std::size_t size;
-    const velk_status status =
-        velk_compress(&options, in.data(), in.size(), out.data(), out.size(), &size);
-    return resized(status, out, size);
+    return outcome_of(velk_compress, options, in, velk_compress_bound(in.size(), &options));
 }
 
 Outcome decompress(const velk_options &options, const Bytes &archive, std::size_t capacity) {
-    Bytes out(capacity);
-    std::size_t size;
-    const velk_status status =
-        velk_decompress(&options, archive.data(), archive.size(), out.data(), out.size(), &size);
-    return resized(status, out, size);
+    return outcome_of(velk_decompress, options, archive, capacity);
 }
 
 velk_stream TestStream::callbacks() {

@@ -84,17 +84,11 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
 
 // What the stages can add at most, and small blocks that take it.
 TEST(Library, BoundIsReachedAndNeverPassed) {
-    const struct {
-        int stages_off;
-        bool no_fallback;
-        std::size_t added;
-    } cases[] = {{VELK_OFF_ST, false, 29}, {VELK_OFF_ST | VELK_OFF_DCE, false, 18},
-                 {VELK_OFF_ST, true, 29},  {VELK_OFF_BWT, true, 28},
-                 {0xFF, true, 12},         {0xFF, false, 9}};
-    for (const auto &c : cases) {
-        velk_options options = options_with(1);
-        options.stages_off = static_cast<std::uint8_t>(c.stages_off);
-        options.no_fallback = c.no_fallback;
+    const std::pair<velk_options, std::size_t> cases[] = {
+        {{kBlock, 1, 0, VELK_OFF_ST, 0, 0, {}}, 29}, {{kBlock, 1, 0, 0xA0, 0, 0, {}}, 18},
+        {{kBlock, 1, 0, VELK_OFF_ST, 0, 1, {}}, 29}, {{kBlock, 1, 0, VELK_OFF_BWT, 0, 1, {}}, 28},
+        {{kBlock, 1, 0, 0xFF, 0, 1, {}}, 12},        {{kBlock, 1, 0, 0xFF, 0, 0, {}}, 9}};
+    for (const auto &[options, added] : cases) {
         std::size_t most = 0;
         for (const std::uint32_t seed : {1218u, 13u, 3u}) {
             Random random(seed);
@@ -105,9 +99,9 @@ TEST(Library, BoundIsReachedAndNeverPassed) {
             ASSERT_EQ(outcome.status, VELK_OK);
             most = std::max(most + n, outcome.bytes.size()) - n;
         }
-        EXPECT_EQ(most, VELK_HEADER_SIZE + VELK_RECORD_HEAD_SIZE + c.added);
+        EXPECT_EQ(most, VELK_HEADER_SIZE + VELK_RECORD_HEAD_SIZE + added);
         EXPECT_EQ(velk_compress_bound(3 * kBlock + 1, &options),
-                  3 * kBlock + 1 + VELK_HEADER_SIZE + 4 * (VELK_RECORD_HEAD_SIZE + c.added));
+                  3 * kBlock + 1 + VELK_HEADER_SIZE + 4 * (VELK_RECORD_HEAD_SIZE + added));
     }
     EXPECT_EQ(velk_compress_bound(SIZE_MAX, nullptr), 0u);
 }
@@ -122,11 +116,7 @@ velk_options quick_options(std::uint32_t threads) {
 // Each kind of call goes wrong at each of its calls; threads change nothing of what was
 // written by then.
 TEST(Library, FaultsOfCallbacksAtEveryCall) {
-    const struct {
-        Call call;
-        std::int64_t answer;
-        velk_status status;
-    } cases[] = {
+    const std::tuple<Call, std::int64_t, velk_status> cases[] = {
         {Call::kRead, -1, VELK_ERROR_READ},       {Call::kRead, 0, VELK_ERROR_READ},
         {Call::kRead, kTooMuch, VELK_ERROR_READ}, {Call::kWrite, -1, VELK_ERROR_WRITE},
         {Call::kWrite, 0, VELK_ERROR_WRITE},      {Call::kWrite, kTooMuch, VELK_ERROR_WRITE},
@@ -326,8 +316,7 @@ TEST(Library, SettingsOutOfBounds) {
 
 TEST(Library, ReaderFindsEveryPlace) {
     Random random(7);
-    for (const std::size_t size :
-         {std::size_t{0}, std::size_t{1}, std::size_t{2 * kBlock}, mixed().size()}) {
+    for (const std::size_t size : std::vector<std::size_t>{0, 1, 2 * kBlock, mixed().size()}) {
         const Bytes in = first_bytes(mixed(), size);
         // What follows the end mark is no part of the archive.
         Bytes archive = join({compress(options_with(2), in).bytes, Bytes(7)});

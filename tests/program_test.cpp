@@ -36,8 +36,7 @@ protected:
     }
     Finished expect_restored(const Bytes &bytes) {
         Finished run = run_velk({"d", archive, output});
-        EXPECT_EQ(run.status, 0);
-        EXPECT_TRUE(read_file(output) == bytes) << bytes.size() << " bytes";
+        EXPECT_TRUE(run.status == 0 && read_file(output) == bytes) << bytes.size() << " bytes";
         return run;
     }
     // Of a file with this name.

@@ -230,7 +230,7 @@ TEST_F(Velkinfo, DamageIsReported) {
         {damaged(good, {{5, 0, 1, {1}}}), 5, "the check byte of the record head does not match",
          crc_fails},
         {damaged(good, {{6, -1, 1, {}}}), 5, "the block is cut short", crc_fails},
-        {first_bytes(good, starts[2] + 4), 2, "the record head is cut short", read},
+        {first_bytes(good, starts[2] + 1), 2, "the record head is cut short", read},
         {bad_stage, 0, "the CRC matches, but the DCE stage can't be undone", crc_fails},
         {{}, none, "does not begin as an archive", other},
         {damaged(good, {{0, -15, 1, {'x'}}}), none, "does not begin as an archive", other},

@@ -88,12 +88,7 @@ TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
     expect({
         {"file", "velkz -b128K text; cmp text.velk text.ref; cp text a; unvelkz -f text.velk\n"
                  "cmp text a"},
-        {"threads", R"sh(for t in 1 2 3 4 5 6 7 8; do
-            velkz -T$t -b128K <code | cmp - code.ref && velkcat -T$t code.ref | cmp - code || exit
-        done)sh"},
         {"size told", "cat code | velkz --size 400001 -b 131072 | cmp - code.ref"},
-        {"size unknown", "cat code | velkz -b128k | unvelkz | cmp - code"},
-        {"in one block", "cat code | velkz -9 >a; velkz code -9 -o b; cmp a b"},
         {"standard input from where it stands", R"sh(tail -c +10 text >a
             { dd bs=9 count=1 of=b status=none; velkz; } <text | velkcat | cmp - a)sh"},
         {"made up as it is read", "velkz -c /proc/version | velkcat | cmp - /proc/version"},
