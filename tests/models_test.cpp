@@ -60,20 +60,20 @@ TEST(Models, HalvedRoundingUpAboveTheLimit) {
 
 TEST(Models, CodesThatNoEncoderWrites) {
     const std::uint8_t bytes[16] = {};
-    EXPECT_TRUE(failed(start_decoder(bytes, 4)));
-    EXPECT_FALSE(failed(start_decoder(bytes, 5)));
+    EXPECT_TRUE(failed(RangeDecoder{bytes, 4}));
+    EXPECT_FALSE(failed(RangeDecoder{bytes, 5}));
     for (const bool beyond : {false, true}) {
         BitModel model{0x0004000300020001u};
         const std::uint32_t end = 4 * (1u << 24) / 32; // of the four counts
-        RangeDecoder decoder{end - !beyond, 1u << 24, 5, 9, bytes, false};
+        RangeDecoder decoder{bytes, 9, 5, 1u << 24, end - !beyond};
         EXPECT_EQ(decode_doubled(decoder, model), 3u);
         EXPECT_EQ(failed(decoder), beyond);
         FreqModel primary = flat_model(), secondary = flat_model();
-        RangeDecoder of_pairs{(1u << 24) - !beyond, (1u << 24) + 63, 5, 9, bytes, false};
+        RangeDecoder of_pairs{bytes, 9, 5, (1u << 24) + 63, (1u << 24) - !beyond};
         EXPECT_EQ(decode_pair(of_pairs, primary, secondary, [] {}), 31u);
         EXPECT_EQ(failed(of_pairs), beyond);
     }
-    RawBitReader reader = start_raw_reader(bytes, 1);
+    RawBitReader reader{bytes, 1};
     get(reader, 8);
     EXPECT_FALSE(past_front(reader));
     get(reader, 1);

@@ -31,7 +31,7 @@ static_assert(only_bit_symbols_counted(), "a bit model has no place for other co
 
 template<typename CountOf>
 FreqModel make_model(CountOf count_of) {
-    FreqModel model;
+    FreqModel model{};
     std::uint32_t sum = 0;
     for (std::uint32_t x = 0; x < kSymbols; ++x) {
         sum += count_of(x);
