@@ -31,8 +31,8 @@ constexpr std::uint32_t bitmap_words(std::uint32_t count) {
     return count / 32 + 1;
 }
 
-// The first bit from i on, i at most `count`, that differs from those of `flip`, which is 0
-// or all ones; `count` or more when none below it does.
+// The first bit from i on, i at most `count`, that is set, or clear if `flip` is all ones, not 0;
+// `count` or more if there is none below it.
 inline std::uint32_t find_bit(const std::uint32_t *bits, std::uint32_t i, std::uint32_t count,
                               std::uint32_t flip) {
     std::uint32_t word = i / 32;

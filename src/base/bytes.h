@@ -11,17 +11,21 @@ namespace velk {
 inline std::uint32_t find_byte(const std::uint8_t *block, std::uint32_t p, std::uint32_t n,
                                std::uint8_t byte) {
     const void *const found = std::memchr(block + p, byte, n - p);
-    return found == nullptr
-               ? n
-               : static_cast<std::uint32_t>(static_cast<const std::uint8_t *>(found) - block);
+    if (found == nullptr) return n;
+    return static_cast<std::uint32_t>(static_cast<const std::uint8_t *>(found) - block);
 }
 
 // How often each byte value occurs. Neighbours are counted in sets of their own: equal ones
 // would wait for their common count.
 inline std::array<std::uint32_t, 256> count_bytes(const std::uint8_t *block, std::uint32_t n) {
     std::array<std::uint32_t, 256> sets[4] = {};
-    for (std::uint32_t p = 0; p < n; ++p)
-        ++sets[p % 4][block[p]];
+    std::uint32_t p = 0;
+    for (; n - p >= 4; p += 4) {
+        for (std::uint32_t i = 0; i < 4; ++i)
+            ++sets[i][block[p + i]];
+    }
+    for (; p < n; ++p)
+        ++sets[0][block[p]];
     for (std::uint32_t v = 0; v < 256; ++v)
         sets[0][v] += sets[1][v] + sets[2][v] + sets[3][v];
     return sets[0];

@@ -27,8 +27,8 @@ inline void store(void *p, Lanes lanes) {
     std::memcpy(p, &lanes, sizeof lanes);
 }
 
-// Vector i of a row: all bits are set in the lanes from number x of the row on, x below
-// 2^15. (As signed numbers, which is how SSE2 compares.)
+// Vector i of a row whose lanes are counted through: all ones in the lanes from number x on, zeros
+// in those before; x below 2^15. (The numbers are signed: SSE2 compares only such.)
 inline CountLanes lanes_from(std::uint32_t x, std::uint32_t i) {
     typedef std::int16_t Numbers __attribute__((vector_size(16)));
     const Numbers numbers =

@@ -49,8 +49,8 @@ inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, s
     put(encoder.raw, parts.raw, parts.raw_bits);
 }
 
-// Whether the block can still come out no longer than n + 1 bytes. While it can, the
-// range coder's stores end below the raw words.
+// Whether the block can still come out no longer than n + 1 bytes. While it can, what the range
+// encoder stores ends below the raw words.
 inline bool has_room(const Encoder &encoder) {
     return encoder.range.output_cursor + kMinRoom <= encoder.raw.back_cursor;
 }
@@ -64,18 +64,15 @@ void dce_encode(std::uint32_t *runs, std::uint32_t *model_area, std::uint8_t *&i
     SymbolStats stats[256];
     Models &models = init_models(model_area);
 
-    // Room that is used up stays so: the first value without room ends the attempt.
+    // Room never comes back: the first value that leaves too little ends the attempt.
     const auto encode = [&](std::uint32_t v, std::uint32_t s, std::uint32_t run_length) {
         encode_value(encoder, models, stats[s], v, run_length);
         return has_room(encoder);
     };
-    bool fits = for_each_value(in, n, runs, encode);
-    if (fits) {
-        flush(encoder.range);
-        finish(encoder.raw);
-        fits = has_room(encoder);
-    }
-    if (!fits) return pass_on(in, n, out, out_len);
+    if (!for_each_value(in, n, runs, encode)) return pass_on(in, n, out, out_len);
+    flush(encoder.range);
+    finish(encoder.raw);
+    if (!has_room(encoder)) return pass_on(in, n, out, out_len);
     const std::uint32_t coded = encoder.range.output_cursor;
     const std::uint32_t raw = n - encoder.raw.back_cursor;
     std::memmove(out + coded, out + encoder.raw.back_cursor, raw);

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 
 namespace velk {
 

@@ -15,14 +15,15 @@ constexpr std::uint16_t kBuiltinCounts[] = {
 };
 static_assert(sizeof kBuiltinCounts / sizeof *kBuiltinCounts == kContexts * (1 + kSymbols));
 
-constexpr std::uint32_t builtin_count(std::uint32_t context, std::uint32_t x) {
-    return kBuiltinCounts[context * (1 + kSymbols) + 1 + x] + 1u;
+// By symbol, of one context.
+constexpr auto builtin_counts(std::uint32_t context) {
+    return [=](std::uint32_t x) { return kBuiltinCounts[context * (1 + kSymbols) + 1 + x] + 1u; };
 }
 
 constexpr bool only_bit_symbols_counted() {
     for (std::uint32_t c = kFirstBitContext; c < kContexts; ++c) {
         for (std::uint32_t x = kBitSymbols; x < kSymbols; ++x) {
-            if (builtin_count(c, x) != 1) return false;
+            if (builtin_counts(c)(x) != 1) return false;
         }
     }
     return true;
@@ -60,18 +61,15 @@ Models &init_models(std::uint32_t *model_area) {
     std::align(alignof(Models), sizeof(Models), aligned, bytes);
     Models &models = *new (aligned) Models;
 
-    const auto counts_of = [](std::uint32_t context) {
-        return [=](std::uint32_t x) { return builtin_count(context, x); };
-    };
     const FreqModel flat = make_model([](std::uint32_t) { return 1u; });
     for (std::uint32_t c = 0; c < std::size(models.context); ++c) {
         ContextModels &m = models.context[c];
         // Those behind the distance contexts only have to hold valid counts.
-        m.primary = c < kFirstBitContext ? make_model(counts_of(c)) : flat;
+        m.primary = c < kFirstBitContext ? make_model(builtin_counts(c)) : flat;
         std::fill(std::begin(m.secondary), std::end(m.secondary), flat);
     }
     for (std::uint32_t c = kFirstBitContext; c < kContexts; ++c)
-        models.bit[c - kFirstBitContext] = make_bit_model(counts_of(c));
+        models.bit[c - kFirstBitContext] = make_bit_model(builtin_counts(c));
     return models;
 }
 

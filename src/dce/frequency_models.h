@@ -72,11 +72,6 @@ inline std::uint32_t total(const FreqModel &model) {
     return model.cumulative[kSymbols - 1];
 }
 
-// The counts of symbols 0 to x in both models.
-inline std::uint32_t count_up_to(const FreqModel &a, const FreqModel &b, std::uint32_t x) {
-    return std::uint32_t{a.cumulative[x]} + b.cumulative[x];
-}
-
 // Counts symbol x in both models.
 inline void count(FreqModel &primary, FreqModel &secondary, std::uint32_t x) {
     constexpr std::uint32_t kVectors = kSymbols / kLanesOf<CountLanes>;

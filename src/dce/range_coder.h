@@ -82,11 +82,11 @@ inline void flush(RangeEncoder &encoder) {
 // Codes symbol x (0 to 31) with the summed counts of two models and updates both.
 [[gnu::always_inline]] inline void encode_pair(RangeEncoder &encoder, FreqModel &primary,
                                                FreqModel &secondary, std::uint32_t x) {
+    const std::uint16_t *const p = primary.cumulative + x, *const s = secondary.cumulative + x;
     std::uint32_t cum = 0;
     if (x != 0) [[likely]]
-        cum = count_up_to(primary, secondary, x - 1);
-    encode_range(encoder, cum, count_up_to(primary, secondary, x) - cum,
-                 total(primary) + total(secondary));
+        cum = p[-1] + std::uint32_t{s[-1]};
+    encode_range(encoder, cum, *p + std::uint32_t{*s} - cum, total(primary) + total(secondary));
     count(primary, secondary, x);
 }
 

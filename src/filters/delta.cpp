@@ -1,5 +1,6 @@
 #include "filters/delta.h"
 
+#include "base/block_size.h"
 #include "base/vectors.h"
 #include "pipeline/stage.h"
 
@@ -12,15 +13,14 @@ namespace {
 constexpr std::uint32_t kMinBlock = 4;
 constexpr std::uint32_t kMaxRecord = 4;
 
-// By distance, the positions that hold the same byte as the one that far before, and
-// those of them whose predecessor does, too. Zeros stand before the block.
+// By distance d, how many positions match, that is, hold the same byte as the one d before; and
+// how many of these follow a match. Zeros stand before the block.
 struct Statistics {
     std::uint32_t matches[kMaxRecord + 1] = {};
     std::uint32_t repeated[kMaxRecord + 1] = {};
 };
 
-// Adds up the positions from `p` to `end` - 1. Those from kMaxRecord + 1 on have all the
-// bytes before them that are compared.
+// Counts the positions from p to `end` - 1, also such without kMaxRecord + 1 bytes before them.
 void gather_one_by_one(const std::uint8_t *block, std::uint32_t p, std::uint32_t end,
                        Statistics &statistics) {
     const auto matches = [=](std::uint32_t at, std::uint32_t d) {
@@ -72,7 +72,7 @@ Statistics gather(const std::uint8_t *block, std::uint32_t n) {
     return statistics;
 }
 
-// The record size, 0 if there is none. All sums stay below 2^32: counts are below 2^24.
+// The record size, 0 if there is none.
 std::uint32_t record_size(const Statistics &statistics, std::uint32_t n) {
     const auto &m = statistics.matches;
     const auto &r = statistics.repeated;
@@ -80,6 +80,7 @@ std::uint32_t record_size(const Statistics &statistics, std::uint32_t n) {
     std::uint32_t k = m[3] > m[4] ? 3 : 4;
     if (m[2] > m[3] && m[2] > m[4]) k = 2;
 
+    static_assert(kMaxBlockSize + kBlockSlack < UINT32_MAX / (6 * kMaxRecord)); // products
     const std::uint32_t all = m[1] + m[2] + m[3] + m[4];
     if (n > (k == 3 ? 3 : 6) * all) return 0;
 

@@ -85,12 +85,14 @@ bool mostly_unindented(const std::uint8_t *text, std::uint32_t n) {
 
 // The smallest byte value that the text does not hold, 256 if there is none.
 std::uint32_t free_byte(const std::uint8_t *text, std::uint32_t n) {
-    const auto counts = count_bytes(text, n);
-    return static_cast<std::uint32_t>(std::find(counts.begin(), counts.end(), 0u) - counts.begin());
+    bool used[256] = {};
+    for (std::uint32_t p = 0; p < n; ++p)
+        used[text[p]] = true;
+    return static_cast<std::uint32_t>(std::find(used, used + 256, false) - used);
 }
 
-// Whether the decoder will find by itself the line break of a CR at p, column
-// `length`: the next word would reach beyond column `width`.
+// Whether the decoder finds the break of a CR at p, in column `length`, by itself: the word
+// behind it would reach beyond column `width`.
 bool is_predictable(const std::uint8_t *text, std::uint32_t n, std::uint32_t p,
                     std::uint32_t length, std::uint32_t width) {
     if (p + 1 >= n || text[p + 1] != kSpace || length < 2 || length > width) return false;
@@ -102,8 +104,8 @@ bool is_predictable(const std::uint8_t *text, std::uint32_t n, std::uint32_t p,
                         [](std::uint8_t byte) { return byte == kSpace || byte == kCr; });
 }
 
-// The place, counted back from the byte before `end`, of the first byte for which
-// `wanted` holds, of those in `column` down to the lowest column; `end` if there is none.
+// The position of the last byte before `end` for which `wanted` holds, `end` if there is none.
+// The byte before `end` is in `column`; none below the lowest column counts.
 template<typename Wanted>
 std::uint32_t find_back(const std::uint8_t *text, std::uint32_t end, std::uint32_t column,
                         std::uint32_t width, Wanted wanted) {
@@ -127,8 +129,9 @@ void end_line(Reflowed &r, std::uint32_t cr) {
     r.last_cr = cr;
 }
 
-// Puts the byte of column W, after the break that it calls for: a space is put behind it, any
-// other byte ends a word that does not fit, unless the last space before was escaped.
+// Puts the byte of column W. A space gets a CR before it. Any other byte belongs to a word that
+// does not fit: the CR goes before the last space of the line. An escape byte, here or in place
+// of that space, becomes a space without a CR.
 inline void put_in_last_column(Reflowed &r, std::uint8_t byte, std::uint8_t escape) {
     if (byte == escape) {
         r.text[r.end++] = kSpace;
@@ -164,7 +167,7 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
 
     // The bytes of a line move at once (prose with CR LF 1.5 times, without 2.6 times as
     // fast as byte by byte), then the one in column W is looked at. W is 0 in the first line
-    // and 0, 2 or more in the others, so that this byte, if any, is not before p.
+    // and 0 or at least 2 in the others: that byte, if any, is not before p.
     LineModel model;
     std::uint32_t last_cr = kCrBeforeBlock;
     std::uint32_t end = 0; // of the output
@@ -192,12 +195,10 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
 
 bool eol_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::uint32_t &out_len,
                 std::uint32_t capacity) {
-    if (len == 0) return false;
-    const std::uint8_t trailer = in[len - 1];
-    if (trailer != kApplied) {
-        drop_trailer(in, len, out, out_len);
-        if (trailer != 0) swap_after_cr(out, out_len);
-        return true;
+    if (undo_pass_on(in, len, out, out_len)) return true;
+    if (len > 0 && in[len - 1] != kApplied) {
+        swap_after_cr(in, len - 1);
+        return undo_pass_on(in, len, out, out_len, in[len - 1]);
     }
     if (len < kEolTrailerBytes) return false;
     const std::uint32_t code_len = len - kEolTrailerBytes;

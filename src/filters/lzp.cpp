@@ -40,10 +40,8 @@ std::uint32_t context_at(const std::uint8_t *block, std::uint32_t p) {
     return context;
 }
 
-// Has the positions from p, above 0, to `end` - 1 be what their contexts predict.
-//
-// Four at a step, whose hashes come from the same eight bytes: a hash takes no bits from the
-// top three of its context, so that bytes before it do no harm. (2.4 times as fast.)
+// Enters the positions from p, above 0, to `end` - 1 as the predictions of their contexts. Four
+// at a step: their hashes come from the same eight bytes. (2.4 times as fast.)
 void enter(std::uint32_t *table, const std::uint8_t *block, std::uint32_t p, std::uint32_t end) {
     while (p < end) {
         if (p < 4 || end - p < 4) {
@@ -52,6 +50,7 @@ void enter(std::uint32_t *table, const std::uint8_t *block, std::uint32_t p, std
             continue;
         }
         const std::uint64_t bytes = get_u64_be(block + p - 4);
+        static_assert(std::uint64_t{kLzpTableEntries} << 15 <= 1ull << 32); // of 32 bits
         const std::uint64_t hashes = bytes ^ bytes >> 3 ^ bytes >> 15;
 #pragma GCC unroll 4
         for (std::uint32_t k = 0; k < 4; ++k)
@@ -123,8 +122,8 @@ std::uint32_t write_code(std::uint32_t *table, const std::uint8_t *in, std::uint
     return end;
 }
 
-// Reads the code of a match, or of the escape byte itself (length 0), whose escape is in[i],
-// and leaves i at the code's last byte. Returns false when it is cut short.
+// Reads the code that begins with the escape in[i], of a match or (length 0) of the escape byte
+// itself, and leaves i at its last byte. Returns false when it is cut short.
 bool read_length(const std::uint8_t *in, std::uint32_t code_len, std::uint8_t previous,
                  std::uint32_t &i, std::uint32_t &length) {
     static_assert(kMaxBlockSize + kBlockSlack < UINT32_MAX / kMaxLengthByte);
@@ -138,8 +137,8 @@ bool read_length(const std::uint8_t *in, std::uint32_t code_len, std::uint8_t pr
     return true;
 }
 
-// Writes `length` bytes at `end` as they stand from `from` on, before `end`. A match may
-// repeat what it writes: each copy then has more to take.
+// Copies `length` bytes from `from`, which is before `end`, to `end`. A match may reach into its
+// own copy: each step then has more to copy.
 void repeat(std::uint8_t *out, std::uint32_t from, std::uint32_t end, std::uint32_t length) {
     while (length > 0) {
         const std::uint32_t bytes = std::min(length, end - from);

@@ -46,18 +46,12 @@ inline void pass_on(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std:
     out_len = n + 1;
 }
 
-// Leaves the block where it is and drops the trailer byte, whatever it is.
-inline void drop_trailer(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
-                         std::uint32_t &out_len) {
+// Undoes `pass_on` with this trailer; false, with nothing done, for any other block.
+[[nodiscard]] inline bool undo_pass_on(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
+                                       std::uint32_t &out_len, std::uint8_t trailer = 0) {
+    if (len == 0 || in[len - 1] != trailer) return false;
     std::swap(in, out);
     out_len = len - 1;
-}
-
-// Undoes `pass_on` with the trailer 0; false, with nothing done, for any other block.
-[[nodiscard]] inline bool undo_pass_on(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out,
-                                       std::uint32_t &out_len) {
-    if (len == 0 || in[len - 1] != 0) return false;
-    drop_trailer(in, len, out, out_len);
     return true;
 }
 
