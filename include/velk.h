@@ -9,18 +9,25 @@
 // no state outside the objects below. Every function may be called from several threads
 // at once, as long as each object (and each buffer) is in one call at a time; what says
 // `const` may be shared. The archive depends neither on the number of threads nor on the
-// machine: with the same settings and a known input size it is what `VELK e` writes.
+// machine.
+//
+// Archives end in an index: the sizes and checksums of all blocks, by which they are known to be
+// whole, and any place of the original is found at once. `VELK d` restores them, too. With
+// `plain` in the options and a known input size, an archive is what `VELK e` writes: it has no
+// index. Archives in a row are an archive of the originals in a row, its members; `VELK d`
+// restores the first one.
 //
 // Memory for blocks of N bytes, in bytes and KiB of 1024 bytes:
 //
 //                         one thread          each of several threads
-//   compression           8.5 N + 770 KiB     10.5 N + 770 KiB
-//   restoring             5 N + 330 KiB       7 N + 330 KiB
-//   restoring, ST on      2 N + 8257 KiB      4 N + 8257 KiB
+//   compression           8.5 N + 776 KiB     10.5 N + 777 KiB
+//   restoring             5 N + 334 KiB       7 N + 335 KiB
+//   restoring, ST on      2 N + 8259 KiB      4 N + 8260 KiB
 //
-// With the ST on, compression takes at least 4.5 N + 8962 KiB, or 6.5 N + 8962 KiB for each of
-// several threads. Compressing a stream of unknown size takes a block size and a byte more,
-// once. An encoder, a decoder and a reader take what one thread takes.
+// With the ST on, compression takes at least 4.5 N + 8966 KiB, or 6.5 N + 8967 KiB for each of
+// several threads. The index takes 12 bytes a block, and as many spare ones, while it is
+// written. Compressing a stream of unknown size takes a block size and a byte more, once. An
+// encoder, a decoder and a reader take what one thread takes.
 #ifndef VELK_H
 #define VELK_H
 
@@ -44,7 +51,7 @@ typedef enum velk_status {
     VELK_ERROR_MEMORY = 2,   // not to be had, or not within the memory limit
     VELK_ERROR_SPACE = 3,    // the output does not fit into its buffer
     VELK_ERROR_FORMAT = 4,   // not an archive of this format
-    VELK_ERROR_DAMAGED = 5,  // a check of the archive failed, or the archive is cut short
+    VELK_ERROR_DAMAGED = 5,  // a check of the archive failed, or it is cut short
     VELK_ERROR_READ = 6,     // a read callback failed, or an input ended too early
     VELK_ERROR_WRITE = 7,    // a write callback failed
     VELK_CANCELLED = 8       // the progress callback asked for it
@@ -73,6 +80,7 @@ enum {
 #define VELK_MAX_THREADS 256u
 #define VELK_HEADER_SIZE 18u     // bytes before the first record of an archive
 #define VELK_RECORD_HEAD_SIZE 5u // bytes of a record before its data
+#define VELK_ENTRY_SIZE 12u      // bytes of a block's entry in the index
 
 // An input size that is not known beforehand.
 #define VELK_SIZE_UNKNOWN UINT64_MAX
@@ -82,7 +90,8 @@ enum {
 // options stands for the defaults. Restoring takes only `threads` and `memory_limit` from
 // them, and the reader only `memory_limit`.
 typedef struct velk_options {
-    uint32_t block_size;      // bytes: VELK_MIN_BLOCK_SIZE to VELK_MAX_BLOCK_SIZE; 0: 2 MiB
+    uint32_t block_size;      // bytes: VELK_MIN_BLOCK_SIZE to VELK_MAX_BLOCK_SIZE, a multiple
+                              // of 1024; 0: 2 MiB. With an index at most 16382 KiB are used
     uint32_t threads;         // at most so many work; 0: one a processor; above
                               // VELK_MAX_THREADS: VELK_MAX_THREADS
     uint64_t memory_limit;    // bytes; 0: none. Where it is too low for the threads,
@@ -90,10 +99,36 @@ typedef struct velk_options {
     uint8_t stages_off;       // VELK_OFF_...; of BWT and ST at least one. Default: ST
     uint8_t fixed_block_size; // 1: `block_size` even for a shorter input
     uint8_t no_fallback;      // 1: sorting and coding are kept even where they do not pay
-    uint8_t reserved[45];     // 0
+    uint8_t plain;            // 1: no index
+    uint8_t reserved[44];     // 0
 } velk_options;
 
 VELK_API void velk_options_init(velk_options *options);
+
+// Parts of an archive that can be damaged.
+typedef enum velk_part {
+    VELK_PART_NONE = 0,
+    VELK_PART_HEADER = 1,
+    VELK_PART_BLOCK = 2, // its record, or the lack of it
+    VELK_PART_INDEX = 3
+} velk_part;
+
+// What a call tells of an archive that it writes or reads, also when it fails: then of what came
+// before the fault.
+typedef struct velk_report {
+    uint64_t size;           // bytes of the original
+    uint64_t archive_size;   // bytes of the archive
+    uint64_t blocks;         // in all members
+    uint64_t members;        // that have ended
+    uint64_t damaged_block;  // counted from 0, with VELK_ERROR_DAMAGED
+    uint64_t damaged_offset; // in the archive, of its record or of what is damaged instead
+    uint32_t crc;            // CRC-32 of the original, first byte first, as gzip has it
+    uint32_t block_size;     // bytes, as the first header tells
+    uint8_t has_crc;         // 0: unknown, as a plain archive was not restored
+    uint8_t whole;           // 0: may have been cut between two records; a plain one can't tell
+    uint8_t bytes_follow;    // 1: behind the archive are bytes that are no part of it
+    uint8_t damaged_part;    // velk_part
+} velk_report;
 
 // ---- Memory to memory
 
@@ -107,18 +142,20 @@ VELK_API size_t velk_compress_bound(size_t size, const velk_options *options);
 VELK_API velk_status velk_compress(const velk_options *options, const void *in, size_t in_size,
                                    void *out, size_t capacity, size_t *out_size);
 
-// *bound: no fewer bytes than the archive restores to, from its header and record heads
-// alone: up to one block size more than the original has, and 100 bytes a block.
-// VELK_ERROR_FORMAT or VELK_ERROR_DAMAGED as from velk_decompress, with *bound = 0.
+// *bound: the bytes that the archive restores to, where its members have indexes. For a plain
+// one it is up to a block size more, and 100 bytes a block. VELK_ERROR_FORMAT or
+// VELK_ERROR_DAMAGED, with *bound = 0, where header, record heads or index show it.
 VELK_API velk_status velk_decompress_bound(const void *archive, size_t size, uint64_t *bound);
 
 // Restores the archive into `out`, which has room for `capacity` bytes and does not
 // overlap it. *out_size: the bytes restored; after an error, those of the blocks before it.
-// Whatever the bytes of the archive, nothing is read or written outside the buffers.
+// report: may be null. Bytes behind the archive that are no part of it are left out, which only
+// the report tells. Whatever the bytes, nothing is read or written outside the buffers.
 // VELK_ERROR_FORMAT for what does not begin as an archive does, and for a header that no
 // compressor writes; VELK_ERROR_DAMAGED for all that a check finds, and what is cut short.
 VELK_API velk_status velk_decompress(const velk_options *options, const void *archive, size_t size,
-                                     void *out, size_t capacity, size_t *out_size);
+                                     void *out, size_t capacity, size_t *out_size,
+                                     velk_report *report);
 
 // ---- Streams
 
@@ -135,12 +172,13 @@ typedef struct velk_stream {
     // anything else is a failure. What is left is handed over once more. As write(2).
     int64_t (*write)(void *user, const void *buffer, size_t size);
 
-    // Called after each block has been written, with the input bytes that were taken for
-    // the output so far, and the output bytes. Any value but 0 ends the call with
-    // VELK_CANCELLED. May be null.
+    // Called after each block, and each index, has been written or read, with the input bytes
+    // that were taken for the output so far, and the output bytes. Any value but 0 ends the
+    // call with VELK_CANCELLED. May be null.
     int (*progress)(void *user, uint64_t bytes_in, uint64_t bytes_out);
 
-    void *reserved[4]; // null
+    velk_report *report; // written as the call ends; may be null
+    void *reserved[3];   // null
 } velk_stream;
 
 // Compresses `input_size` bytes of the stream, and reads no more than them. Fewer:
@@ -154,9 +192,9 @@ typedef struct velk_stream {
 VELK_API velk_status velk_compress_stream(const velk_options *options, const velk_stream *stream,
                                           uint64_t input_size);
 
-// Restores the archive that the stream's input is, up to the end of the input or a record
-// of length 0. Errors as in velk_decompress and velk_compress_stream: what was written
-// before one is what the blocks before it hold.
+// Restores the archive that the stream's input is, all its members. Errors as in
+// velk_decompress and velk_compress_stream: what was written before one is what the blocks
+// before it hold.
 VELK_API velk_status velk_decompress_stream(const velk_options *options, const velk_stream *stream);
 
 // ---- Random access
@@ -170,48 +208,59 @@ typedef struct velk_reader velk_reader;
 // pread(2).
 typedef int64_t velk_read_at(void *user, uint64_t offset, void *buffer, size_t size);
 
-// Where a reader has met damage.
-typedef struct velk_damage {
-    uint64_t block;  // counted from 0
-    uint64_t offset; // of its record in the archive; 0: the header is damaged
-} velk_damage;
-
-// Walks the archive's record heads, once, and keeps where the records lie: 8 bytes a block,
-// and up to as many spare ones. *reader: the reader; null after an error. `read_at` is
-// called with `user`, only inside calls of this reader's functions. *damage: written by those
-// that return VELK_ERROR_DAMAGED; may be null.
+// Finds the archive's members and where their blocks lie: by their indexes, from the end, which
+// takes two reads, or three where an index is longer than 64 KiB, for each member; of plain
+// members by a walk over their record heads, and by restoring the last block. Keeps 40 bytes a
+// block, and up to as many spare ones, beside the last 64 KiB while it opens.
+//
+// archive_size: bytes; VELK_SIZE_UNKNOWN: looked for by reads. *reader: the reader; null after
+// an error. `read_at` is called with `user`, only inside calls of this reader's functions.
+// report: written here, and what is damaged also by velk_reader_read; may be null.
+//
+// Of a plain member the reader takes it that each block but the last restores to the block
+// size, as all compressors write them. Where it finds one that does not, here or in
+// velk_reader_read, the call ends with VELK_ERROR_FORMAT: such archives can only be restored
+// from their start.
 VELK_API velk_status velk_reader_open(velk_reader **reader, const velk_options *options,
-                                      velk_read_at *read_at, void *user, velk_damage *damage);
+                                      velk_read_at *read_at, void *user, uint64_t archive_size,
+                                      velk_report *report);
 
 // Gives back the reader's memory; null will do.
 VELK_API void velk_reader_close(velk_reader *reader);
 
-// The archive's block size, in bytes; 0 without a reader.
-VELK_API uint32_t velk_reader_block_size(const velk_reader *reader);
+// A block of an archive.
+typedef struct velk_block {
+    uint64_t offset;      // of its record in the archive
+    uint64_t start;       // of its bytes in the original
+    uint64_t header;      // offset of the header of its member
+    uint32_t record_size; // bytes
+    uint32_t size;        // bytes in the original
+    uint32_t crc;         // CRC-32 of them, first byte first; 0 in a plain member
+    uint32_t indexed;     // 1: the member has an index
+} velk_block;
 
-// *size: the bytes of the original. The first call decodes the last block.
-//
-// The reader takes it that each block but the last restores to the block size, as all
-// compressors write them. Where it decodes one that does not, here or in velk_reader_read,
-// the call ends with VELK_ERROR_FORMAT: such archives can only be restored from their start.
-VELK_API velk_status velk_reader_size(velk_reader *reader, uint64_t *size);
+// *block: number `number`, counted from 0. VELK_ERROR_ARGUMENT behind the last one.
+VELK_API velk_status velk_reader_block(const velk_reader *reader, uint64_t number,
+                                       velk_block *block);
 
 // Puts the `size` bytes of the original from `offset` on into `buffer`; as many as there are
-// before its end. *read_size: how many; after an error, how many are right. The block
-// decoded last is kept, so that small reads in a row decode each block once.
+// before its end. *read_size: how many; after an error, how many are right. Each block that has
+// an index's CRC is compared with it. The block decoded last is kept, so that small reads in a
+// row decode each block once.
 VELK_API velk_status velk_reader_read(velk_reader *reader, uint64_t offset, void *buffer,
                                       size_t size, size_t *read_size);
 
 // ---- Single blocks
 //
-// An archive is its header and one record a block, one after the other:
+// An archive is its header, one record a block and, unless it is plain, an index:
 //
-//   | header: VELK_HEADER_SIZE bytes | record | record | ...
+//   | header: VELK_HEADER_SIZE bytes | record | record | ... | index |
 //
-// Each block but the last holds velk_block_size bytes of the input, and no record needs
-// another one: any machine may make and restore any of them.
+// No record needs another one: any machine may make and restore any of them. Each block but
+// the last of a plain archive holds velk_block_size bytes of the input; before an index they
+// may be of any size up to that.
 
-// Bytes of each block but the last; 0 for options out of bounds.
+// The most bytes of a block; 0 for options out of bounds.
 VELK_API uint32_t velk_block_size(const velk_options *options, uint64_t input_size);
 
 // Writes the VELK_HEADER_SIZE bytes of an archive's header.
@@ -219,7 +268,7 @@ VELK_API velk_status velk_write_header(const velk_options *options, uint64_t inp
                                        void *header);
 
 // Reads the VELK_HEADER_SIZE bytes of a header: sets `options` to the defaults and in them
-// `block_size`, `fixed_block_size` = 1 and `stages_off`. VELK_ERROR_FORMAT or
+// `block_size`, `fixed_block_size` = 1, `stages_off` and `plain`. VELK_ERROR_FORMAT or
 // VELK_ERROR_DAMAGED for anything but a header that velk_write_header writes.
 VELK_API velk_status velk_read_header(const void *header, velk_options *options);
 
@@ -237,8 +286,17 @@ VELK_API void velk_encoder_free(velk_encoder *encoder);
 // Writes the record of a block of 1 to velk_block_size bytes to `record`, which has room for
 // `capacity` bytes and does not overlap `block`; velk_compress_bound(block_size, options)
 // - VELK_HEADER_SIZE is always enough. *record_size: its bytes, 0 after an error.
+// entry: null, or where the block's VELK_ENTRY_SIZE bytes for the index go.
 VELK_API velk_status velk_encode_block(velk_encoder *encoder, const void *block, size_t block_size,
-                                       void *record, size_t capacity, size_t *record_size);
+                                       void *record, size_t capacity, size_t *record_size,
+                                       void *entry);
+
+// Writes the index of an archive that begins with this header, of `count` entries in the order
+// of their records, to `index`, which has room for `capacity` bytes: 29 bytes and
+// VELK_ENTRY_SIZE an entry are needed. *index_size: its bytes, 0 after an error.
+// VELK_ERROR_ARGUMENT for the header of a plain archive and entries that can't be its own.
+VELK_API velk_status velk_write_index(const void *header, const void *entries, size_t count,
+                                      void *index, size_t capacity, size_t *index_size);
 
 // The memory to restore blocks, one after the other. One thread at a time.
 typedef struct velk_decoder velk_decoder;

@@ -42,13 +42,24 @@ struct TestStream {
 struct TestArchive {
     const Bytes &bytes;
     int good_calls = -1; // then one fails; -1: none does
+    bool size_known = true;
+    std::size_t largest = 3000; // bytes that a call reads at most
+    velk_report report{};
+    int calls = 0;
 };
 
 velk_status open_reader(velk_reader *&reader, TestArchive &archive,
                         const velk_options *options = nullptr);
 // Reads the original by a reader from its start, in pieces of `piece` bytes.
-Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1);
+Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1,
+                 velk_report *report = nullptr);
+
+Outcome restore_stream(const Bytes &archive, std::uint32_t threads, velk_report &report);
+
+// An archive of these blocks, with an index.
+Bytes indexed_archive(const std::vector<Bytes> &blocks);
 
 // Restores the archive in every way that there is and compares with what the program would
-// make of it. Returns what differs; nothing most of the time.
+// make of it, and beyond its first member with each other. Returns what differs; nothing most
+// of the time.
 std::string difference_to_program(const Bytes &archive);

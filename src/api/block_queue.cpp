@@ -18,7 +18,7 @@ struct Worker {
 namespace {
 
 void code_in(const Coder &coder, CoderContext &context, Slot &slot) {
-    slot.whole = code_data(coder, context, slot.data, slot.length, slot.bytes_in);
+    slot.whole = code_data(coder, context, slot.data, slot.length, slot.bytes_in, slot.entry);
     if (!slot.whole) return;
     std::memcpy(slot.data, context.buf_out, context.out_len);
     slot.length = context.out_len;
@@ -44,11 +44,6 @@ void *work(void *argument) {
     return nullptr;
 }
 
-void give_slot_back(BlockQueue &queue, Slot *slot) {
-    slot->next = queue.free_slots;
-    queue.free_slots = slot;
-}
-
 // Takes over the context's memory if it returns true.
 bool add_worker(BlockQueue &queue, const CoderContext &context) {
     const std::size_t room = context.capacity;
@@ -63,7 +58,7 @@ bool add_worker(BlockQueue &queue, const CoderContext &context) {
             ++queue.worker_count;
             for (std::size_t i = 0; i < 2; ++i) {
                 worker->slots[i].data = data + i * room;
-                give_slot_back(queue, &worker->slots[i]);
+                give_back(queue, &worker->slots[i]);
             }
             return true;
         }
@@ -116,6 +111,11 @@ void submit(BlockQueue &queue, Slot *slot) {
     pthread_mutex_unlock(&queue.mutex);
 }
 
+void give_back(BlockQueue &queue, Slot *slot) {
+    slot->next = queue.free_slots;
+    queue.free_slots = slot;
+}
+
 Slot *oldest_done(BlockQueue &queue, bool wait) {
     pthread_mutex_lock(&queue.mutex);
     Slot *slot = queue.oldest;
@@ -129,7 +129,7 @@ Slot *oldest_done(BlockQueue &queue, bool wait) {
 void retire(BlockQueue &queue, Slot *slot) {
     --queue.under_way;
     queue.oldest = slot->next;
-    give_slot_back(queue, slot);
+    give_back(queue, slot);
 }
 
 void close_queue(BlockQueue &queue) {

@@ -22,6 +22,7 @@ struct Slot {
     std::uint8_t *data;     // `capacity` bytes
     std::uint32_t length;   // bytes in `data`
     std::uint64_t bytes_in; // of the input, up to this block's end
+    IndexEntry entry;       // what the index says of it
     bool done;              // coded, or found damaged
     bool whole;             // not damaged
     Slot *next;             // in the list of free slots, or the next block
@@ -59,6 +60,9 @@ struct BlockQueue {
 Slot *free_slot(BlockQueue &queue);
 
 void submit(BlockQueue &queue, Slot *slot);
+
+// Makes a slot free that was not submitted.
+void give_back(BlockQueue &queue, Slot *slot);
 
 // The oldest block under way, once it is done; null when there is none, or when it is not
 // done and `wait` is false.

@@ -1,6 +1,6 @@
 // Memory to memory: streams whose two ends are buffers.
 #include "api/options.h"
-#include "archive/archive_io.h"
+#include "archive/member.h"
 #include "base/block_size.h"
 
 #include <algorithm>
@@ -49,14 +49,14 @@ bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t co
 // Calls run(stream) with the buffers as its ends.
 template<typename Run>
 velk_status run_on_buffers(const void *in, std::size_t in_size, void *out, std::size_t capacity,
-                           std::size_t *out_size, Run run) {
+                           std::size_t *out_size, velk_report *report, Run run) {
     if (out_size == nullptr) return VELK_ERROR_ARGUMENT;
     *out_size = 0;
     if ((in == nullptr && in_size != 0) || (out == nullptr && capacity != 0))
         return VELK_ERROR_ARGUMENT;
     Buffers buffers = {static_cast<const std::uint8_t *>(in), in_size,
                        static_cast<std::uint8_t *>(out), capacity};
-    const velk_stream stream = {&buffers, read_buffer, write_buffer, nullptr, {}};
+    const velk_stream stream = {&buffers, read_buffer, write_buffer, nullptr, report, {}};
     const velk_status status = run(stream);
     *out_size = capacity - buffers.room;
     return status == VELK_ERROR_WRITE ? VELK_ERROR_SPACE : status;
@@ -66,33 +66,63 @@ velk_status run_on_buffers(const void *in, std::size_t in_size, void *out, std::
 
 velk_status velk_compress(const velk_options *options, const void *in, std::size_t in_size,
                           void *out, std::size_t capacity, std::size_t *out_size) {
-    return run_on_buffers(in, in_size, out, capacity, out_size, [=](const velk_stream &stream) {
-        return velk_compress_stream(options, &stream, in_size);
-    });
+    return run_on_buffers(
+        in, in_size, out, capacity, out_size, nullptr,
+        [=](const velk_stream &stream) { return velk_compress_stream(options, &stream, in_size); });
 }
 
 velk_status velk_decompress(const velk_options *options, const void *archive, std::size_t size,
-                            void *out, std::size_t capacity, std::size_t *out_size) {
-    return run_on_buffers(archive, size, out, capacity, out_size, [=](const velk_stream &stream) {
-        return velk_decompress_stream(options, &stream);
-    });
+                            void *out, std::size_t capacity, std::size_t *out_size,
+                            velk_report *report) {
+    return run_on_buffers(
+        archive, size, out, capacity, out_size, report,
+        [=](const velk_stream &stream) { return velk_decompress_stream(options, &stream); });
 }
 
 velk_status velk_decompress_bound(const void *archive, std::size_t size, std::uint64_t *bound) {
     if (bound == nullptr) return VELK_ERROR_ARGUMENT;
     *bound = 0;
     if (archive == nullptr && size != 0) return VELK_ERROR_ARGUMENT;
-    Settings settings{};
-    std::uint32_t block_size;
-    const auto *const bytes = static_cast<const std::uint8_t *>(archive);
-    ArchiveStatus status = parse_start(bytes, size, settings, block_size);
-    if (status != ArchiveStatus::kGood) return status_of(status);
-    Buffers buffers = {bytes, size, nullptr, 0};
-    RecordWalk walk;
-    const std::uint32_t capacity = block_size + kBlockSlack;
+    Buffers buffers = {static_cast<const std::uint8_t *>(archive), size, nullptr, 0};
+    const PlacedSource source = {&buffers, read_placed};
     std::uint64_t sum = 0;
-    while ((status = next_record({&buffers, read_placed}, capacity, walk)) == ArchiveStatus::kGood)
-        sum += capacity; // a record for 10 bytes at least: less than 2^64
-    if (status_of(status) == VELK_OK) *bound = sum;
-    return status_of(status);
+    for (std::uint64_t at = 0;;) {
+        const std::uint8_t *const start = buffers.in + at;
+        const auto left =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(size - at, kFirstRecord));
+        Settings settings{};
+        std::uint32_t block_size;
+        ArchiveStatus status =
+            at == 0 ? parse_start(start, left, settings, block_size) : classify_behind(start, left);
+        const bool more = status == ArchiveStatus::kNextHeader &&
+                          parse_start(start, left, settings, block_size) == ArchiveStatus::kGood;
+        if (status != ArchiveStatus::kGood && !more) {
+            if (status_of(status) == VELK_OK) *bound = sum;
+            return status_of(status);
+        }
+        RecordWalk walk;
+        walk.next = at + kFirstRecord;
+        const std::uint32_t capacity = block_size + kBlockSlack;
+        std::uint64_t records = 0;
+        while ((status = next_record(source, capacity, walk)) == ArchiveStatus::kGood)
+            ++records;
+        at = walk.next + (status == ArchiveStatus::kEndMark ? kRecordHeadBytes : 0);
+        IndexedMember member;
+        if (status == ArchiveStatus::kEndMark && is_marked(block_size) &&
+            find_indexed(source, at + kEntryBytes * records + kFooterBytes, member) ==
+                ArchiveStatus::kGood &&
+            member.entries == at) {
+            at += kEntryBytes * records + kFooterBytes;
+            sum += member.sum.size; // each member's, and all, below 2^24 for 22 bytes
+            continue;
+        }
+        // Only one block can be in a plain archive with the mark, and no other such N ends a
+        // cut one.
+        if (status == ArchiveStatus::kBlockCut || (is_marked(block_size) && records != 1) ||
+            (records == 0 &&
+             (block_size % 1024 != 0 || status == ArchiveStatus::kHeadDamaged ||
+              status == ArchiveStatus::kHeadCut || status == ArchiveStatus::kLengthInvalid)))
+            return VELK_ERROR_DAMAGED;
+        sum += records * capacity;
+    }
 }

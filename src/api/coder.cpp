@@ -16,16 +16,23 @@ namespace {
 // filter would not apply.
 constexpr std::uint64_t kLeastAssumed = 64 << 20, kMostAssumed = 1 << 30;
 
-bool compress(CoderContext &context, std::uint64_t seen) {
-    if (context.file_size != 0) return compress_block(context);
-    context.file_size = static_cast<std::uint32_t>(std::clamp(seen, kLeastAssumed, kMostAssumed));
+bool compress(CoderContext &context, std::uint64_t seen, IndexEntry &entry) {
+    entry.block_len = context.in_len;
+    entry.block_crc = crc32_append(0, context.buf_in, context.in_len); // the chain alters it
+    const bool unknown = context.file_size == 0;
+    if (unknown) set_file_size(context, std::clamp(seen, kLeastAssumed, kMostAssumed));
     const bool done = compress_block(context);
-    context.file_size = 0;
+    if (unknown) context.file_size = 0;
+    entry.data_len = context.out_len;
     return done;
 }
 
-bool restore(CoderContext &context, std::uint64_t) {
-    return decompress_block(context);
+bool restore(CoderContext &context, std::uint64_t, IndexEntry &entry) {
+    entry.data_len = context.in_len;
+    if (!decompress_block(context)) return false;
+    entry.block_len = context.out_len;
+    entry.block_crc = crc32_append(0, context.buf_out, context.out_len);
+    return true;
 }
 
 velk_status alloc_within(const Coder &coder, CoderContext &context, std::uint32_t block_size,
@@ -42,17 +49,17 @@ const Coder kCompressor = {alloc_compress, free_compress, compress};
 const Coder kRestorer = {alloc_decompress, free_decompress, restore};
 
 bool code_data(const Coder &coder, CoderContext &context, const std::uint8_t *data,
-               std::size_t length, std::uint64_t seen) {
+               std::size_t length, std::uint64_t seen, IndexEntry &entry) {
     std::memcpy(context.buf_in, data, length);
     context.in_len = static_cast<std::uint32_t>(length);
-    return coder.code(context, seen);
+    return coder.code(context, seen, entry);
 }
 
 velk_status open_compressor(CoderContext &context, const CheckedOptions &options,
                             std::uint64_t input_size, std::uint32_t &memory_bytes) {
     context.settings = options.settings;
     set_file_size(context, input_size + 1); // 0 for an unknown one
-    return alloc_within(kCompressor, context, choose_block_size(options.settings, input_size),
+    return alloc_within(kCompressor, context, choose_block_size(options, input_size),
                         options.memory_limit, memory_bytes);
 }
 

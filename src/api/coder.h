@@ -3,6 +3,7 @@
 
 #include "api/options.h"
 #include "archive/coder_context.h"
+#include "archive/index.h"
 #include "velk.h"
 
 #include <cstddef>
@@ -13,9 +14,9 @@ namespace velk {
 struct Coder {
     std::uint32_t (*alloc)(CoderContext &context, std::uint32_t block_size);
     void (*free)(CoderContext &context);
-    // From `buf_in` to `buf_out`; false for a block that can't be restored.
-    // seen: bytes of the input up to the block's end; 0 if that is unknown.
-    bool (*code)(CoderContext &context, std::uint64_t seen);
+    // From `buf_in` to `buf_out`; false for a block that can't be restored. entry: what the
+    // index says of it. seen: bytes of the input up to the block's end; 0 if that is unknown.
+    bool (*code)(CoderContext &context, std::uint64_t seen, IndexEntry &entry);
 };
 
 // The compressor takes a `file_size` of 0 for an unknown one, and assumes one.
@@ -24,10 +25,10 @@ extern const Coder kRestorer;
 
 // Codes the `length` bytes of `data`, as above.
 [[nodiscard]] bool code_data(const Coder &coder, CoderContext &context, const std::uint8_t *data,
-                             std::size_t length, std::uint64_t seen);
+                             std::size_t length, std::uint64_t seen, IndexEntry &entry);
 
 // Set up the context, whose members are zero: to compress an input of this size, or to restore
-// what follows the `size` bytes `start` of an archive. memory_bytes: how many were taken, within
+// what follows the `size` bytes `start` of a member. memory_bytes: how many were taken, within
 // the options' memory limit, of which nothing has been touched yet.
 [[nodiscard]] velk_status open_compressor(CoderContext &context, const CheckedOptions &options,
                                           std::uint64_t input_size, std::uint32_t &memory_bytes);

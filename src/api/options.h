@@ -11,12 +11,22 @@ namespace velk {
 // The options of a call after the check, with the defaults in place of zeros.
 struct CheckedOptions {
     Settings settings;
+    bool plain;
     std::uint32_t threads;      // 1 to VELK_MAX_THREADS
     std::uint64_t memory_limit; // bytes
 };
 
 // Null stands for the defaults. Returns false for options out of bounds.
 [[nodiscard]] bool check_options(const velk_options *options, CheckedOptions &checked);
+
+// The block size that a header with N stands for.
+[[nodiscard]] std::uint32_t told_block_size(std::uint32_t block_size);
+
+// The block size N of the archive of an input, and the most bytes of a block.
+[[nodiscard]] std::uint32_t choose_block_size(const CheckedOptions &options,
+                                              std::uint64_t input_size);
+[[nodiscard]] std::uint32_t choose_block_limit(const CheckedOptions &options,
+                                               std::uint64_t input_size);
 
 // What a caller is told.
 [[nodiscard]] velk_status status_of(ArchiveStatus status);

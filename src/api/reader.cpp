@@ -1,7 +1,8 @@
-// Random access: where the records lie, and the block decoded last.
+// Random access: where the members' records lie, and the block decoded last.
 #include "api/coder.h"
+#include "api/growth.h"
 #include "api/read_fully.h"
-#include "archive/archive_io.h"
+#include "archive/member.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -10,101 +11,396 @@
 
 using namespace velk;
 
+using Blocks = Growing<velk_block>;
+
+// Bytes of the archive that are kept while it is opened: two reads are enough for most.
+struct Window {
+    std::uint8_t *bytes;
+    std::uint64_t offset;
+    std::uint64_t size;
+};
+
 struct velk_reader {
     velk_read_at *read_at;
     void *user;
-    velk_damage *damage; // what the caller is told; may be null
+    CheckedOptions options;
+    std::uint64_t archive_size;
+    velk_report *told; // what the caller is told; may be null
+    velk_report report;
+    Window window;
+
     CoderContext context;
-    std::uint64_t index_limit; // bytes for `starts`
-    std::uint64_t *starts;     // offset of each record, and the last one's end
-    std::uint64_t room;        // entries that `starts` has room for
-    std::uint64_t blocks;
-    std::uint64_t kept; // the block in `context.buf_out`; `blocks`: none
-    std::uint64_t size; // bytes of the original; kUnknown before the last block was decoded
+    std::uint8_t header[kFirstRecord]; // of the member that the context is for
+    Blocks blocks;
+    std::uint64_t kept; // the block in `context.buf_out`; kNone: none
 };
 
 namespace {
 
-constexpr std::uint64_t kFirstRoom = 8; // entries
-constexpr std::uint64_t kUnknown = VELK_SIZE_UNKNOWN;
+constexpr std::uint64_t kNone = UINT64_MAX;
+constexpr std::uint64_t kTailBytes = 65536;
 
 bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t count,
                  std::uint32_t &got) {
     const velk_reader &reader = *static_cast<const velk_reader *>(user);
+    const Window &window = reader.window;
+    if (offset >= window.offset && offset - window.offset <= window.size &&
+        count <= window.size - (offset - window.offset)) {
+        std::memcpy(bytes, window.bytes + (offset - window.offset), got = count);
+        return true;
+    }
+    if (offset == 0 && count == kFirstRecord && reader.context.capacity != 0) {
+        std::memcpy(bytes, reader.header, got = count);
+        return true;
+    }
     return read_fully(bytes, count, got, [&](std::uint8_t *to, std::uint32_t size) {
         return reader.read_at(reader.user, offset + got, to, size);
     });
 }
 
 // The status, with the place of the damage if it is one.
-velk_status tell(const velk_reader &reader, velk_status status, std::uint64_t block,
+velk_status tell(velk_reader &reader, velk_status status, velk_part part, std::uint64_t block,
                  std::uint64_t offset) {
-    if (status == VELK_ERROR_DAMAGED && reader.damage != nullptr) *reader.damage = {block, offset};
+    if (status == VELK_ERROR_DAMAGED) {
+        reader.report.damaged_part = part;
+        reader.report.damaged_block = block;
+        reader.report.damaged_offset = offset;
+        if (reader.told != nullptr) *reader.told = reader.report;
+    }
     return status;
 }
 
-// Appends the offset at which the next record begins.
-bool add_start(velk_reader &reader, std::uint64_t count, std::uint64_t start) {
-    if (count == reader.room) {
-        const std::uint64_t room = std::max(2 * reader.room, kFirstRoom);
-        const std::uint64_t bytes = room * sizeof start; // 2^64 of them would take longer to read
-        if (bytes > reader.index_limit || bytes > SIZE_MAX) return false;
-        void *const larger = std::realloc(reader.starts, static_cast<std::size_t>(bytes));
-        if (larger == nullptr) return false;
-        reader.starts = static_cast<std::uint64_t *>(larger);
-        reader.room = room;
-    }
-    reader.starts[count] = start;
-    return true;
-}
+// Blocks -------------------------------------------------------------------------
 
-velk_status find_records(velk_reader &reader) {
-    RecordWalk walk;
-    ArchiveStatus status;
-    std::uint64_t blocks = 0;
-    do {
-        if (!add_start(reader, blocks, walk.next)) return VELK_ERROR_MEMORY;
-        status = next_record({&reader, read_placed}, reader.context.capacity, walk);
-    } while (status == ArchiveStatus::kGood && ++blocks != 0);
-    reader.blocks = reader.kept = blocks;
-    reader.size = blocks == 0 ? 0 : kUnknown;
-    return tell(reader, status_of(status), blocks, reader.starts[blocks]);
-}
-
-velk_status open_archive(velk_reader &reader, const CheckedOptions &options) {
-    std::uint8_t start[VELK_HEADER_SIZE];
+// Has the memory for the blocks of the member with this header.
+velk_status open_member(velk_reader &reader, std::uint64_t offset) {
+    std::uint8_t header[kFirstRecord];
     std::uint32_t got, memory_bytes;
-    if (!read_placed(&reader, 0, start, sizeof start, got)) return VELK_ERROR_READ;
-    const velk_status status = open_restorer(reader.context, options, start, got, memory_bytes);
-    if (status != VELK_OK) return tell(reader, status, 0, 0);
-    reader.index_limit = options.memory_limit - memory_bytes;
-    return find_records(reader);
+    if (!read_placed(&reader, offset, header, kFirstRecord, got)) return VELK_ERROR_READ;
+    if (reader.context.capacity != 0 && got == kFirstRecord &&
+        std::memcmp(header, reader.header, kFirstRecord) == 0) {
+        return VELK_OK;
+    }
+    kRestorer.free(reader.context);
+    reader.context = {};
+    reader.kept = kNone;
+    const velk_status status =
+        open_restorer(reader.context, reader.options, header, got, memory_bytes);
+    if (status != VELK_OK) return tell(reader, status, VELK_PART_HEADER, 0, offset);
+    std::memcpy(reader.header, header, kFirstRecord);
+    return VELK_OK;
+}
+
+// Decodes a block into `context.buf_out`.
+velk_status decode(velk_reader &reader, const velk_block &block, std::uint64_t number,
+                   IndexEntry &entry) {
+    reader.kept = kNone;
+    const velk_status status = open_member(reader, block.header);
+    if (status != VELK_OK) return status;
+    CoderContext &context = reader.context;
+    context.in_len = block.record_size - kRecordHeadBytes;
+    std::uint32_t got;
+    if (!read_placed(&reader, block.offset + kRecordHeadBytes, context.buf_in, context.in_len, got))
+        return VELK_ERROR_READ;
+    if (got == context.in_len && kRestorer.code(context, 0, entry)) return VELK_OK;
+    return tell(reader, VELK_ERROR_DAMAGED, VELK_PART_BLOCK, number, block.offset);
 }
 
 // Has block `number` in `context.buf_out`.
 velk_status load(velk_reader &reader, std::uint64_t number) {
     if (reader.kept == number) return VELK_OK;
-    reader.kept = reader.blocks;
-    CoderContext &context = reader.context;
-    const std::uint64_t data = reader.starts[number] + kRecordHeadBytes;
-    context.in_len = static_cast<std::uint32_t>(reader.starts[number + 1] - data);
-    std::uint32_t got;
-    if (!read_placed(&reader, data, context.buf_in, context.in_len, got)) return VELK_ERROR_READ;
-    if (got != context.in_len || !kRestorer.code(context, 0))
-        return tell(reader, VELK_ERROR_DAMAGED, number, reader.starts[number]);
-    const std::uint32_t block_size = block_size_of(context);
-    const bool last = number + 1 == reader.blocks;
-    if (context.out_len > block_size || (!last && context.out_len < block_size))
-        return VELK_ERROR_FORMAT;
+    const velk_block &block = reader.blocks.entries[number];
+    IndexEntry entry;
+    const velk_status status = decode(reader, block, number, entry);
+    if (status != VELK_OK) return status;
+    if (block.indexed != 0 && (entry.block_len != block.size || entry.block_crc != block.crc))
+        return tell(reader, VELK_ERROR_DAMAGED, VELK_PART_BLOCK, number, block.offset);
+    if (entry.block_len != block.size) return VELK_ERROR_FORMAT;
     reader.kept = number;
-    if (last) reader.size = number * block_size + context.out_len;
     return VELK_OK;
+}
+
+// The first block that begins behind `offset` of the original.
+std::uint64_t block_behind(const Blocks &blocks, std::uint64_t offset) {
+    const velk_block *const begin = blocks.entries, *const end = begin + blocks.count;
+    const auto is_before = [](std::uint64_t o, const velk_block &b) { return o < b.start; };
+    return static_cast<std::uint64_t>(std::upper_bound(begin, end, offset, is_before) - begin);
+}
+
+// From the end -------------------------------------------------------------------
+
+// Has the `size` bytes before `end` in the window, or all there are.
+velk_status fill_window(velk_reader &reader, std::uint64_t end, std::uint64_t size) {
+    Window &window = reader.window;
+    size = std::min(size, end);
+    const std::uint64_t offset = end - size;
+    const std::uint64_t have = window.offset + window.size;
+    if (window.size != 0 && offset >= window.offset && end <= have) return VELK_OK;
+    if (size > reader.options.memory_limit || size > SIZE_MAX || size > UINT32_MAX)
+        return VELK_ERROR_MEMORY;
+    // What is there already is kept.
+    const std::uint64_t kept = have == end && window.size < size ? window.size : 0;
+    auto *const bytes = static_cast<std::uint8_t *>(std::malloc(static_cast<std::size_t>(size)));
+    if (bytes == nullptr) return VELK_ERROR_MEMORY;
+    if (kept != 0) std::memcpy(bytes + (size - kept), window.bytes, static_cast<std::size_t>(kept));
+    std::free(window.bytes);
+    window = {};
+    const auto wanted = static_cast<std::uint32_t>(size - kept);
+    std::uint32_t got;
+    if (!read_placed(&reader, offset, bytes, wanted, got) || got != wanted) {
+        std::free(bytes);
+        return VELK_ERROR_READ;
+    }
+    window = {bytes, offset, size};
+    return VELK_OK;
+}
+
+// Adds the member's blocks, the last one first.
+velk_status add_backwards(velk_reader &reader, const IndexedMember &member) {
+    std::uint64_t record = member.entries - kRecordHeadBytes; // the one behind the last
+    for (std::uint64_t i = member.sum.records; i-- > 0;) {
+        std::uint8_t bytes[kEntryBytes];
+        std::uint32_t got;
+        if (!read_placed(&reader, member.entries + kEntryBytes * i, bytes, kEntryBytes, got) ||
+            got != kEntryBytes)
+            return VELK_ERROR_READ;
+        const IndexEntry entry = get_entry(bytes);
+        record -= kRecordHeadBytes + entry.data_len;
+        const velk_block block = {
+            record,          0, member.offset, kRecordHeadBytes + entry.data_len, entry.block_len,
+            entry.block_crc, 1};
+        if (!append(reader.blocks, block, reader.options.memory_limit)) return VELK_ERROR_MEMORY;
+    }
+    return VELK_OK;
+}
+
+// Takes members off the end, as long as there are indexed ones: those from `begin` on.
+velk_status find_from_end(velk_reader &reader, std::uint64_t &begin) {
+    for (begin = reader.archive_size; begin != 0;) {
+        velk_status status = fill_window(reader, begin, kTailBytes);
+        if (status != VELK_OK) return status;
+        std::uint8_t last[kFooterBytes];
+        std::uint32_t got;
+        Footer footer;
+        if (begin < kFooterBytes ||
+            !read_placed(&reader, begin - kFooterBytes, last, kFooterBytes, got) ||
+            got != kFooterBytes || !get_footer(last, footer))
+            break;
+        const std::uint64_t tail =
+            std::uint64_t{kEntryBytes} * footer.records + kRecordHeadBytes + kFooterBytes;
+        if (tail > begin) break;
+        if (tail > kTailBytes) status = fill_window(reader, begin, tail);
+        if (status != VELK_OK) return status;
+        IndexedMember member;
+        const ArchiveStatus found = find_indexed({&reader, read_placed}, begin, member);
+        if (found == ArchiveStatus::kReadFailed) return VELK_ERROR_READ;
+        if (found != ArchiveStatus::kGood) break;
+        status = add_backwards(reader, member);
+        if (status != VELK_OK) return status;
+        begin = member.offset;
+        ++reader.report.members;
+    }
+    std::reverse(reader.blocks.entries, reader.blocks.entries + reader.blocks.count);
+    return VELK_OK;
+}
+
+// From the front -----------------------------------------------------------------
+
+// What follows in order.
+struct Follower {
+    velk_reader *reader;
+    std::uint64_t offset;
+};
+
+bool read_following(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
+    Follower &follower = *static_cast<Follower *>(user);
+    if (!read_placed(follower.reader, follower.offset, bytes, count, got)) return false;
+    follower.offset += got;
+    return true;
+}
+
+// Walks over the member at `offset`, adds its blocks, and moves on to what follows it. behind:
+// what that is, kNextHeader for another member.
+velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offset,
+                        ArchiveStatus &behind) {
+    velk_status status = open_member(reader, offset);
+    if (status != VELK_OK) return status;
+    const std::uint32_t block_size = block_size_of(reader.context);
+    const std::uint64_t first = blocks.count;
+    RecordWalk walk;
+    walk.next = offset + kFirstRecord;
+    ArchiveStatus met;
+    while ((met = next_record({&reader, read_placed}, reader.context.capacity, walk)) ==
+           ArchiveStatus::kGood) {
+        const velk_block block = {walk.record, 0, offset, kRecordHeadBytes + walk.length,
+                                  block_size,  0, 0};
+        if (!append(blocks, block, reader.options.memory_limit)) return VELK_ERROR_MEMORY;
+    }
+    const std::uint64_t records = blocks.count - first;
+    const auto damaged = [&](ArchiveStatus what, velk_part part) {
+        return tell(reader, status_of(what), part, blocks.count, walk.next);
+    };
+    if (met == ArchiveStatus::kReadFailed) return VELK_ERROR_READ;
+    if (met == ArchiveStatus::kBlockCut)
+        return tell(reader, VELK_ERROR_DAMAGED, VELK_PART_BLOCK, blocks.count, walk.record);
+
+    Member member = start_member(reader.header, block_size);
+    member.sum.records = static_cast<std::uint32_t>(std::min<std::uint64_t>(records, UINT32_MAX));
+    if (is_marked(block_size) && met == ArchiveStatus::kEndMark) {
+        // An index that is not right may still be garbage behind a plain block of N bytes.
+        IndexedMember indexed;
+        const std::uint64_t entries = walk.next + kRecordHeadBytes;
+        const std::uint64_t end = entries + kEntryBytes * records + kFooterBytes;
+        const ArchiveStatus found = find_indexed({&reader, read_placed}, end, indexed);
+        if (found == ArchiveStatus::kReadFailed) return VELK_ERROR_READ;
+        if (found == ArchiveStatus::kGood && indexed.offset == offset) {
+            for (std::uint64_t i = 0; i < records; ++i) {
+                std::uint8_t bytes[kEntryBytes];
+                std::uint32_t got;
+                if (!read_placed(&reader, entries + kEntryBytes * i, bytes, kEntryBytes, got))
+                    return VELK_ERROR_READ;
+                const IndexEntry entry = get_entry(bytes);
+                velk_block &block = blocks.entries[first + i];
+                if (block.record_size != kRecordHeadBytes + entry.data_len)
+                    return damaged(ArchiveStatus::kIndexDamaged, VELK_PART_INDEX);
+                block.size = entry.block_len;
+                block.crc = entry.block_crc;
+                block.indexed = 1;
+            }
+            std::uint8_t start[kFirstRecord];
+            std::uint32_t got;
+            offset = end;
+            if (!read_placed(&reader, offset, start, kFirstRecord, got)) return VELK_ERROR_READ;
+            behind = classify_behind(start, got);
+            return tell(reader, status_of(behind), VELK_PART_HEADER, blocks.count, offset);
+        }
+    }
+    IndexEntry entry{};
+    if (records != 0 && is_marked(block_size)) {
+        status = decode(reader, blocks.entries[first], first, entry);
+        if (status != VELK_OK) return status;
+        member.first_len = entry.block_len;
+    }
+    if (records != 0 && !needs_index(member)) {
+        velk_block &last = blocks.entries[blocks.count - 1];
+        status = decode(reader, last, blocks.count - 1, entry);
+        if (status != VELK_OK) return status;
+        if (entry.block_len > block_size) return VELK_ERROR_FORMAT;
+        member.last_len = last.size = entry.block_len;
+        member.sum.size = (records - 1) * block_size + entry.block_len;
+    }
+    const bool is_cut = needs_index(member) && met != ArchiveStatus::kEndMark;
+    RecordIntake intake{nullptr, reader.context.capacity};
+    intake.taken = walk.got - 1;
+    std::memcpy(intake.head, walk.bytes + 1, intake.taken);
+    Follower follower = {&reader, walk.next + intake.taken};
+    MemberEnd end;
+    behind = end_member({&follower, read_following}, member, met, intake, end);
+    if (!end.closed)
+        return damaged(behind, met == ArchiveStatus::kEndMark && !is_cut ? VELK_PART_INDEX
+                                                                         : VELK_PART_BLOCK);
+    if (!end.whole) reader.report.whole = 0;
+    offset = walk.next + end.bytes;
+    return tell(reader, status_of(behind), VELK_PART_HEADER, blocks.count, offset);
+}
+
+// Walks over all that is before `stop`, at which members found from the end begin; or, where it
+// does not come out there, over all of the archive.
+velk_status walk_from_front(velk_reader &reader, std::uint64_t stop) {
+    const std::uint64_t found = reader.report.members;
+    Blocks blocks{};
+    std::uint64_t offset = 0, members = 0;
+    ArchiveStatus behind = ArchiveStatus::kNextHeader;
+    velk_status status = VELK_OK;
+    while (status == VELK_OK && behind == ArchiveStatus::kNextHeader && offset != stop) {
+        if (offset > stop) stop = reader.archive_size;
+        status = walk_member(reader, blocks, offset, behind);
+        ++members;
+    }
+    const bool joins = offset == stop && behind == ArchiveStatus::kNextHeader;
+    for (std::uint64_t i = 0; status == VELK_OK && joins && i < reader.blocks.count; ++i) {
+        if (!append(blocks, reader.blocks.entries[i], reader.options.memory_limit))
+            status = VELK_ERROR_MEMORY;
+    }
+    std::free(reader.blocks.entries);
+    reader.blocks = blocks;
+    reader.report.members = members + (joins ? found : 0);
+    reader.report.archive_size = joins ? reader.archive_size : offset;
+    reader.report.bytes_follow = behind == ArchiveStatus::kGarbage;
+    return status;
+}
+
+// Opening ------------------------------------------------------------------------
+
+// Looks for the end of the archive.
+velk_status find_size(velk_reader &reader) {
+    std::uint64_t there = 0, behind = 1; // bytes that are there, and where none is
+    const auto is_there = [&reader](std::uint64_t offset, bool &answer) {
+        std::uint8_t byte;
+        std::uint32_t got;
+        if (!read_placed(&reader, offset, &byte, 1, got)) return false;
+        answer = got == 1;
+        return true;
+    };
+    for (bool more = true; more;) {
+        if (!is_there(behind - 1, more)) return VELK_ERROR_READ;
+        if (more) {
+            there = behind;
+            if (behind > UINT64_MAX / 4) return VELK_ERROR_READ;
+            behind *= 2;
+        }
+    }
+    while (there + 1 < behind) {
+        const std::uint64_t middle = there + (behind - there) / 2;
+        bool more;
+        if (!is_there(middle - 1, more)) return VELK_ERROR_READ;
+        (more ? there : behind) = middle;
+    }
+    reader.archive_size = there;
+    return VELK_OK;
+}
+
+// What all blocks come to.
+void sum_up(velk_reader &reader) {
+    velk_report &report = reader.report;
+    report.blocks = reader.blocks.count;
+    report.has_crc = 1;
+    for (std::uint64_t i = 0; i < reader.blocks.count; ++i) {
+        velk_block &block = reader.blocks.entries[i];
+        block.start = report.size;
+        report.size += block.size;
+        report.crc = crc32_join(report.crc, block.crc, block.size);
+        if (block.indexed == 0) report.has_crc = 0;
+    }
+    if (report.has_crc == 0) report.crc = 0;
+}
+
+velk_status open_archive(velk_reader &reader) {
+    reader.kept = kNone;
+    velk_status status = VELK_OK;
+    if (reader.archive_size == VELK_SIZE_UNKNOWN) status = find_size(reader);
+    if (status == VELK_OK) status = open_member(reader, 0);
+    if (status != VELK_OK) return status;
+    // What is left for the rest.
+    reader.report.whole = 1;
+    reader.report.archive_size = reader.archive_size;
+    reader.report.block_size = told_block_size(block_size_of(reader.context));
+    std::uint64_t begin;
+    status = find_from_end(reader, begin);
+    if (status == VELK_OK && begin != 0) status = walk_from_front(reader, begin);
+    std::free(reader.window.bytes);
+    reader.window = {};
+    if (status == VELK_OK) sum_up(reader);
+    if (status != VELK_OK) reader.report.whole = 0;
+    if (reader.told != nullptr) *reader.told = reader.report;
+    return status;
 }
 
 } // namespace
 
 velk_status velk_reader_open(velk_reader **reader, const velk_options *options,
-                             velk_read_at *read_at, void *user, velk_damage *damage) {
+                             velk_read_at *read_at, void *user, std::uint64_t archive_size,
+                             velk_report *report) {
     if (reader == nullptr) return VELK_ERROR_ARGUMENT;
     *reader = nullptr;
     CheckedOptions checked;
@@ -113,8 +409,10 @@ velk_status velk_reader_open(velk_reader **reader, const velk_options *options,
     if (opened == nullptr) return VELK_ERROR_MEMORY;
     opened->read_at = read_at;
     opened->user = user;
-    opened->damage = damage;
-    const velk_status status = open_archive(*opened, checked);
+    opened->options = checked;
+    opened->archive_size = archive_size;
+    opened->told = report;
+    const velk_status status = open_archive(*opened);
     if (status != VELK_OK) {
         velk_reader_close(opened);
         return status;
@@ -126,21 +424,15 @@ velk_status velk_reader_open(velk_reader **reader, const velk_options *options,
 void velk_reader_close(velk_reader *reader) {
     if (reader == nullptr) return;
     kRestorer.free(reader->context);
-    std::free(reader->starts);
+    std::free(reader->blocks.entries);
     std::free(reader);
 }
 
-std::uint32_t velk_reader_block_size(const velk_reader *reader) {
-    return reader == nullptr ? 0 : block_size_of(reader->context);
-}
-
-velk_status velk_reader_size(velk_reader *reader, std::uint64_t *size) {
-    if (reader == nullptr || size == nullptr) return VELK_ERROR_ARGUMENT;
-    *size = 0;
-    const velk_status status =
-        reader->size == kUnknown ? load(*reader, reader->blocks - 1) : VELK_OK;
-    if (status == VELK_OK) *size = reader->size;
-    return status;
+velk_status velk_reader_block(const velk_reader *reader, std::uint64_t number, velk_block *block) {
+    if (reader == nullptr || block == nullptr || number >= reader->blocks.count)
+        return VELK_ERROR_ARGUMENT;
+    *block = reader->blocks.entries[number];
+    return VELK_OK;
 }
 
 velk_status velk_reader_read(velk_reader *reader, std::uint64_t offset, void *buffer,
@@ -149,12 +441,11 @@ velk_status velk_reader_read(velk_reader *reader, std::uint64_t offset, void *bu
     *read_size = 0;
     if (reader == nullptr || (buffer == nullptr && size != 0)) return VELK_ERROR_ARGUMENT;
     std::uint8_t *const bytes = static_cast<std::uint8_t *>(buffer);
-    const std::uint32_t block_size = block_size_of(reader->context);
-    while (*read_size < size && offset / block_size < reader->blocks) {
-        const velk_status status = load(*reader, offset / block_size);
+    while (*read_size < size && offset < reader->report.size) {
+        const std::uint64_t number = block_behind(reader->blocks, offset) - 1;
+        const velk_status status = load(*reader, number);
         if (status != VELK_OK) return status;
-        const std::uint32_t at = static_cast<std::uint32_t>(offset % block_size);
-        if (at >= reader->context.out_len) break;
+        const auto at = static_cast<std::uint32_t>(offset - reader->blocks.entries[number].start);
         const std::size_t part =
             std::min<std::size_t>(size - *read_size, reader->context.out_len - at);
         std::memcpy(bytes + *read_size, reader->context.buf_out + at, part);

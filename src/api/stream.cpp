@@ -2,8 +2,9 @@
 // through one thread or several, to its writing end.
 #include "api/block_queue.h"
 #include "api/coder.h"
+#include "api/growth.h"
 #include "api/read_fully.h"
-#include "archive/archive_io.h"
+#include "archive/member.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -18,13 +19,26 @@ namespace {
 struct Transfer {
     const velk_stream *stream;
     const Coder *coder;
-    CoderContext context;      // of the first thread
+    CheckedOptions options;
+    CoderContext context; // of the first thread
+    BlockQueue *queue;    // of several; null for one
+
     std::uint64_t bytes_in;    // read for the blocks so far
     std::uint64_t bytes_out;   // written
     std::uint64_t bytes_left;  // to compress; VELK_SIZE_UNKNOWN: up to the end
+    std::uint32_t block_limit; // the most bytes of a block
     const std::uint8_t *ahead; // what of them has been read before
     std::uint32_t ahead_bytes;
-    velk_status end; // what ended the reading
+
+    // What ended the reading: the status, or bytes that were met in place of a record.
+    velk_status end;
+    ArchiveStatus met;
+    RecordIntake intake;
+
+    Member member;               // that is read or written
+    Growing<IndexEntry> entries; // of the blocks written
+    std::uint64_t entries_limit; // bytes for them
+    velk_report report;
 
     bool compresses() const { return coder == &kCompressor; }
 };
@@ -40,34 +54,39 @@ std::int64_t read_part(Transfer &t, std::uint8_t *bytes, std::uint32_t size) {
     return part;
 }
 
+bool read_all(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
+    Transfer &t = *static_cast<Transfer *>(user);
+    return read_fully(bytes, count, got, [&t](std::uint8_t *to, std::uint32_t size) {
+        return read_part(t, to, size);
+    });
+}
+
 // What the next block is read as: a record or, as if its head had been read already, so many
 // bytes of the input.
-RecordIntake next_intake(const Transfer &t, std::uint8_t *data) {
-    RecordIntake intake{data, t.context.capacity};
-    if (t.compresses()) {
-        intake.taken = kRecordHeadBytes;
-        intake.length = static_cast<std::uint32_t>(
-            std::min<std::uint64_t>(t.bytes_left, block_size_of(t.context)));
-    }
-    return intake;
+void begin_intake(Transfer &t, std::uint8_t *data) {
+    t.intake = {data, t.context.capacity};
+    if (!t.compresses()) return;
+    t.intake.taken = kRecordHeadBytes;
+    t.intake.length =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(t.bytes_left, t.block_limit));
 }
 
 enum class Reading { kMore, kBlock, kEnd };
 
 // Reads once, as much as is missing of the block at most. length: of a block that is there.
-Reading read_on(Transfer &t, RecordIntake &intake, std::uint32_t &length) {
+Reading read_on(Transfer &t, std::uint32_t &length) {
     const auto end = [&t](velk_status status) {
         t.end = status;
         return Reading::kEnd;
     };
-    if (t.compresses() && intake.length == 0) return end(VELK_OK);
+    if (t.compresses() && t.intake.length == 0) return end(VELK_OK);
     std::uint32_t wanted;
-    std::uint8_t *const place = next_place(intake, wanted);
+    std::uint8_t *const place = next_place(t.intake, wanted);
     const std::int64_t got = read_part(t, place, wanted);
     if (got < 0 || got > wanted) return end(VELK_ERROR_READ);
-    const ArchiveStatus status = take_in(intake, static_cast<std::uint32_t>(got));
+    const ArchiveStatus status = take_in(t.intake, static_cast<std::uint32_t>(got));
     if (status == ArchiveStatus::kMore) return Reading::kMore;
-    length = intake.taken - kRecordHeadBytes;
+    length = t.intake.taken - kRecordHeadBytes;
     if (t.compresses()) {
         if (status != ArchiveStatus::kGood && t.bytes_left != VELK_SIZE_UNKNOWN)
             return end(VELK_ERROR_READ);
@@ -76,8 +95,12 @@ Reading read_on(Transfer &t, RecordIntake &intake, std::uint32_t &length) {
         t.bytes_in += length;
         return Reading::kBlock;
     }
-    if (status != ArchiveStatus::kGood) return end(status_of(status));
-    t.bytes_in += intake.taken;
+    if (status == ArchiveStatus::kBlockCut) return end(VELK_ERROR_DAMAGED);
+    if (status != ArchiveStatus::kGood) {
+        t.met = status;
+        return end(VELK_OK);
+    }
+    t.bytes_in += t.intake.taken;
     return Reading::kBlock;
 }
 
@@ -95,29 +118,55 @@ bool write_all(void *user, const void *bytes, std::uint32_t count) {
     return true;
 }
 
-// Writes a block's result and tells of it. bytes_in: of the input, up to this block's end.
-velk_status put(Transfer &t, const std::uint8_t *result, std::uint32_t length,
-                std::uint64_t bytes_in) {
-    const bool written = t.compresses() ? write_record({&t, write_all}, result, length) != 0
-                                        : write_all(&t, result, length);
-    if (!written) return VELK_ERROR_WRITE;
+velk_status tell_progress(Transfer &t, std::uint64_t bytes_in) {
     const velk_stream &stream = *t.stream;
+    t.report.archive_size = t.compresses() ? t.bytes_out : bytes_in;
     const bool goes_on =
         stream.progress == nullptr || stream.progress(stream.user, bytes_in, t.bytes_out) == 0;
     return goes_on ? VELK_OK : VELK_CANCELLED;
 }
 
+// Writes a block's result and tells of it. bytes_in: of the input, up to this block's end.
+velk_status put(Transfer &t, const std::uint8_t *result, std::uint32_t length,
+                const IndexEntry &entry, std::uint64_t bytes_in) {
+    if (!t.compresses()) {
+        if (!add_block(t.member, entry)) return VELK_ERROR_DAMAGED;
+        if (!write_all(&t, result, length)) return VELK_ERROR_WRITE;
+    } else {
+        if (!t.options.plain && !add_entry(t.member.sum, entry)) return VELK_ERROR_ARGUMENT;
+        if (!t.options.plain && !append(t.entries, entry, t.entries_limit))
+            return VELK_ERROR_MEMORY;
+        if (write_record({&t, write_all}, result, length) == 0) return VELK_ERROR_WRITE;
+    }
+    ++t.report.blocks;
+    t.report.size += entry.block_len;
+    t.report.crc = crc32_join(t.report.crc, entry.block_crc, entry.block_len);
+    return tell_progress(t, bytes_in);
+}
+
 // Writes the blocks that are done. wait: for at least one, if any are under way.
-velk_status put_done(Transfer &t, BlockQueue &queue, bool wait) {
+velk_status put_done(Transfer &t, bool wait) {
     velk_status status = VELK_OK;
-    while (Slot *const done = oldest_done(queue, wait)) {
-        status =
-            done->whole ? put(t, done->data, done->length, done->bytes_in) : VELK_ERROR_DAMAGED;
+    while (Slot *const done = oldest_done(*t.queue, wait)) {
+        status = done->whole ? put(t, done->data, done->length, done->entry, done->bytes_in)
+                             : VELK_ERROR_DAMAGED;
         if (status != VELK_OK) break;
-        retire(queue, done);
+        retire(*t.queue, done);
         wait = false;
     }
     return status;
+}
+
+velk_status write_index(Transfer &t) {
+    std::uint8_t bytes[kEntryBytes + kFooterBytes];
+    put_record_head(bytes, 0);
+    if (!write_all(&t, bytes, kRecordHeadBytes)) return VELK_ERROR_WRITE;
+    for (std::uint64_t i = 0; i < t.entries.count; ++i) {
+        put_entry(bytes, t.entries.entries[i]);
+        if (!write_all(&t, bytes, kEntryBytes)) return VELK_ERROR_WRITE;
+    }
+    put_footer(bytes, t.member.sum);
+    return write_all(&t, bytes, kFooterBytes) ? VELK_OK : VELK_ERROR_WRITE;
 }
 
 // Both ---------------------------------------------------------------------------
@@ -125,91 +174,180 @@ velk_status put_done(Transfer &t, BlockQueue &queue, bool wait) {
 velk_status transfer_alone(Transfer &t) {
     CoderContext &context = t.context;
     for (;;) {
-        RecordIntake intake = next_intake(t, context.buf_in);
+        begin_intake(t, context.buf_in);
         Reading reading = Reading::kMore;
         while (reading == Reading::kMore)
-            reading = read_on(t, intake, context.in_len);
+            reading = read_on(t, context.in_len);
         if (reading == Reading::kEnd) return t.end;
-        if (!t.coder->code(context, t.bytes_in)) return VELK_ERROR_DAMAGED;
-        const velk_status status = put(t, context.buf_out, context.out_len, t.bytes_in);
+        IndexEntry entry;
+        if (!t.coder->code(context, t.bytes_in, entry)) return VELK_ERROR_DAMAGED;
+        const velk_status status = put(t, context.buf_out, context.out_len, entry, t.bytes_in);
         if (status != VELK_OK) return status;
     }
 }
 
 // Blocks that are done are written while the next one comes piece by piece. What ends the
 // reading counts when the blocks before it have been written.
-velk_status transfer_by(BlockQueue &queue, Transfer &t) {
+velk_status transfer_by_queue(Transfer &t) {
+    BlockQueue &queue = *t.queue;
     Slot *slot = nullptr; // that the next block is read into
-    RecordIntake intake{};
     for (Reading reading = Reading::kBlock; reading != Reading::kEnd || queue.under_way != 0;) {
         if (reading == Reading::kBlock && (slot = free_slot(queue)) != nullptr)
-            intake = next_intake(t, slot->data);
+            begin_intake(t, slot->data);
         const bool reads = reading != Reading::kEnd && slot != nullptr;
-        if (reads) reading = read_on(t, intake, slot->length);
+        if (reads) reading = read_on(t, slot->length);
         if (reads && reading == Reading::kBlock) {
             slot->bytes_in = t.bytes_in;
             submit(queue, slot);
         }
-        const velk_status status = put_done(t, queue, !reads);
+        if (reads && reading == Reading::kEnd) give_back(queue, slot);
+        const velk_status status = put_done(t, !reads);
         if (status != VELK_OK) return status;
     }
     return t.end;
 }
 
-// Codes all blocks with as many of the threads as the memory limit has room for, at least the
-// one whose memory, `memory_bytes`, has been taken and is given back here. Errors come in the
-// order of the blocks.
-velk_status transfer_blocks(Transfer &t, const CheckedOptions &options,
-                            std::uint32_t memory_bytes) {
-    const std::uint64_t bytes_each = memory_bytes + 2 * std::uint64_t{t.context.capacity};
+// Opens as many threads as the memory limit has room for, beside `reserve` bytes if there are
+// so many, at least the one whose memory, `memory_bytes`, has been taken. `close` gives it back.
+void open_threads(Transfer &t, BlockQueue &queue, std::uint32_t memory_bytes, std::uint64_t reserve,
+                  bool one_block) {
+    const std::uint64_t each = memory_bytes + 2 * std::uint64_t{t.context.capacity};
+    const std::uint64_t limit = t.options.memory_limit;
     const auto threads = static_cast<std::uint32_t>(
-        std::min<std::uint64_t>(options.threads, options.memory_limit / bytes_each));
-    const bool one_block = t.compresses() && t.bytes_left <= block_size_of(t.context);
-    BlockQueue queue;
-    if (threads > 1 && !one_block && open_queue(queue, *t.coder, t.context, threads)) {
-        const velk_status status = transfer_by(queue, t);
-        close_queue(queue);
-        return status;
+        std::min<std::uint64_t>(t.options.threads, (limit - std::min(limit, reserve)) / each));
+    const bool several =
+        threads > 1 && !one_block && open_queue(queue, *t.coder, t.context, threads);
+    t.queue = several ? &queue : nullptr;
+    t.entries_limit = limit - (several ? threads * each : memory_bytes);
+}
+
+void close_threads(Transfer &t) {
+    if (t.queue != nullptr) {
+        close_queue(*t.queue);
+    } else {
+        t.coder->free(t.context);
     }
-    const velk_status status = transfer_alone(t);
-    t.coder->free(t.context);
-    return status;
 }
 
-bool usable(const velk_stream *stream) {
-    return stream != nullptr && stream->read != nullptr && stream->write != nullptr &&
-           std::all_of(stream->reserved, stream->reserved + 4,
-                       [](const void *pointer) { return pointer == nullptr; });
+velk_status transfer_blocks(Transfer &t) {
+    return t.queue != nullptr ? transfer_by_queue(t) : transfer_alone(t);
 }
 
-velk_status compress(const CheckedOptions &options, Transfer &t, std::uint64_t input_size) {
-    t.bytes_left = input_size;
+// Compression --------------------------------------------------------------------
+
+velk_status compress(Transfer &t, std::uint64_t input_size) {
+    const CheckedOptions &options = t.options;
     std::uint32_t memory_bytes;
     velk_status status = open_compressor(t.context, options, input_size, memory_bytes);
     if (status != VELK_OK) return status;
-    if (write_start({&t, write_all}, options.settings, block_size_of(t.context)) != 0)
-        return transfer_blocks(t, options, memory_bytes);
-    kCompressor.free(t.context);
-    return VELK_ERROR_WRITE;
+    t.bytes_left = input_size;
+    t.block_limit = choose_block_limit(options, input_size);
+    // For an array of entries that doubles; of an input of unknown size for 90 GB in blocks of
+    // 2 MiB, at least.
+    const std::uint64_t reserve = input_size == VELK_SIZE_UNKNOWN
+                                      ? 1 << 20
+                                      : (input_size / t.block_limit + 8) * 2 * sizeof(IndexEntry);
+    BlockQueue queue;
+    open_threads(t, queue, memory_bytes, options.plain ? 0 : reserve, input_size <= t.block_limit);
+    std::uint8_t start[kFirstRecord];
+    put_start(start, options.settings, block_size_of(t.context));
+    t.member = start_member(start, block_size_of(t.context));
+    t.report.block_size = told_block_size(block_size_of(t.context));
+    status = write_all(&t, start, kFirstRecord) ? transfer_blocks(t) : VELK_ERROR_WRITE;
+    close_threads(t);
+    if (status == VELK_OK && !options.plain) status = write_index(t);
+    std::free(t.entries.entries);
+    if (status != VELK_OK) return status;
+    ++t.report.members;
+    t.report.whole = 1;
+    t.report.archive_size = t.bytes_out;
+    return options.plain ? VELK_OK : tell_progress(t, t.bytes_in);
 }
 
 // A block and a byte of the input are read ahead: what ends within the block is an input
 // of known size.
-velk_status compress_unknown(CheckedOptions options, Transfer &t) {
-    const std::uint32_t most = options.settings.max_block_size + 1;
-    if (options.memory_limit < most) return VELK_ERROR_MEMORY;
+velk_status compress_unknown(Transfer &t) {
+    const std::uint32_t most = choose_block_limit(t.options, VELK_SIZE_UNKNOWN) + 1;
+    if (t.options.memory_limit < most) return VELK_ERROR_MEMORY;
     std::uint8_t *const ahead = static_cast<std::uint8_t *>(std::malloc(most));
     if (ahead == nullptr) return VELK_ERROR_MEMORY;
     std::uint32_t got;
     velk_status status = VELK_ERROR_READ;
-    if (read_fully(ahead, most, got,
-                   [&](std::uint8_t *to, std::uint32_t size) { return read_part(t, to, size); })) {
+    if (read_all(&t, ahead, most, got)) {
         t.ahead = ahead;
         t.ahead_bytes = got;
-        options.memory_limit -= most;
-        status = compress(options, t, got < most ? got : VELK_SIZE_UNKNOWN);
+        t.options.memory_limit -= most;
+        status = compress(t, got < most ? got : VELK_SIZE_UNKNOWN);
     }
     std::free(ahead);
+    return status;
+}
+
+// Restoring ----------------------------------------------------------------------
+
+// Restores the member that begins with `start`, which becomes the header of the next one.
+// behind: what follows it.
+velk_status restore_member(Transfer &t, std::uint8_t *start, ArchiveStatus &behind) {
+    t.member = start_member(start, block_size_of(t.context));
+    t.bytes_in += kFirstRecord;
+    t.report.archive_size = t.bytes_in;
+    t.report.damaged_part = VELK_PART_BLOCK;
+    velk_status status = transfer_blocks(t);
+    if (status != VELK_OK) return status;
+    if (t.met == ArchiveStatus::kEndMark) t.report.damaged_part = VELK_PART_INDEX;
+    MemberEnd end;
+    behind = end_member({&t, read_all}, t.member, t.met, t.intake, end);
+    if (!end.closed) return status_of(behind);
+    t.report.damaged_part = VELK_PART_HEADER; // of the next one
+    t.bytes_in += end.bytes;
+    ++t.report.members;
+    if (!end.whole) t.report.whole = 0;
+    std::memcpy(start, end.start, kFirstRecord);
+    status = tell_progress(t, t.bytes_in);
+    return status == VELK_OK ? status_of(behind) : status;
+}
+
+velk_status restore(Transfer &t) {
+    std::uint8_t start[VELK_HEADER_SIZE], before[VELK_HEADER_SIZE];
+    std::uint32_t got, memory_bytes;
+    if (!read_all(&t, start, sizeof start, got)) return VELK_ERROR_READ;
+    t.report.whole = 1;
+    ArchiveStatus behind = ArchiveStatus::kNextHeader;
+    while (behind == ArchiveStatus::kNextHeader) {
+        t.report.damaged_part = VELK_PART_HEADER;
+        t.context = {};
+        velk_status status = open_restorer(t.context, t.options, start, got, memory_bytes);
+        if (status != VELK_OK) return status;
+        if (t.report.members == 0) t.report.block_size = told_block_size(block_size_of(t.context));
+        BlockQueue queue;
+        open_threads(t, queue, memory_bytes, 0, false);
+        do { // with the same memory, as long as block size and flags stay what they are
+            std::memcpy(before, start, sizeof start);
+            status = restore_member(t, start, behind);
+        } while (status == VELK_OK && behind == ArchiveStatus::kNextHeader &&
+                 std::memcmp(before, start, sizeof start) == 0);
+        close_threads(t);
+        if (status != VELK_OK) return status;
+    }
+    t.report.bytes_follow = behind == ArchiveStatus::kGarbage;
+    return VELK_OK;
+}
+
+bool usable(const velk_stream *stream) {
+    return stream != nullptr && stream->read != nullptr && stream->write != nullptr &&
+           std::all_of(stream->reserved, stream->reserved + 3,
+                       [](const void *pointer) { return pointer == nullptr; });
+}
+
+velk_status finish(Transfer &t, velk_status status) {
+    t.report.has_crc = 1;
+    if (status != VELK_OK) t.report.whole = 0;
+    if (status != VELK_ERROR_DAMAGED) t.report.damaged_part = VELK_PART_NONE;
+    if (status == VELK_ERROR_DAMAGED) {
+        t.report.damaged_block = t.report.blocks;
+        t.report.damaged_offset = t.report.archive_size;
+    }
+    if (t.stream->report != nullptr) *t.stream->report = t.report;
     return status;
 }
 
@@ -217,28 +355,18 @@ velk_status compress_unknown(CheckedOptions options, Transfer &t) {
 
 velk_status velk_compress_stream(const velk_options *options, const velk_stream *stream,
                                  std::uint64_t input_size) {
-    CheckedOptions checked;
-    if (!usable(stream) || !check_options(options, checked)) return VELK_ERROR_ARGUMENT;
     Transfer transfer{};
+    if (!usable(stream) || !check_options(options, transfer.options)) return VELK_ERROR_ARGUMENT;
     transfer.stream = stream;
     transfer.coder = &kCompressor;
-    return input_size == VELK_SIZE_UNKNOWN ? compress_unknown(checked, transfer)
-                                           : compress(checked, transfer, input_size);
+    return finish(transfer, input_size == VELK_SIZE_UNKNOWN ? compress_unknown(transfer)
+                                                            : compress(transfer, input_size));
 }
 
 velk_status velk_decompress_stream(const velk_options *options, const velk_stream *stream) {
-    CheckedOptions checked;
-    if (!usable(stream) || !check_options(options, checked)) return VELK_ERROR_ARGUMENT;
     Transfer transfer{};
+    if (!usable(stream) || !check_options(options, transfer.options)) return VELK_ERROR_ARGUMENT;
     transfer.stream = stream;
     transfer.coder = &kRestorer;
-    std::uint8_t start[VELK_HEADER_SIZE];
-    std::uint32_t got, memory_bytes;
-    if (!read_fully(start, sizeof start, got, [&](std::uint8_t *to, std::uint32_t size) {
-            return read_part(transfer, to, size);
-        }))
-        return VELK_ERROR_READ;
-    transfer.bytes_in = got;
-    const velk_status status = open_restorer(transfer.context, checked, start, got, memory_bytes);
-    return status == VELK_OK ? transfer_blocks(transfer, checked, memory_bytes) : status;
+    return finish(transfer, restore(transfer));
 }

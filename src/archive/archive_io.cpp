@@ -3,6 +3,8 @@
 #include "archive/memory.h"
 #include "base/checked.h"
 
+#include <cstring>
+
 namespace velk {
 
 using enum ArchiveStatus;
@@ -36,6 +38,7 @@ ArchiveStatus take_in(RecordIntake &intake, std::uint32_t count) {
         return intake.taken == 0 ? kEnd : intake.taken < kRecordHeadBytes ? kHeadCut : kBlockCut;
     intake.taken += count;
     if (intake.taken == kRecordHeadBytes) {
+        if (std::memcmp(intake.head, kMagic, kRecordHeadBytes) == 0) return kNextHeader;
         const ArchiveStatus head = parse_record_head(intake.head, intake.capacity, intake.length);
         return head == kGood ? kMore : head;
     }
@@ -71,6 +74,7 @@ ArchiveStatus next_record(const PlacedSource &source, std::uint32_t capacity, Re
     };
     if (walk.got == 0 && !look()) return kReadFailed;
     if (walk.got != sizeof walk.bytes) return walk.got == 1 ? kEnd : kHeadCut;
+    if (std::memcmp(walk.bytes + 1, kMagic, kRecordHeadBytes) == 0) return kNextHeader;
     const ArchiveStatus head = parse_record_head(walk.bytes + 1, capacity, walk.length);
     if (head != kGood) return head;
     walk.record = walk.next;

@@ -38,6 +38,10 @@ enum class ArchiveStatus {
     kHeadCut,       // the bytes end in a record head
     kHeadDamaged,   // its check byte does not fit
     kLengthInvalid, // it fits, but no block of the archive's block size is of this length
+    kNextHeader,    // a header begins where a record could
+    kMemberCut,     // it begins, or the bytes end, before the index that must come
+    kIndexDamaged,  // it does not fit the records
+    kGarbage,       // bytes behind the archive that are no part of it
     kBlockCut,      // the bytes end in a block's data
     kBlockDamaged,  // the block CRC does not fit
     kStageFailed,   // it fits, but a stage can't be undone

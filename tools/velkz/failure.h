@@ -4,6 +4,6 @@
 #include "options.h"
 
 // Says so about the archive or original `name`; of one that can't be read, `errno` tells why.
-// damage: where, if the status is VELK_ERROR_DAMAGED. Returns kError.
-Status report(const std::string &name, velk_status status, const velk_damage &damage,
+// told: where, if the status is VELK_ERROR_DAMAGED. Returns kError.
+Status report(const std::string &name, velk_status status, const velk_report &told,
               const Options &options);

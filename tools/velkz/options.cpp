@@ -31,6 +31,7 @@ constexpr const char *kHelp =
     "\n"
     "  -b, --block-size SIZE    128K to 16383K, 2M by default: larger is smaller\n"
     "  -9                       the same as -b 16383K\n"
+    "      --plain              no index: the archive that VELK writes\n"
     "  -T, --threads N          0, the default: one for each processor\n"
     "  -M, --memory-limit SIZE  use no more memory, and fewer threads for it\n"
     "      --size N             how many bytes come through a pipe\n"
@@ -44,7 +45,7 @@ constexpr const char *kHelp =
     "A SIZE may end in K, M or G. Exit status: 0, 1 after an error, 2 after a warning.\n";
 
 // Options without a letter.
-enum { kRemove = 256, kRange, kSize, kNoProgress };
+enum { kRemove = 256, kRange, kSize, kNoProgress, kPlain };
 
 constexpr option kLongOptions[] = {
     {"compress", no_argument, nullptr, 'z'},
@@ -62,6 +63,7 @@ constexpr option kLongOptions[] = {
     {"threads", required_argument, nullptr, 'T'},
     {"memory-limit", required_argument, nullptr, 'M'},
     {"size", required_argument, nullptr, kSize},
+    {"plain", no_argument, nullptr, kPlain},
     {"quiet", no_argument, nullptr, 'q'},
     {"verbose", no_argument, nullptr, 'v'},
     {"no-progress", no_argument, nullptr, kNoProgress},
@@ -140,9 +142,10 @@ const char *apply_value(int letter, const char *text, Options &options) {
                    : nullptr;
     case 'b':
         options.library.block_size = static_cast<std::uint32_t>(number);
-        return numeric && number >= VELK_MIN_BLOCK_SIZE && number <= VELK_MAX_BLOCK_SIZE
+        return numeric && number % 1024 == 0 && number >= VELK_MIN_BLOCK_SIZE &&
+                       number <= VELK_MAX_BLOCK_SIZE
                    ? nullptr
-                   : "a block size is from 128K to 16383K";
+                   : "a block size is from 128K to 16383K, a multiple of 1K";
     case 'T':
         options.library.threads =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(number, VELK_MAX_THREADS));
@@ -165,6 +168,7 @@ bool apply(int letter, const char *text, Options &options, Status &status) {
     for (const auto &s : kSwitches) {
         if (s.letter == letter) options.*s.member = s.value;
     }
+    if (letter == kPlain) options.library.plain = 1;
     if (letter == '9') options.library.block_size = VELK_MAX_BLOCK_SIZE;
     if (text == nullptr) return true;
     const char *const right = apply_value(letter, text, options);
@@ -188,8 +192,6 @@ Status check_conflicts(const Options &o) {
     const Conflict conflicts[] = {
         {one_file && (!writes || o.to_stdout), "--output", "goes with neither -c, -t nor -l"},
         {one_file && o.names.size() != 1, "--output", "takes one input"},
-        {compresses && streams > 1, "--stdout",
-         "takes one input: several archives in a row could not be restored"},
         {o.remove && (!writes || o.to_stdout || o.ranged), "--rm",
          "goes with neither -c, -t, -l nor --range"},
         {o.ranged && o.mode != Mode::kRestore, "--range", "goes with -d"},

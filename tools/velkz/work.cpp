@@ -22,10 +22,10 @@ struct Run {
     const Output *output; // null: what is restored is only checked
     const Options &options;
     Progress progress;
-    Amounts done;             // up to the last block that was written
-    std::uint64_t blocks = 0; // written
+    Amounts done; // up to the last block that was written
     std::uint64_t bytes_read = 0;
     int callback_error = 0; // errno
+    velk_report told{};
 };
 
 std::int64_t read_input(void *user, void *buffer, std::size_t size) {
@@ -48,7 +48,6 @@ std::int64_t write_output(void *user, const void *buffer, std::size_t size) {
 int note_block(void *user, std::uint64_t bytes_in, std::uint64_t bytes_out) {
     Run &run = *static_cast<Run *>(user);
     run.done = {bytes_in, bytes_out};
-    ++run.blocks;
     run.progress.show(run.done);
     return 0;
 }
@@ -60,9 +59,7 @@ Status report(const Run &run, velk_status status) {
     if (status == VELK_ERROR_READ && errno == 0)
         return error(run.input.name,
                      "ended early, after " + std::to_string(run.bytes_read) + " bytes");
-    const bool in_header = run.bytes_read <= VELK_HEADER_SIZE;
-    const std::uint64_t record = run.blocks == 0 ? VELK_HEADER_SIZE : run.done.in;
-    return report(run.input.name, status, {run.blocks, in_header ? 0 : record}, run.options);
+    return report(run.input.name, status, run.told, run.options);
 }
 
 bool more_follows(const Input &input) {
@@ -85,12 +82,13 @@ Status compress(Run &run, const velk_stream &stream) {
 Status restore(Run &run, const velk_stream &stream) {
     const velk_status status = velk_decompress_stream(&run.options.library, &stream);
     if (status != VELK_OK) return report(run, status);
-    return more_follows(run.input)
+    return run.told.bytes_follow != 0
                ? warning(run.input.name, "what follows the archive's end is left out")
                : kSuccess;
 }
 
-Status transfer(const Input &input, const Output *output, const Options &options) {
+// whole: whether the archive is known to be.
+Status transfer(const Input &input, const Output *output, const Options &options, bool &whole) {
     const bool compresses = options.mode == Mode::kCompress;
     const bool text_on_terminal =
         output != nullptr && output->fd == kStandardOutput && is_terminal(kStandardOutput);
@@ -103,11 +101,15 @@ Status transfer(const Input &input, const Output *output, const Options &options
     stream.read = read_input;
     stream.write = write_output;
     stream.progress = note_block;
+    stream.report = &run.told;
     const Status status = compresses ? compress(run, stream) : restore(run, stream);
+    whole = run.told.whole != 0;
     if (status != kError && options.verbose) {
         clear_progress();
-        std::fprintf(stderr, "%s: %s\n", printable(input.name).c_str(),
-                     run.progress.summary(run.done).c_str());
+        std::fprintf(stderr, "%s: %s%s\n", printable(input.name).c_str(),
+                     run.progress.summary(run.done).c_str(),
+                     whole ? ""
+                           : ", a plain archive, which can't tell whether its end was cut off");
     }
     return status;
 }
@@ -139,7 +141,8 @@ Status process(const std::string &path, const Options &options) {
     Input input;
     Status status = open_input(input, path, options);
     if (status != kSuccess) return status;
-    if (options.mode == Mode::kTest) return transfer(input, nullptr, options);
+    bool whole = true;
+    if (options.mode == Mode::kTest) return transfer(input, nullptr, options, whole);
 
     std::string output_path;
     status = name_output(input, options, output_path);
@@ -147,12 +150,14 @@ Status process(const std::string &path, const Options &options) {
     Output output;
     status = open_output(output, output_path, input, options);
     if (status != kSuccess) return status;
-    status =
-        options.ranged ? restore_range(input, output, options) : transfer(input, &output, options);
+    status = options.ranged ? restore_range(input, output, options)
+                            : transfer(input, &output, options, whole);
     if (status == kError) return status;
     const bool in_place = output.temporary.empty();
     status = worse(status, keep_output(output, input));
     if (status != kSuccess || !options.remove || input.standard()) return status;
-    return in_place ? warning(input.name, "kept, as the output is not a file of its own")
-                    : remove_input(input);
+    if (in_place) return warning(input.name, "kept, as the output is not a file of its own");
+    if (whole) return remove_input(input);
+    warning(input.name, "kept, as a plain archive can't tell whether its end was cut off");
+    return kSuccess;
 }
