@@ -33,7 +33,7 @@ int main(int argument_count, char **arguments) {
     size_t archive_size, restored_size;
     velk_status status = velk_compress(&options, original, size, archive, bound, &archive_size);
     if (status != VELK_OK) return fail("compression", status);
-    status = velk_decompress(&options, archive, archive_size, restored, size, &restored_size);
+    status = velk_decompress(&options, archive, archive_size, restored, size, &restored_size, NULL);
     if (status != VELK_OK) return fail("restoring", status);
 
     const int same = restored_size == size && memcmp(original, restored, size) == 0;

@@ -39,7 +39,9 @@ int main(int argument_count, char **arguments) {
     FILE *file = argument_count == 4 ? fopen(arguments[1], "rb") : NULL;
     velk_reader *reader = NULL;
     velk_status status = VELK_ERROR_ARGUMENT;
-    if (file != NULL) status = velk_reader_open(&reader, NULL, read_archive, file, NULL);
+    if (file != NULL) {
+        status = velk_reader_open(&reader, NULL, read_archive, file, VELK_SIZE_UNKNOWN, NULL);
+    }
     if (status == VELK_OK)
         status =
             copy_part(reader, strtoull(arguments[2], NULL, 10), strtoull(arguments[3], NULL, 10));

@@ -34,10 +34,15 @@ int main(int argument_count, char **arguments) {
     _setmode(_fileno(stdout), _O_BINARY);
 #endif
     const int restore = argument_count == 2 && strcmp(arguments[1], "-d") == 0;
-    velk_stream stream = {NULL, read_input, write_output, show_progress, {NULL}};
+    velk_report report;
+    velk_stream stream = {NULL, read_input, write_output, show_progress, &report, {NULL}};
     velk_status status = restore ? velk_decompress_stream(NULL, &stream)
                                  : velk_compress_stream(NULL, &stream, VELK_SIZE_UNKNOWN);
     if (status == VELK_OK && fflush(stdout) != 0) status = VELK_ERROR_WRITE;
     fprintf(stderr, "\n%s\n", velk_status_text(status));
+    if (status == VELK_OK && report.whole == 0)
+        fprintf(stderr, "the archive has no index and may have been cut between two blocks\n");
+    if (status == VELK_OK && report.bytes_follow != 0)
+        fprintf(stderr, "what follows the archive was left out\n");
     return status == VELK_OK ? EXIT_SUCCESS : EXIT_FAILURE;
 }
