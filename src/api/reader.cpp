@@ -29,6 +29,8 @@ struct velk_reader {
     velk_report report;
     Window window;
 
+    bool has_first;
+    std::uint8_t first[kFirstRecord]; // the archive's first header, once it has been read
     CoderContext context;
     std::uint8_t header[kFirstRecord]; // of the member that the context is for
     Blocks blocks;
@@ -49,8 +51,8 @@ bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t co
         std::memcpy(bytes, window.bytes + (offset - window.offset), got = count);
         return true;
     }
-    if (offset == 0 && count == kFirstRecord && reader.context.capacity != 0) {
-        std::memcpy(bytes, reader.header, got = count);
+    if (offset == 0 && count == kFirstRecord && reader.has_first) {
+        std::memcpy(bytes, reader.first, got = count);
         return true;
     }
     return read_fully(bytes, count, got, [&](std::uint8_t *to, std::uint32_t size) {
@@ -381,7 +383,8 @@ velk_status open_archive(velk_reader &reader) {
     if (reader.archive_size == VELK_SIZE_UNKNOWN) status = find_size(reader);
     if (status == VELK_OK) status = open_member(reader, 0);
     if (status != VELK_OK) return status;
-    // What is left for the rest.
+    std::memcpy(reader.first, reader.header, kFirstRecord);
+    reader.has_first = true;
     reader.report.whole = 1;
     reader.report.archive_size = reader.archive_size;
     reader.report.block_size = told_block_size(block_size_of(reader.context));
