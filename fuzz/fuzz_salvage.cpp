@@ -39,9 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     // Blocks that the reader restores are intact to the survey.
     std::string why;
-    std::uint32_t memory_bytes;
-    bool reading = start_reading(source_of(reader.archive), reader.context, memory_bytes) ==
-                   ArchiveStatus::kGood;
+    bool reading = start_blocks(reader, why);
     Survey survey(reader.archive, reading);
     std::uint64_t position = 0;
     for (Extent extent; survey.next(extent); position = extent.end) {

@@ -6,6 +6,7 @@
 #include "platform/files.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 namespace velk {
@@ -31,7 +32,7 @@ constexpr const char *kTexts[] = {
     "",
     "",
     "",
-    "an end mark with more bytes behind it",
+    "",
     "can't be read",
     "does not begin as an archive",
     "shorter than an archive's header",
@@ -42,7 +43,7 @@ constexpr const char *kTexts[] = {
     "the check byte of the record head does not match",
     "no block has a record of ",
     "another archive begins",
-    "the archive is cut short before its index",
+    "the archive is cut short before the end of its index",
     "the index does not fit the records",
     "what follows is no part of the archive",
     "the block is cut short",
@@ -58,22 +59,138 @@ std::string reason(ArchiveStatus status, std::uint32_t length, const BlockTrace 
     return text + kStageTable[trace.reached].name + " stage can't be undone";
 }
 
-// Counts the block that was read, or says in `why` what is wrong.
-ArchiveStatus end_step(BlockReader &reader, ArchiveStatus status, std::uint32_t length,
-                       std::string &why) {
-    if (status == ArchiveStatus::kGood) {
-        ++reader.number;
-        reader.coded_len = kRecordHeadBytes + length;
+std::string at_offset(const BlockReader &reader) {
+    return "at offset " + std::to_string(reader.offset) + ": ";
+}
+
+std::string at_block(const BlockReader &reader) {
+    return "block " + std::to_string(reader.number + 1) + ' ' + at_offset(reader);
+}
+
+// Sets the reader up for the member with this header, behind which the archive's position is.
+ArchiveStatus open_member(BlockReader &reader, const std::uint8_t *start, std::uint32_t got) {
+    RestoringContext &context = reader.context;
+    if (context.capacity == 0 || std::memcmp(start, reader.start, kFirstRecord) != 0) {
+        Settings settings{};
+        std::uint32_t block_size;
+        const ArchiveStatus status = parse_start(start, got, settings, block_size);
+        if (status != ArchiveStatus::kGood) return status;
+        free_decompress(context);
+        static_cast<CoderContext &>(context) = {};
+        context.settings = settings;
+        if (alloc_decompress(context, block_size) == 0) return ArchiveStatus::kNoMemory;
+        std::memcpy(reader.start, start, kFirstRecord);
+    }
+    reader.member = start_member(start, block_size_of(context));
+    reader.begin = reader.archive.position - kFirstRecord;
+    reader.walk = {};
+    reader.walk.next = reader.archive.position;
+    return ArchiveStatus::kGood;
+}
+
+void count_block(BlockReader &reader, std::uint32_t length) {
+    if (reader.members == 0) reader.indexed = needs_index(reader.member);
+    ++reader.number;
+    reader.coded_len = kRecordHeadBytes + length;
+}
+
+// Ends the member, as no record follows. Returns kNextHeader when the reader is at the next one,
+// kEnd, or what is wrong.
+ArchiveStatus close_member(BlockReader &reader, ArchiveStatus met, std::uint32_t length,
+                           std::string &why) {
+    const Member &member = reader.member;
+    const bool indexed = needs_index(member);
+    if (reader.members == 0) reader.indexed = indexed;
+    RecordIntake intake{nullptr, reader.context.capacity};
+    const ByteSource source = source_of(reader.archive);
+    reader.archive.position = reader.offset;
+    MemberEnd end;
+    ArchiveStatus status = ArchiveStatus::kReadFailed;
+    if (source.read(source.user, intake.head, kRecordHeadBytes, intake.taken))
+        status = end_member(source, member, met, intake, end);
+    if (!end.closed) {
+        const bool in_index = met == ArchiveStatus::kEndMark;
+        why = in_index ? at_offset(reader) + text_of(status)
+                       : at_block(reader) + reason(status, length, reader.trace);
         return status;
     }
-    if (status == ArchiveStatus::kEndMark &&
-        reader.offset + kRecordHeadBytes == reader.archive.size)
-        status = ArchiveStatus::kEnd;
-    if (status != ArchiveStatus::kEnd) {
-        why = "block " + std::to_string(reader.number + 1) + " at offset " +
-              std::to_string(reader.offset) + ": " + reason(status, length, reader.trace);
+    ++reader.members;
+    reader.whole = reader.whole && end.whole;
+    reader.offset += end.bytes;
+    reader.most_size += member.sum.size;
+    reader.least_size += indexed || member.sum.records == 0 ? member.sum.size
+                                                            : member.sum.size - member.last_len + 1;
+    if (status == ArchiveStatus::kNextHeader) {
+        reader.archive.position = reader.offset + kFirstRecord;
+        status = open_member(reader, end.start, kFirstRecord);
+        if (status == ArchiveStatus::kGood) return ArchiveStatus::kNextHeader;
+    }
+    reader.bytes_follow = status == ArchiveStatus::kGarbage;
+    if (reader.bytes_follow) return ArchiveStatus::kEnd;
+    if (status != ArchiveStatus::kEnd) why = at_offset(reader) + text_of(status);
+    return status;
+}
+
+bool ends_member(ArchiveStatus status) {
+    using enum ArchiveStatus;
+    return status == kEnd || status == kEndMark || status == kNextHeader || status == kHeadCut ||
+           status == kHeadDamaged || status == kLengthInvalid;
+}
+
+// Whether the block restores whose record is at `offset`.
+bool restore_at(BlockReader &reader, std::uint64_t offset) {
+    std::uint32_t length;
+    reader.archive.position = offset;
+    return read_block(source_of(reader.archive), reader.context, length, reader.trace) ==
+           ArchiveStatus::kGood;
+}
+
+// From head to head: the next record. A block is taken to be as long as it can be.
+ArchiveStatus skip_record(BlockReader &reader) {
+    Member &member = reader.member;
+    const std::uint32_t n = member.block_size;
+    reader.offset = reader.walk.next;
+    const ArchiveStatus status =
+        next_record(places_of(reader.archive), reader.context.capacity, reader.walk);
+    if (status == ArchiveStatus::kGood) {
+        IndexEntry entry = {reader.walk.length, is_marked(n) ? n - 1 : n, 0};
+        if (is_marked(n) && member.sum.records == 0 && restore_at(reader, reader.offset))
+            entry.block_len = reader.context.out_len;
+        return add_block(member, entry) ? status : ArchiveStatus::kLengthInvalid;
+    }
+    IndexedMember indexed;
+    if (status == ArchiveStatus::kEndMark && needs_index(member)) {
+        const std::uint64_t end = reader.offset + kRecordHeadBytes + kFooterBytes +
+                                  std::uint64_t{kEntryBytes} * member.sum.records;
+        if (find_indexed(places_of(reader.archive), end, indexed) == ArchiveStatus::kGood &&
+            indexed.offset == reader.begin)
+            member.sum = indexed.sum;
+    } else if (status != ArchiveStatus::kEnd && ends_member(status) && member.sum.records != 0 &&
+               restore_at(reader, reader.walk.record)) {
+        member.sum.size -= member.last_len - reader.context.out_len;
+        member.last_len = reader.context.out_len;
     }
     return status;
+}
+
+// By the indexes: the next record.
+ArchiveStatus skip_entry(BlockReader &reader, std::uint32_t &length) {
+    for (; !reader.found.empty(); reader.found.pop_back(), reader.taken = 0) {
+        const IndexedMember &member = reader.found.back();
+        if (reader.taken == 0) {
+            ++reader.members;
+            reader.walk.next = member.offset + kFirstRecord;
+        }
+        if (reader.taken == member.sum.records) continue;
+        std::uint8_t bytes[kEntryBytes];
+        const std::uint64_t place = member.entries + std::uint64_t{kEntryBytes} * reader.taken++;
+        if (!read_at(reader.archive, place, bytes, kEntryBytes)) return ArchiveStatus::kReadFailed;
+        length = get_entry(bytes).data_len;
+        reader.offset = reader.walk.next;
+        reader.walk.next += kRecordHeadBytes + length;
+        return ArchiveStatus::kGood;
+    }
+    return ArchiveStatus::kEnd;
 }
 
 } // namespace
@@ -95,33 +212,81 @@ ByteSource source_of(ArchiveFile &archive) {
     return {&archive, read_next};
 }
 
+PlacedSource places_of(ArchiveFile &archive) {
+    return {&archive, read_placed};
+}
+
 const char *text_of(ArchiveStatus status) {
     return kTexts[static_cast<std::size_t>(status)];
 }
 
 bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
     crc32_init();
-    if (!open_archive(reader.archive, name, why)) return false;
-    std::uint32_t memory_bytes;
-    const ArchiveStatus status =
-        start_reading(source_of(reader.archive), reader.context, memory_bytes);
+    return open_archive(reader.archive, name, why) && start_blocks(reader, why);
+}
+
+bool start_blocks(BlockReader &reader, std::string &why) {
+    const ByteSource source = source_of(reader.archive);
+    std::uint8_t start[kFirstRecord];
+    std::uint32_t got;
+    const ArchiveStatus status = source.read(source.user, start, kFirstRecord, got)
+                                     ? open_member(reader, start, got)
+                                     : ArchiveStatus::kReadFailed;
     why = text_of(status);
     return status == ArchiveStatus::kGood;
 }
 
+void use_indexes(BlockReader &reader) {
+    IndexedMember member;
+    std::uint64_t begin = reader.archive.size, size = 0;
+    while (begin != 0 &&
+           find_indexed(places_of(reader.archive), begin, member) == ArchiveStatus::kGood) {
+        begin = member.offset;
+        size += member.sum.size;
+        reader.found.push_back(member);
+    }
+    if (begin != 0) return reader.found.clear();
+    reader.indexed = true;
+    reader.least_size = reader.most_size = size;
+}
+
 ArchiveStatus skip_block(BlockReader &reader, std::string &why) {
-    reader.offset = reader.walk.next;
-    const ArchiveStatus status =
-        next_record({&reader.archive, read_placed}, reader.context.capacity, reader.walk);
-    return end_step(reader, status, reader.walk.length, why);
+    const bool by_index = !reader.found.empty();
+    ArchiveStatus status = ArchiveStatus::kNextHeader;
+    std::uint32_t length = 0;
+    while (status == ArchiveStatus::kNextHeader) {
+        status = by_index ? skip_entry(reader, length) : skip_record(reader);
+        if (!by_index) length = reader.walk.length;
+        if (!by_index && ends_member(status)) status = close_member(reader, status, length, why);
+    }
+    if (status == ArchiveStatus::kGood) count_block(reader, length);
+    if (status != ArchiveStatus::kGood && status != ArchiveStatus::kEnd && why.empty())
+        why = at_block(reader) + reason(status, length, reader.trace);
+    return status;
 }
 
 ArchiveStatus next_block(BlockReader &reader, std::string &why) {
-    std::uint32_t length;
-    reader.offset = reader.archive.position;
-    const ArchiveStatus status =
-        read_block(source_of(reader.archive), reader.context, length, reader.trace);
-    return end_step(reader, status, length, why);
+    const CoderContext &context = reader.context;
+    ArchiveStatus status = ArchiveStatus::kNextHeader;
+    std::uint32_t length = 0;
+    while (status == ArchiveStatus::kNextHeader) {
+        reader.offset = reader.archive.position;
+        status = read_block(source_of(reader.archive), reader.context, length, reader.trace);
+        if (ends_member(status)) status = close_member(reader, status, length, why);
+    }
+    if (status == ArchiveStatus::kGood) {
+        const std::uint32_t crc = crc32_append(0, context.buf_out, context.out_len);
+        if (add_block(reader.member, {length, context.out_len, crc})) {
+            count_block(reader, length);
+            return status;
+        }
+        status = ArchiveStatus::kLengthInvalid;
+        why = at_block(reader) + "no archive has a block of " + std::to_string(context.out_len) +
+              " bytes before an index";
+    }
+    if (status != ArchiveStatus::kEnd && why.empty())
+        why = at_block(reader) + reason(status, length, reader.trace);
+    return status;
 }
 
 bool Restorer::prepare() {

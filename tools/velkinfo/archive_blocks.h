@@ -2,12 +2,14 @@
 #pragma once
 
 #include "archive/archive_io.h"
+#include "archive/member.h"
 #include "archive/memory.h"
 
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace velk {
 
@@ -23,8 +25,9 @@ struct ArchiveFile {
 // Opens a regular file. Returns false, with the reason in `why`, when it can't.
 [[nodiscard]] bool open_archive(ArchiveFile &archive, const char *name, std::string &why);
 
-// Its bytes, in order.
+// Its bytes, in order and from any place.
 [[nodiscard]] ByteSource source_of(ArchiveFile &archive);
+[[nodiscard]] PlacedSource places_of(ArchiveFile &archive);
 
 // What is wrong, in words.
 [[nodiscard]] const char *text_of(ArchiveStatus status);
@@ -43,21 +46,37 @@ struct BlockReader {
     ArchiveFile archive;
     RestoringContext context;    // buf_out holds the block
     RecordWalk walk;             // where skip_block is
-    std::uint64_t number = 0;    // of the block, counted from 1
+    std::uint64_t number = 0;    // of the block, counted from 1 over all members
     std::uint64_t offset = 0;    // of its record in the archive
     std::uint32_t coded_len = 0; // bytes of the record, its head included
     BlockTrace trace{};          // what each stage made of its length when it was written
+
+    std::uint8_t start[kFirstRecord] = {}; // the header of the member
+    std::uint64_t begin = 0;               // its offset
+    Member member{};
+    std::vector<IndexedMember> found; // all members that skip_block has yet to take, the first
+    std::uint32_t taken = 0;          // one last, where all have an index; entries of that taken
+
+    // Of the members so far; the sizes of the original are known when the walk is over.
+    std::uint64_t members = 0, least_size = 0, most_size = 0;
+    bool indexed = false; // the first one
+    bool whole = true;    // or else one may have been cut between two records
+    bool bytes_follow = false;
 };
 
 // Opens the archive, reads its header and takes the memory that its blocks need.
 [[nodiscard]] bool open_blocks(BlockReader &reader, const char *name, std::string &why);
+// The same of an archive that is open.
+[[nodiscard]] bool start_blocks(BlockReader &reader, std::string &why);
 
-// Restores the next block in memory. Returns kGood, kEnd, or what is wrong, with block and
-// reason in `why`; the walk is then over.
+// Restores the next block in memory. Returns kGood, kEnd, or what is wrong, with the place and
+// the reason in `why`; the walk is then over.
 [[nodiscard]] ArchiveStatus next_block(BlockReader &reader, std::string &why);
 
-// The same without restoring, from head to head. The trace is left alone.
+// The same without restoring, by the indexes after use_indexes, else from head to head; the
+// trace is left alone. Restored is only a block by which a plain member's end is known.
 [[nodiscard]] ArchiveStatus skip_block(BlockReader &reader, std::string &why);
+void use_indexes(BlockReader &reader);
 
 // Restores blocks of any size and any stages: a header that is lost can't tell them.
 class Restorer {

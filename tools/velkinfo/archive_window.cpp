@@ -13,30 +13,17 @@ constexpr std::uint32_t kStep = 16; // bytes; more would save memory, and cost t
 constexpr std::uint32_t kSegments = 4;
 static_assert(ArchiveWindow::kSegment > kMaxRecordData);
 
-// Polynomials over GF(2) of degree below 32, as the CRC has them: bit 31 belongs to x^0.
-constexpr std::uint32_t kPolynomial = 0xEDB88320; // without x^32
-constexpr std::uint32_t kOne = 1u << 31;
-
-constexpr std::uint32_t multiply(std::uint32_t a, std::uint32_t b) {
-    std::uint32_t product = 0;
-    for (; a != 0; a <<= 1) {
-        product ^= b & (0 - (a >> 31));
-        b = (b >> 1) ^ (kPolynomial & (0 - (b & 1)));
-    }
-    return product;
-}
-
 // [k][i] is x^(8 i 256^k): three digits make any shift in a segment.
 using Powers = std::array<std::array<std::uint32_t, 256>, 3>;
 
 constexpr Powers make_powers() {
     Powers powers{};
-    std::uint32_t step = kOne >> 8;
+    std::uint32_t step = crc32_power(8);
     for (auto &row : powers) {
-        row[0] = kOne;
+        row[0] = crc32_power(0);
         for (std::uint32_t i = 1; i < 256; ++i)
-            row[i] = multiply(row[i - 1], step);
-        step = multiply(row[255], step);
+            row[i] = crc32_multiply(row[i - 1], step);
+        step = crc32_multiply(row[255], step);
     }
     return powers;
 }
@@ -52,7 +39,7 @@ constexpr std::uint32_t round_up(std::uint32_t n) {
 std::uint32_t shift_crc(std::uint32_t crc, std::uint32_t count) {
     assert(count < ArchiveWindow::kSegment);
     for (const auto &row : kPowers) {
-        if (const std::uint32_t digit = count % 256) crc = multiply(row[digit], crc);
+        if (const std::uint32_t digit = count % 256) crc = crc32_multiply(row[digit], crc);
         count /= 256;
     }
     return crc;

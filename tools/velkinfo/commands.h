@@ -12,14 +12,17 @@ enum class ListForm { kTable, kQuick, kStages, kJson };
 [[nodiscard]] int test_archive(const char *name);
 
 struct SalvageOptions {
-    bool force; // overwrite an output that exists
-    bool fill;  // write zeros for lost blocks of known length
+    bool force;   // overwrite an output that exists
+    bool fill;    // write zeros for lost blocks of known length even where no index tells of them
+    bool no_fill; // not even where one does
 };
 
 // Writes every intact block of a damaged archive to `output`, in order, and reports
 // what is lost. 0 only for an archive that has no damage.
 [[nodiscard]] int salvage_archive(const char *name, const char *output,
                                   const SalvageOptions &options);
+
+constexpr const char *kBytesFollow = "what follows the archive's end is left out";
 
 // "velkinfo: subject: message"
 void complain(const char *subject, const char *message);

@@ -163,13 +163,14 @@ void print_block(const BlockReader &reader, ListForm form, const Layout &layout)
 void print_start(const BlockReader &reader, ListForm form, const Layout &layout) {
     const bool json = form == ListForm::kJson;
     const Number size = reader.archive.size;
-    const unsigned block_size = block_size_of(reader.context);
+    const unsigned block_size = block_size_of(reader.context) - (reader.indexed ? kIndexMark : 0);
     if (json) {
-        std::printf("{\n  \"archive_bytes\": %llu,\n  \"block_size\": %u,\n  \"stages_on\": [",
-                    size, block_size);
+        std::printf("{\n  \"archive_bytes\": %llu,\n  \"indexed\": %s,\n  \"block_size\": %u,\n"
+                    "  \"stages_on\": [",
+                    size, reader.indexed ? "true" : "false", block_size);
     } else {
-        std::printf("%s: %llu bytes\nblock size %u, stages on:", reader.archive.name.c_str(), size,
-                    block_size);
+        std::printf("%s: %llu bytes, index: %s\nblock size %u, stages on:",
+                    reader.archive.name.c_str(), size, reader.indexed ? "yes" : "no", block_size);
     }
     const char *between = "";
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
@@ -187,7 +188,7 @@ void print_start(const BlockReader &reader, ListForm form, const Layout &layout)
 
 void print_end(const BlockReader &reader, const Lengths &total, ListForm form, const Layout &layout,
                const std::string &damage) {
-    const Number blocks = reader.number, block_size = block_size_of(reader.context);
+    const Number blocks = reader.number, least = reader.least_size, most = reader.most_size;
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %-*s", blocks, layout.offset, blocks == 1 ? "block" : "blocks");
@@ -197,9 +198,8 @@ void print_end(const BlockReader &reader, const Lengths &total, ListForm form, c
     case ListForm::kQuick:
         std::printf("%6llu %-*s %*llu", blocks, layout.offset, blocks == 1 ? "block" : "blocks",
                     layout.coded, total.coded);
-        if (blocks != 0 && damage.empty())
-            std::printf(" of %llu to %llu bytes", (blocks - 1) * block_size + 1,
-                        blocks * block_size);
+        if (damage.empty() && least == most) std::printf(" of %llu bytes", most);
+        if (damage.empty() && least != most) std::printf(" of %llu to %llu bytes", least, most);
         std::printf("\n");
         break;
     case ListForm::kStages:
@@ -210,9 +210,9 @@ void print_end(const BlockReader &reader, const Lengths &total, ListForm form, c
     case ListForm::kJson:
         std::printf(
             "\n  ],\n  \"total\": {\"blocks\": %llu, \"coded\": %llu, \"original\": %llu},\n"
-            "  \"damage\": %s%s%s\n}\n",
-            blocks, total.coded, total.original, damage.empty() ? "null" : "\"", damage.c_str(),
-            damage.empty() ? "" : "\"");
+            "  \"members\": %llu,\n  \"damage\": %s%s%s\n}\n",
+            blocks, total.coded, total.original, static_cast<Number>(reader.members),
+            damage.empty() ? "null" : "\"", damage.c_str(), damage.empty() ? "" : "\"");
         break;
     }
 }
@@ -230,14 +230,18 @@ int list_archive(const char *name, ListForm form) {
     // On a terminal the lines themselves show how far it is.
     if (layout.width == 0) reader.archive.watch = show_progress;
     const auto step_on = form == ListForm::kQuick ? skip_block : next_block;
+    if (form == ListForm::kQuick) use_indexes(reader);
+    // The first block may tell whether there is an index.
+    ArchiveStatus status = step_on(reader, damage);
     print_start(reader, form, layout);
     Lengths total{};
-    while (step_on(reader, damage) == ArchiveStatus::kGood) {
+    for (; status == ArchiveStatus::kGood; status = step_on(reader, damage)) {
         print_block(reader, form, layout);
         add(total, lengths_of(reader));
     }
     clear_progress();
     print_end(reader, total, form, layout, damage);
     if (!damage.empty()) complain(name, damage.c_str());
+    if (reader.bytes_follow) complain(name, kBytesFollow);
     return damage.empty() ? 0 : 1;
 }

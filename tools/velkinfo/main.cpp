@@ -17,7 +17,7 @@ constexpr int kUsageStatus = 2;
 constexpr const char *kHelp =
     "Usage: velkinfo list [--json | --quick | --stages] ARCHIVE\n"
     "       velkinfo test ARCHIVE...\n"
-    "       velkinfo salvage [--force] [--fill] ARCHIVE OUTPUT\n"
+    "       velkinfo salvage [--force] [--fill | --no-fill] ARCHIVE OUTPUT\n"
     "\n"
     "list      show the header, the blocks and how much each stage took off\n"
     "  --json    all lengths, for programs\n"
@@ -26,7 +26,8 @@ constexpr const char *kHelp =
     "test      restore every block in memory and tell whether all checks hold\n"
     "salvage   restore every intact block of a damaged archive\n"
     "  --force   overwrite OUTPUT if it exists\n"
-    "  --fill    write zeros in the place of lost blocks of known length\n"
+    "  --fill    write zeros in the place of lost blocks even without an index\n"
+    "  --no-fill leave them out even with an index, which tells their places\n"
     "\n"
     "  --help     show this text\n"
     "  --version  show the version\n"
@@ -40,13 +41,13 @@ int usage_error(const char *subject, const char *message) {
 }
 
 struct Options {
-    int json, quick, stages, force, fill, help, version;
+    int json, quick, stages, force, fill, no_fill, help, version;
 };
 
 // names: what follows the command.
 int run_command(const char *command, char **names, int name_count, const Options &o) {
     const int list_options = o.json + o.quick + o.stages;
-    const bool salvage_options = o.force != 0 || o.fill != 0;
+    const bool salvage_options = o.force + o.fill + o.no_fill != 0;
 
     if (std::strcmp(command, "list") == 0) {
         if (name_count != 1) return usage_error(command, "takes one archive");
@@ -68,8 +69,10 @@ int run_command(const char *command, char **names, int name_count, const Options
     }
     if (std::strcmp(command, "salvage") == 0) {
         if (name_count != 2) return usage_error(command, "takes an archive and an output");
-        if (list_options != 0) return usage_error(command, "takes --force and --fill only");
-        return salvage_archive(names[0], names[1], {o.force != 0, o.fill != 0});
+        if (list_options != 0)
+            return usage_error(command, "takes --force, --fill and --no-fill only");
+        if (o.fill + o.no_fill > 1) return usage_error(command, "takes --fill or --no-fill");
+        return salvage_archive(names[0], names[1], {o.force != 0, o.fill != 0, o.no_fill != 0});
     }
     return usage_error(command, "no such command");
 }
@@ -77,10 +80,15 @@ int run_command(const char *command, char **names, int name_count, const Options
 int run(int argument_count, char **arguments) {
     Options o{};
     const option options[] = {
-        {"json", no_argument, &o.json, 1},       {"quick", no_argument, &o.quick, 1},
-        {"stages", no_argument, &o.stages, 1},   {"force", no_argument, &o.force, 1},
-        {"fill", no_argument, &o.fill, 1},       {"help", no_argument, &o.help, 1},
-        {"version", no_argument, &o.version, 1}, {nullptr, 0, nullptr, 0},
+        {"json", no_argument, &o.json, 1},
+        {"quick", no_argument, &o.quick, 1},
+        {"stages", no_argument, &o.stages, 1},
+        {"force", no_argument, &o.force, 1},
+        {"fill", no_argument, &o.fill, 1},
+        {"help", no_argument, &o.help, 1},
+        {"version", no_argument, &o.version, 1},
+        {"no-fill", no_argument, &o.no_fill, 1},
+        {nullptr, 0, nullptr, 0},
     };
     int chosen;
     while ((chosen = getopt_long(argument_count, arguments, "", options, nullptr)) != -1) {
@@ -124,8 +132,11 @@ int test_archive(const char *name) {
     }
     clear_progress();
     const unsigned long long blocks = reader.number;
-    std::printf("%s: good, %llu %s, %llu bytes\n", name, blocks, blocks == 1 ? "block" : "blocks",
-                static_cast<unsigned long long>(original));
+    std::printf("%s: good, %llu %s, %llu bytes%s\n", name, blocks, blocks == 1 ? "block" : "blocks",
+                static_cast<unsigned long long>(original),
+                reader.whole ? ""
+                             : ", a plain archive, which can't tell whether its end was cut off");
+    if (reader.bytes_follow) complain(name, kBytesFollow);
     return 0;
 }
 
