@@ -1,6 +1,6 @@
 #include "velkinfo/survey.h"
 
-#include "archive/format.h"
+#include "archive/index.h"
 #include "base/byte_order.h"
 
 #include <algorithm>
@@ -49,12 +49,30 @@ bool Survey::intact_at(std::uint64_t offset) {
     return find_data(data, data + length, 0) != 0;
 }
 
-// The archive's end, or a mark of it.
-bool Survey::end_at(std::uint64_t offset) {
-    if (offset + kRecordHeadBytes != archive_.size) return offset == archive_.size;
+// Where the header at `offset` ends, or the end mark and the index; `offset` if neither is there.
+std::uint64_t Survey::frame_end(std::uint64_t offset) {
     window_.reach(offset);
+    const std::uint8_t *const bytes = window_.at(offset);
+    const std::uint64_t left = std::min<std::uint64_t>(archive_.size - offset, window_.kSegment);
+    Settings settings{};
     std::uint32_t length;
-    return get_record_head(window_.at(offset), length) && length == 0;
+    if (left >= kFirstRecord &&
+        parse_start(bytes, kFirstRecord, settings, length) == ArchiveStatus::kGood)
+        return offset + kFirstRecord;
+    if (left < kRecordHeadBytes || !get_record_head(bytes, length) || length != 0) return offset;
+    Footer footer;
+    std::uint32_t records = 0;
+    for (std::uint32_t at = kRecordHeadBytes; at + kFooterBytes <= left && tries_left_ != 0;
+         at += kEntryBytes, ++records, --tries_left_) {
+        if (get_footer(bytes + at, footer) && footer.records == records)
+            return offset + at + kFooterBytes;
+    }
+    return left == kRecordHeadBytes ? archive_.size : offset;
+}
+
+// The archive's end, or that of a member's records.
+bool Survey::end_at(std::uint64_t offset) {
+    return offset == archive_.size || frame_end(offset) != offset;
 }
 
 // Follows a head that is believed.
@@ -152,8 +170,10 @@ void Survey::find_end_of_damage(Extent &extent) {
 bool Survey::next(Extent &extent) {
     if (pending_.data != 0) {
         extent = std::exchange(pending_, Extent{});
-    } else if (end_at(position_)) {
+    } else if (position_ == archive_.size) {
         return false;
+    } else if (const std::uint64_t end = frame_end(position_); end != position_) {
+        extent = {position_, end, ExtentKind::kFrame, 0, 0};
     } else if (intact_at(position_)) {
         std::uint32_t length = get_u32(window_.at(position_) + 1);
         const std::uint64_t data = position_ + kRecordHeadBytes;

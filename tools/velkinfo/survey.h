@@ -9,12 +9,14 @@
 namespace velk {
 
 // A stretch of a damaged archive.
-enum class ExtentKind { kIntact, kHeadLost, kLost };
+enum class ExtentKind { kIntact, kHeadLost, kLost, kFrame };
 struct Extent {
     std::uint64_t begin, end; // bytes of the archive
-    ExtentKind kind;          // one intact record; one without its head; no intact block
-    std::uint64_t data;       // where the block data begin, which go to `end`; 0 if lost
-    std::uint32_t heads;      // record heads that still show its blocks; 0: unknown
+    // One intact record; one without its head; no intact block; a header, or an end mark and
+    // the index behind it.
+    ExtentKind kind;
+    std::uint64_t data;  // where the block data begin, which go to `end`; 0 if lost
+    std::uint32_t heads; // record heads that still show its blocks; 0: unknown
 };
 
 // Divides an archive behind its header into intact records and what lies between.
@@ -42,6 +44,7 @@ public:
 private:
     bool head_at(std::uint64_t offset, std::uint32_t &length, bool cut = false);
     bool intact_at(std::uint64_t offset);
+    std::uint64_t frame_end(std::uint64_t offset);
     bool end_at(std::uint64_t offset);
     bool leads_on(std::uint64_t &offset);
     bool search(std::uint64_t limit);
@@ -54,7 +57,7 @@ private:
     std::uint64_t position_;           // where the next stretch begins
     std::deque<std::uint64_t> intact_; // the intact records behind position_ ...
     std::uint64_t searched_ = 0;       // ... as far as they have been searched for
-    std::uint64_t tries_left_;         // of ends behind the first
+    std::uint64_t tries_left_;         // of ends behind the first, and of places of a footer
     Extent pending_{};                 // found together with the stretch before it
 };
 
