@@ -1,6 +1,6 @@
 #include "archive_call.h"
 
-#include "archive/format.h"
+#include "archive/index.h"
 #include "archive/memory.h"
 #include "base/byte_order.h"
 
@@ -77,6 +77,29 @@ Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks) {
     }
     archive.resize(size);
     return archive;
+}
+
+Bytes make_indexed(std::uint8_t flags, const std::vector<Bytes> &blocks) {
+    constexpr std::uint32_t kMarked = kMinBlockSize + kIndexMark;
+    Bytes archive = make_archive(flags, blocks), index;
+    Settings settings{};
+    set_flags(settings, flags);
+    put_start(archive.data(), settings, kMarked);
+    IndexSum sum = start_index(archive.data());
+    const std::vector<std::size_t> starts = record_starts(archive);
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        const Bytes &block = blocks[i];
+        const auto data_len = static_cast<std::uint32_t>(starts[i + 1] - starts[i]) - 5;
+        const IndexEntry entry = {data_len, length_of(block),
+                                  crc32_append(0, block.data(), block.size())};
+        if (!add_entry(sum, entry)) return {};
+        index.resize(index.size() + kEntryBytes);
+        put_entry(&index[index.size() - kEntryBytes], entry);
+    }
+    Bytes mark(kRecordHeadBytes), footer(kFooterBytes);
+    put_record_head(mark.data(), 0);
+    put_footer(footer.data(), sum);
+    return join({archive, mark, index, footer});
 }
 
 Restored restore_archive(const Bytes &archive) {

@@ -33,6 +33,9 @@ private:
 // An archive of these blocks, which may be shorter than the block size.
 Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks);
 
+// The same with an index.
+Bytes make_indexed(std::uint8_t flags, const std::vector<Bytes> &blocks);
+
 struct Restored {
     ArchiveStatus status; // what ended the reading
     Bytes bytes;          // the blocks before it
