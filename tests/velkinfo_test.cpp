@@ -298,7 +298,7 @@ TEST_F(Velkinfo, SalvageByTheIndex) {
         int status = 1;
     } cases[] = {
         {"none", good, {}, 0},
-        {"a byte of the last block", changed(good, at[4] + 9, 1, {'x'}), {4}},
+        {"a byte of the last block", changed(good, at[4] + 9, 4, {1, 2, 3, 4}), {4}},
         {"heads of three and bytes of two", changed(good, at[1] - 9, 9050, Bytes(9050)), {0, 1, 2}},
         {"a head", changed(good, at[2], 1, {'x'}), {}},
         {"the header", changed(good, 15, 1, {'x'}), {}},

@@ -21,7 +21,7 @@ constexpr const char *kHelp =
     "\n"
     "list      show the header, the blocks and how much each stage took off\n"
     "  --json    all lengths, for programs\n"
-    "  --quick   from the record heads alone, restoring nothing\n"
+    "  --quick   from indexes or record heads alone\n"
     "  --stages  the lengths as a chart\n"
     "test      restore every block in memory and tell whether all checks hold\n"
     "salvage   restore every intact block of a damaged archive\n"
