@@ -160,8 +160,8 @@ ArchiveStatus skip_record(BlockReader &reader) {
     }
     IndexedMember indexed;
     if (status == ArchiveStatus::kEndMark && needs_index(member)) {
-        const std::uint64_t end = reader.offset + kRecordHeadBytes + kFooterBytes +
-                                  std::uint64_t{kEntryBytes} * member.sum.records;
+        std::uint64_t end = member.sum.records;
+        end = reader.offset + kRecordHeadBytes + kEntryBytes * end + kFooterBytes;
         if (find_indexed(places_of(reader.archive), end, indexed) == ArchiveStatus::kGood &&
             indexed.offset == reader.begin)
             member.sum = indexed.sum;
@@ -183,7 +183,8 @@ ArchiveStatus skip_entry(BlockReader &reader, std::uint32_t &length) {
         }
         if (reader.taken == member.sum.records) continue;
         std::uint8_t bytes[kEntryBytes];
-        const std::uint64_t place = member.entries + std::uint64_t{kEntryBytes} * reader.taken++;
+        std::uint64_t place = reader.taken++;
+        place = member.entries + kEntryBytes * place;
         if (!read_at(reader.archive, place, bytes, kEntryBytes)) return ArchiveStatus::kReadFailed;
         length = get_entry(bytes).data_len;
         reader.offset = reader.walk.next;

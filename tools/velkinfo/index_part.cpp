@@ -2,28 +2,10 @@
 
 #include "base/byte_order.h"
 
-#include <algorithm>
-
 namespace velk {
 namespace {
 
-// Whether one of the headers that compressors write before an index has this CRC, with blocks
-// of up to `longest` bytes.
-bool some_header_fits(std::uint32_t header_crc, std::uint32_t longest) {
-    for (std::uint32_t n = kMinBlockSize / 1024 * 1024 + kIndexMark; n <= kMaxBlockSize;
-         n += 1024) {
-        for (unsigned flags = 0; n > longest && flags < 256; ++flags) {
-            Settings settings{};
-            set_flags(settings, static_cast<std::uint8_t>(flags));
-            std::uint8_t start[kFirstRecord];
-            put_start(start, settings, n);
-            if (is_valid_header(settings, n) && crc32_append(0, start, kFirstRecord) == header_crc)
-                return true;
-        }
-    }
-    return false;
-}
-
+// Whether the header at `offset` has this CRC.
 bool header_fits(ArchiveFile &archive, std::uint64_t offset, std::uint32_t header_crc) {
     std::uint8_t start[kFirstRecord];
     return read_at(archive, offset, start, kFirstRecord) &&
@@ -38,18 +20,17 @@ bool find_part(ArchiveFile &archive, std::uint64_t end, IndexedPart &part) {
     if (end < kFooterBytes || !read_at(archive, end - kFooterBytes, last, kFooterBytes) ||
         !get_footer(last, footer))
         return false;
-    const std::uint64_t index_bytes = std::uint64_t{kEntryBytes} * footer.records;
+    std::uint64_t index_bytes = footer.records;
+    index_bytes *= kEntryBytes;
     if (index_bytes > end - kFooterBytes) return false;
     IndexSum sum{kFirstRecord + kRecordHeadBytes + kFooterBytes, 0, 0, 0, 0};
-    std::uint32_t longest = 0;
-    part = {0, end, 0, false, false, {}};
+    part = {0, end, 0, false, {}};
     for (std::uint64_t at = end - kFooterBytes - index_bytes; at != end - kFooterBytes;
          at += kEntryBytes) {
         if (!read_at(archive, at, bytes, kEntryBytes)) return false;
         const IndexEntry entry = get_entry(bytes);
-        longest = std::max(longest, entry.block_len);
         if (entry.data_len < kMinRecordData || entry.data_len > kMaxRecordData ||
-            entry.block_len == 0 || longest > kMaxIndexedBlock || !add_entry(sum, entry))
+            entry.block_len == 0 || entry.block_len > kMaxIndexedBlock || !add_entry(sum, entry))
             return false;
         part.entries.push_back(entry);
     }
@@ -58,23 +39,22 @@ bool find_part(ArchiveFile &archive, std::uint64_t end, IndexedPart &part) {
 
     IndexedMember member;
     part.whole = find_indexed(places_of(archive), end, member) == ArchiveStatus::kGood;
-    if (part.whole) return part.crc_holds = true;
+    if (part.whole) return true;
     // The header's CRC, as the index CRC has it: what is behind it taken off, x^-n times.
     std::uint32_t header_crc = footer.crc ^ crc32_append(sum.crc, last, 12);
     const std::uint64_t period = UINT32_MAX; // of x
     header_crc = crc32_multiply(header_crc, crc32_power(period - 8 * (index_bytes + 12) % period));
-    const bool there = header_fits(archive, part.begin, header_crc);
     std::uint8_t head[kRecordHeadBytes];
     std::uint32_t length;
     // Bytes are missing, or too many, behind the start of the archive.
-    const bool moved = !there && header_fits(archive, 0, header_crc) && !part.entries.empty() &&
+    const bool moved = !header_fits(archive, part.begin, header_crc) &&
+                       header_fits(archive, 0, header_crc) && !part.entries.empty() &&
                        read_at(archive, kFirstRecord, head, kRecordHeadBytes) &&
                        get_record_head(head, length) && length == part.entries[0].data_len;
     if (moved || part.begin > end) {
         part.shift = part.begin;
         part.begin = 0;
     }
-    part.crc_holds = there || moved || some_header_fits(header_crc, longest);
     return true;
 }
 

@@ -14,12 +14,10 @@ struct IndexedPart {
     // the entries' sums put them, modulo 2^64.
     std::uint64_t shift;
     bool whole; // header, end mark and index hold; else perhaps only some of them
-    bool crc_holds;
     std::vector<IndexEntry> entries;
 };
 
-// Reads the index that ends at `end`. False when there is none, or its sums are wrong. Where
-// the member's header does not fit the index CRC, one of those that compressors write may.
+// Reads the index that ends at `end`. False when there is none, or its sums are wrong.
 [[nodiscard]] bool find_part(ArchiveFile &archive, std::uint64_t end, IndexedPart &part);
 
 // Where the data of the block of an entry begin, whose record would begin at `record`; 0 where

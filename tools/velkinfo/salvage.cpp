@@ -92,7 +92,8 @@ std::uint64_t count_placed(ArchiveFile &archive, const IndexedPart &part) {
     return count;
 }
 
-// Whether blocks lie where the entries put them, and no others are there.
+// Whether blocks lie where the entries put them, and a survey would find no more: then the
+// entries are right, even where the index CRC can't tell, as the header is lost.
 bool can_be_used(ArchiveFile &archive, const IndexedPart &part) {
     if (part.whole) return true;
     std::uint64_t found = 0;
@@ -106,7 +107,7 @@ bool can_be_used(ArchiveFile &archive, const IndexedPart &part) {
     }
     archive.size = size;
     const std::uint64_t placed = count_placed(archive, part);
-    return placed >= found && (placed != 0 || part.crc_holds);
+    return placed != 0 && placed >= found;
 }
 
 // Takes the members off the archive's end whose indexes can be used. Returns where the first of

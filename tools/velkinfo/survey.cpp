@@ -60,6 +60,10 @@ std::uint64_t Survey::frame_end(std::uint64_t offset) {
         parse_start(bytes, kFirstRecord, settings, length) == ArchiveStatus::kGood)
         return offset + kFirstRecord;
     if (left < kRecordHeadBytes || !get_record_head(bytes, length) || length != 0) return offset;
+    if (left >= kRecordHeadBytes + kFirstRecord &&
+        parse_start(bytes + kRecordHeadBytes, kFirstRecord, settings, length) ==
+            ArchiveStatus::kGood)
+        return offset + kRecordHeadBytes;
     Footer footer;
     std::uint32_t records = 0;
     for (std::uint32_t at = kRecordHeadBytes; at + kFooterBytes <= left && tries_left_ != 0;
