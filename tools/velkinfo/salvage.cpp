@@ -82,10 +82,11 @@ bool look_ahead(Restorer &restorer, ArchiveFile &archive, bool header_holds,
     return intact || empty;
 }
 
-// Intact blocks where the entries put them.
-std::uint64_t count_placed(ArchiveFile &archive, const IndexedPart &part) {
+// Intact blocks where the entries put them, up to `most`.
+std::uint64_t count_placed(ArchiveFile &archive, const IndexedPart &part, std::uint64_t most) {
     std::uint64_t count = 0, record = first_record(part);
     for (const IndexEntry &entry : part.entries) {
+        if (count == most) break;
         count += place_of(archive, part, entry, record) != 0;
         record += kRecordHeadBytes + entry.data_len;
     }
@@ -106,7 +107,7 @@ bool can_be_used(ArchiveFile &archive, const IndexedPart &part) {
         }
     }
     archive.size = size;
-    const std::uint64_t placed = count_placed(archive, part);
+    const std::uint64_t placed = count_placed(archive, part, UINT64_MAX);
     return placed != 0 && placed >= found;
 }
 
@@ -275,7 +276,7 @@ int salvage_archive(const char *name, const char *output_name, const SalvageOpti
     std::vector<IndexedPart> parts;
     const std::uint64_t size = archive.size, front = find_parts(archive, parts);
     bool any = std::any_of(parts.begin(), parts.end(), [&](const IndexedPart &part) {
-        return part.entries.empty() || count_placed(archive, part) != 0;
+        return part.entries.empty() || count_placed(archive, part, 1) != 0;
     });
     archive.size = front;
     if (front != 0 || parts.empty()) any |= look_ahead(restorer, archive, header_holds, block_size);
