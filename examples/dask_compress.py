@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""Compresses one file by many processes or machines, with Dask, into the archive of `VELK e`.
+"""Compresses one file by many processes or machines, with Dask, into the archive of velkz.
 
     dask_compress.py INPUT ARCHIVE                      one process a processor, here
     dask_compress.py INPUT ARCHIVE --scheduler ADDRESS  the workers of that scheduler,
                                                         which see INPUT by the same path
 
 Blocks depend on nothing but the input's size and the settings. A task compresses a few in
-a row and returns their records; here they are written in order, a few tasks a worker ahead.
+a row and returns their records, and their entries for the index; here they are written in
+order, a few tasks a worker ahead.
 """
 
 import argparse
@@ -22,18 +23,18 @@ TASKS_A_THREAD = 2  # one at work, one waiting
 
 
 def compress_blocks(path, offset, end, size, settings):
-    """The records of the blocks that begin in this part of the file."""
+    """The records of the blocks that begin in this part of the file, and their entries."""
     encoder = velk.Encoder(size, **settings)
-    records = []
+    coded = []
     with open(path, "rb") as file:
         file.seek(offset)
         while offset < end:
             block = file.read(min(encoder.block_size, end - offset))
             if not block:
                 raise EOFError(f"{path} is shorter than it was")
-            records.append(encoder.encode(block))
+            coded.append(encoder.encode(block))
             offset += len(block)
-    return b"".join(records)
+    return [b"".join(parts) for parts in zip(*coded)]
 
 
 def compress_file(client, path, archive, **settings):
@@ -44,13 +45,21 @@ def compress_file(client, path, archive, **settings):
     step = BLOCKS_A_TASK * first.block_size
     at_once = TASKS_A_THREAD * max(1, sum(client.nthreads().values()))
     tasks = collections.deque()
+    entries = []
+
+    def write_oldest():
+        records, its_entries = tasks.popleft().result()
+        archive.write(records)
+        entries.append(its_entries)
+
     for offset in range(0, size, step):
         if len(tasks) == at_once:
-            archive.write(tasks.popleft().result())
+            write_oldest()
         part = (offset, min(offset + step, size))
         tasks.append(client.submit(compress_blocks, path, *part, size, settings, pure=False))
     while tasks:
-        archive.write(tasks.popleft().result())
+        write_oldest()
+    archive.write(velk.make_index(first.header, b"".join(entries)))
 
 
 def main():

@@ -1,13 +1,17 @@
 """The module velk against the program, io.BytesIO and damaged archives."""
 
 import concurrent.futures
+import contextlib
 import io
+import itertools
 import os
 import random
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
+import zlib
 from importlib.util import find_spec
 from pathlib import Path
 from unittest.mock import Mock
@@ -18,6 +22,9 @@ BLOCK = 131072
 SETTINGS = {"block_size": BLOCK}
 TEXT = b"".join(b"%d lines of text, %d words\n" % (i, i * i) for i in range(20000))  # 5 blocks
 ARCHIVE = velk.compress(TEXT, **SETTINGS)
+PLAIN = velk.compress(TEXT, plain=True, **SETTINGS)
+BLOCKS = velk.open(io.BytesIO(ARCHIVE)).blocks()
+INDEX = BLOCKS[-1].offset + BLOCKS[-1].record_size  # the offset of the end mark
 CODE = Path(os.environ["VELK_PROGRAM"]).read_bytes()[: 7 * BLOCK // 2]
 
 
@@ -59,15 +66,38 @@ class Archives(unittest.TestCase):
     def test_the_same_bytes_as_the_program(self):
         for data in (b"", b"x", TEXT[:BLOCK], TEXT, CODE):
             expected = self.by_program(data, "-b128")
-            encoder = velk.Encoder(len(data), **SETTINGS)
+            encoder = velk.Encoder(len(data), plain=True, **SETTINGS)
             blocks = [data[at : at + BLOCK] for at in range(0, len(data), BLOCK)]
             with concurrent.futures.ThreadPoolExecutor(4) as pool:
-                records = pool.map(encoder.encode, blocks)
+                records = [record for record, _ in pool.map(encoder.encode, blocks)]
             self.assertEqual(b"".join([encoder.header, *records]), expected)
-            self.assertEqual(velk.compress(bytearray(data), threads=3, **SETTINGS), expected)
+            plain = SETTINGS | {"plain": True}
+            self.assertEqual(velk.compress(bytearray(data), threads=3, **plain), expected)
             self.assertEqual(velk.decompress(memoryview(expected)), data)
         settings = {"stages_off": velk.OFF_BWT, "fixed_block_size": True, "no_fallback": True}
-        self.assertEqual(velk.compress(TEXT, **settings), self.by_program(TEXT, "-tao"))
+        plain = velk.compress(TEXT, plain=True, **settings)
+        self.assertEqual(plain, self.by_program(TEXT, "-tao"))
+        self.assertEqual(written([TEXT], plain=True, **settings), plain)
+        self.assertRaises(ValueError, velk.make_index, plain[:18], b"")
+
+    def test_an_archive_of_single_blocks(self):
+        for data in (b"", b"x", TEXT[:BLOCK], TEXT[: BLOCK + 1], CODE):
+            encoder = velk.Encoder(len(data), **SETTINGS)
+            step = encoder.block_size
+            coded = [encoder.encode(data[at : at + step]) for at in range(0, len(data), step)]
+            entries = b"".join(entry for _, entry in coded)
+            records = b"".join(record for record, _ in coded)
+            archive = encoder.header + records + velk.make_index(encoder.header, entries)
+            self.assertEqual(archive, velk.compress(data, **SETTINGS))
+            self.assertRaises(ValueError, velk.make_index, encoder.header, entries + b"x")
+            blocks = velk.open(io.BytesIO(archive)).blocks()
+            decoder = velk.Decoder(archive[:18])
+            for block in blocks:
+                record = archive[block.offset : block.offset + block.record_size]
+                original = decoder.decode(record)
+                self.assertEqual(original, data[block.start : block.start + block.size])
+                self.assertEqual((zlib.crc32(original), 1, 0), (block.crc, block.indexed, block.header))
+            self.assertEqual(sum(block.size for block in blocks), len(data))
 
     def test_a_written_file(self):
         pieces = [CODE[at : at + 9999] for at in range(0, len(CODE), 9999)]
@@ -76,7 +106,8 @@ class Archives(unittest.TestCase):
             self.assertEqual(velk.decompress(archive), CODE)
             self.assertEqual(archive, written([CODE], **SETTINGS))
         for data in (b"", TEXT):  # what fits into a block has its size known in the end
-            self.assertEqual(written([data]), velk.compress(data))
+            for plain in (False, True):
+                self.assertEqual(written([data], plain=plain), velk.compress(data, plain=plain))
 
     def test_reads_as_any_file(self):
         # Behind other bytes, as the archive's file may stand anywhere.
@@ -106,12 +137,36 @@ class Archives(unittest.TestCase):
         file = velk.open(Pipe(ARCHIVE))
         self.assertEqual(b"".join(file), TEXT)
         self.assertRaises(io.UnsupportedOperation, file.seek, 0)
+        self.assertRaises(io.UnsupportedOperation, file.blocks)
+
+    def test_members_in_a_row(self):
+        other = velk.compress(CODE, block_size=2 * BLOCK, stages_off=velk.OFF_BWT)
+        archive, data = ARCHIVE + PLAIN + other + velk.compress(b""), TEXT + TEXT + CODE
+        self.assertEqual(velk.decompress(archive), data)
+        for source in (io.BytesIO(archive), Pipe(archive)):
+            self.assertEqual(velk.open(source).read(), data)
+        file = velk.open(io.BytesIO(archive))
+        for at in (2 * len(TEXT) + BLOCK, len(TEXT) - 5, 3):
+            self.assertEqual((file.seek(at), file.read(9)), (at, data[at : at + 9]))
+        self.assertEqual(file.seek(0, io.SEEK_END), len(data))
+
+    def test_whole(self):
+        full = velk.compress(TEXT[:BLOCK], plain=True, fixed_block_size=True, **SETTINGS)
+        for archive, whole in ((ARCHIVE, True), (PLAIN, True), (full, None), (full + ARCHIVE, None)):
+            self.assertIs(velk.open(io.BytesIO(archive)).whole, whole)
+            file = velk.open(Pipe(archive))
+            file.read(1)
+            self.assertIsNone(file.whole)
+            file.read()
+            self.assertIs(file.whole, whole)
+        self.assertRaises(velk.VelkError, getattr, velk.open(io.BytesIO(ARCHIVE[:-1])), "whole")
 
     def test_damage(self):
-        second = 18 + velk.record_size(ARCHIVE[18:23])
-        self.assertEqual(velk.open(io.BytesIO(ARCHIVE[:second])).read(), TEXT[:BLOCK])
-        damaged = [ARCHIVE[:at] + b"x" + ARCHIVE[at + 1 :] for at in (0, 12, second, -10)]
-        for archive in [ARCHIVE[:size] for size in (0, 17, second + 4, -1)] + damaged:
+        second = BLOCKS[1].offset
+        cuts = (0, 17, 18, second, second + 4, INDEX, INDEX + 5, INDEX + 17, -24, -1)
+        damaged = [ARCHIVE[:at] + bytes([ARCHIVE[at] ^ 1]) + ARCHIVE[at + 1 :]
+                   for at in (0, 12, second, second + 99, INDEX, INDEX + 5, -24, -13, -9, -1)]
+        for archive in [ARCHIVE[:size] for size in cuts] + damaged:
             with self.subTest(archive=len(archive)):
                 self.assertRaises(velk.VelkError, velk.decompress, archive)
                 for source in (io.BytesIO(archive), Pipe(archive)):
@@ -119,17 +174,44 @@ class Archives(unittest.TestCase):
                     if archive.startswith(ARCHIVE[:second]):
                         self.assertEqual(file.read(BLOCK), TEXT[:BLOCK])
                     self.assertRaises(velk.VelkError, file.read)
-        self.assertRaises(velk.VelkError, velk.open(io.BytesIO(ARCHIVE[:-1])).seek, 0, io.SEEK_END)
-        # No block but the last is short: its place would be unknown.
-        odd = velk.compress(TEXT[:9], fixed_block_size=True, **SETTINGS) + ARCHIVE[18:]
-        self.assertRaises(velk.VelkError, velk.open(io.BytesIO(odd)).read)
-        self.assertEqual(velk.decompress(odd), TEXT[:9] + TEXT)
+                    self.assertRaises(velk.VelkError, file.read)
+        for at in (INDEX, len(ARCHIVE) - 1):
+            for place in ((0, io.SEEK_END), (len(TEXT) - 1,)):
+                file = velk.open(io.BytesIO(ARCHIVE[:at]))
+                with self.assertRaises(velk.VelkError):
+                    file.seek(*place)
+                    file.read()
+            file.seek(0)
+            self.assertEqual(file.read(9), TEXT[:9])
+            self.assertRaises(velk.VelkError, file.seek, BLOCK)
+        # By the index the blocks behind a damaged one are found, before anything is read.
+        file = velk.open(io.BytesIO(damaged[3]))
+        for at, right in ((2 * BLOCK, True), (BLOCK, False), (3 * BLOCK, True), (0, True)):
+            file.seek(at)
+            if right:
+                self.assertEqual(file.read(9), TEXT[at : at + 9])
+            else:
+                self.assertRaises(velk.VelkError, file.read, 9)
+        # Two plain archives, one without its header: no place but that of the first is known.
+        odd = velk.compress(TEXT[:9], plain=True, fixed_block_size=True, **SETTINGS) + PLAIN[18:]
+        file = velk.open(io.BytesIO(odd))
+        self.assertEqual(velk.decompress(odd), file.read())
+        self.assertRaises(velk.VelkError, file.seek, 0)
 
     def test_errors_of_the_archives_file_come_out(self):
         failure = RuntimeError("of this file")
         archive = io.BytesIO(ARCHIVE)
         archive.read = Mock(side_effect=failure)
         self.assertRaisesRegex(RuntimeError, "of this file", velk.open(archive).read)
+        # What a call has not got, the next one gets.
+        for source in (io.BytesIO(ARCHIVE), Pipe(ARCHIVE)):
+            read, calls = source.read, itertools.count()
+            source.read = lambda size: 1 // (next(calls) % 2) and read(size)
+            file, pieces = velk.open(source), []
+            while pieces[-1:] != [b""]:
+                with contextlib.suppress(ZeroDivisionError):
+                    pieces.append(file.read1())
+            self.assertEqual(b"".join(pieces), TEXT)
         # Nothing may be written behind a gap, however well that goes.
         archive = Mock(write=Mock(side_effect=[None, failure, None, None, None, None, None]))
         with self.assertRaises(RuntimeError) as caught:
@@ -147,7 +229,7 @@ class Archives(unittest.TestCase):
         self.assertRaises(FileExistsError, velk.open, path, "x")
         for mode in ("a", "ab", "at", "rw", "rbt", "U", "rbb"):
             self.assertRaises(ValueError, velk.open, path, mode)
-        for mistake in ({"block_size": 1}, {"block_size": 2**32 + BLOCK}, {"stages_off": 0}):
+        for mistake in ({"block_size": 1}, {"block_size": BLOCK + 1}, {"plain": 2}, {"block_size": 2**32 + BLOCK}, {"stages_off": 0}):
             self.assertRaises(ValueError, velk.open, path, "w", **mistake)
         self.assertRaises(TypeError, velk.open, path, "w", level=9)
         self.assertRaises(TypeError, velk.open, 3.5)
@@ -168,15 +250,40 @@ class Archives(unittest.TestCase):
         file.close()
         self.assertFalse(archive.closed)
 
+    def test_closed_before_the_end(self):
+        for source in (io.BytesIO(ARCHIVE), Pipe(ARCHIVE)):
+            before = threading.active_count()
+            with velk.open(source) as file:
+                file.read(1)
+                self.assertEqual(threading.active_count() > before, True)
+            self.assertEqual(threading.active_count(), before)
+        # At the end of the process, too.
+        program = "import sys, velk; file = velk.open(sys.stdin.buffer); print(file.read(1))"
+        for source in (subprocess.PIPE, None):
+            with tempfile.TemporaryFile() as archive:
+                archive.write(ARCHIVE)
+                archive.seek(0)
+                done = subprocess.run(
+                    [sys.executable, "-c", program], check=True, capture_output=True, timeout=60,
+                    **({"stdin": archive} if source is None else {"input": ARCHIVE}))
+            self.assertEqual((done.stdout.strip(), done.stderr), (b"b'0'", b""))
+
     @unittest.skipUnless(find_spec("distributed"), "needs Dask's distributed")
-    def test_many_processes_write_the_archive_of_one(self):
-        example = Path(__file__).parents[2] / "examples" / "dask_compress.py"
-        archive = self.folder / "by-dask"
-        expected = self.by_program(CODE, "-b128")
-        command = [sys.executable, example, self.folder / "original", archive,
-                   "--workers", "2", "--block-size", str(BLOCK)]
-        subprocess.run(command, check=True)
-        self.assertEqual(archive.read_bytes(), expected)
+    def test_many_processes_do_what_one_does(self):
+        examples = Path(__file__).parents[2] / "examples"
+        original, archive = self.folder / "original", self.folder / "by-dask"
+        original.write_bytes(CODE)
+
+        def run(example, *arguments):
+            command = [sys.executable, examples / example, *arguments, "--workers", "2"]
+            return subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout
+
+        run("dask_compress.py", original, archive, "--block-size", str(BLOCK))
+        self.assertEqual(archive.read_bytes(), velk.compress(CODE, **SETTINGS))
+        with archive.open("ab") as file:
+            file.write(ARCHIVE)
+        lines = (CODE + TEXT).count(b"\n")
+        self.assertEqual(int(run("dask_read.py", archive)), lines)
 
 
 if __name__ == "__main__":

@@ -13,18 +13,21 @@
 
 Settings of compress, open, VelkFile and Encoder, by name:
 
-    block_size        bytes, 131072 to 16776192; 2 MiB if not given
+    block_size        bytes, 131072 to 16776192, a multiple of 1024; 2 MiB if not given
     fixed_block_size  true: that size even for a shorter input
     stages_off        OFF_EOL | ..., of OFF_BWT and OFF_ST at least one; OFF_ST if not given
     no_fallback       true: blocks are sorted and coded even where that does not pay
+    plain             true: no index behind the blocks
     threads           how many work at once; as many as there are processors if not given
 
-What is not an archive, or a damaged one, raises VelkError. Encoder, Decoder and
-record_size are for programs that spread the blocks of an input over machines themselves.
+What is not an archive, a damaged or cut one raises VelkError. Archives in a row are an
+archive of the originals in a row. Encoder, make_index, VelkFile.blocks and Decoder are for
+programs that spread the blocks of an input over machines themselves.
 """
 
 from velk._file import VelkFile, open
 from velk._library import (
+    ENTRY_SIZE,
     HEADER_SIZE,
     OFF_BWT,
     OFF_DCE,
@@ -34,17 +37,18 @@ from velk._library import (
     OFF_LZP,
     OFF_RLE,
     OFF_ST,
-    RECORD_HEAD_SIZE,
+    Block,
     Decoder,
     Encoder,
     VelkError,
     __version__,
     compress,
     decompress,
-    record_size,
+    make_index,
 )
 
 __all__ = [
+    "ENTRY_SIZE",
     "HEADER_SIZE",
     "OFF_BWT",
     "OFF_DCE",
@@ -54,13 +58,13 @@ __all__ = [
     "OFF_LZP",
     "OFF_RLE",
     "OFF_ST",
-    "RECORD_HEAD_SIZE",
+    "Block",
     "Decoder",
     "Encoder",
     "VelkError",
     "VelkFile",
     "compress",
     "decompress",
+    "make_index",
     "open",
-    "record_size",
 ]

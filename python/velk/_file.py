@@ -5,19 +5,24 @@ import collections
 import concurrent.futures
 import io
 import os
+import queue
+import threading
+import weakref
 
 from velk._library import (
-    HEADER_SIZE,
     MAX_THREADS,
-    RECORD_HEAD_SIZE,
-    Decoder,
     Encoder,
+    Report,
     VelkError,
+    make_index,
     make_options,
-    record_size,
+    read_block,
+    read_piece,
+    restore_stream,
+    serve_reader,
 )
 
-_CUT_SHORT = "the archive is damaged or cut short"
+_PIECE = 64 * 1024  # bytes that are read at a time, of one block as most sizes of blocks are
 
 
 def _processors():
@@ -25,11 +30,29 @@ def _processors():
     return len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1
 
 
-class _Original(io.RawIOBase):
-    """The original of an archive, to be read; the block decoded last is kept.
+def _asker(asked, answers):
+    def ask(request):
+        asked.put(request)
+        answer = answers.get()
+        if answer is None:
+            answers.put(None)  # to all that is asked from now on
+        return answer
 
-    Block k begins at k times the block size, and its record where the heads of the
-    records before it lead, which are read as far as they are needed.
+    return ask
+
+
+def _end(answers, thread):
+    answers.put(None)
+    if thread is not threading.current_thread():
+        thread.join()
+
+
+class _Original(io.RawIOBase):
+    """The original of an archive, to be read; the piece read last is kept.
+
+    The library works in a thread, which asks for bytes of the archive: the thread that reads
+    the original gets them, so that errors and signals come out of the call that they belong to.
+    What has been asked stays so until it is answered: a call may be repeated after an exception.
     """
 
     def __init__(self, archive):
@@ -37,12 +60,17 @@ class _Original(io.RawIOBase):
         self._archive = archive
         self._seekable = seekable is not None and seekable()
         self._base = archive.tell() if self._seekable else 0  # of the header
-        self._decoder = None  # until the first read
-        self._records = []  # the offset, the size and the head of each one found
-        self._end = HEADER_SIZE  # where the next one is
-        self._number = -1  # of the block kept
-        self._block = b""
+        self._lock = threading.Lock()
+        self._end = None  # ends the thread, when there is one
+        self._request = None  # of the thread, not answered yet
+        self._failure = None  # why the archive can be read in order only, though its file can seek
+        self._start, self._piece = 0, b""
         self._position = 0
+
+    def close(self):
+        if self._end is not None:
+            self._end()
+        super().close()
 
     def readable(self):
         return True
@@ -51,12 +79,12 @@ class _Original(io.RawIOBase):
         return self._seekable
 
     def readinto(self, buffer):
-        self._begin()
-        number, at = divmod(self._position, self._decoder.block_size)
+        at = self._position - self._start
+        if not 0 <= at < len(self._piece):
+            self._start, self._piece = self._fetch()
+            at = self._position - self._start
         with memoryview(buffer) as view, view.cast("B") as room:
-            if not self._keep(number):
-                return 0
-            part = memoryview(self._block)[at : at + len(room)]
+            part = memoryview(self._piece)[at : at + len(room)]
             room[: len(part)] = part
         self._position += len(part)
         return len(part)
@@ -65,69 +93,92 @@ class _Original(io.RawIOBase):
         if whence == io.SEEK_CUR:
             offset += self._position
         elif whence == io.SEEK_END:
-            offset += self._size()
+            offset += self.open().size
         elif whence != io.SEEK_SET:
             raise ValueError(f"Invalid value for whence: {whence}")
         if offset < 0:
             raise ValueError(f"negative seek position {offset}")
+        if self._failure is not None and offset != self._position:
+            raise self._failure
         self._position = offset
         return offset
 
-    def _begin(self):
-        if self._decoder is None:
-            self._decoder = Decoder(self._fetch(0, HEADER_SIZE))
+    def whole(self):
+        report = self.open() if self._seekable and self._failure is None else self._report
+        return True if report.whole else None
 
-    def _size(self):
-        self._begin()
-        while self._find():
-            pass
-        if not self._records:
-            return 0
-        last = len(self._records) - 1
-        self._keep(last)
-        return last * self._decoder.block_size + len(self._block)
+    def blocks(self):
+        count = self.open().blocks
+        return self._call_reader(lambda reader: [read_block(reader, i) for i in range(count)])
 
-    def _fetch(self, offset, size):
-        """These bytes of the archive; fewer where it ends. In order if it can't seek."""
-        if self._seekable:
+    def open(self):
+        """What the reader tells of the archive."""
+        self._call_reader(lambda reader: b"")
+        return self._report
+
+    def _fetch(self):
+        """Where the piece begins in which the position is, and the piece."""
+        if self._seekable and self._failure is None:
+            start = self._position - self._position % _PIECE
+            try:
+                return start, self._call_reader(lambda reader: read_piece(reader, start, _PIECE))
+            except VelkError as error:
+                if self._position != 0 or self._report.blocks != 0:
+                    raise
+                # What is damaged in its order can be read up to there.
+                self._failure = error
+                self._archive.seek(self._base)
+                self._end()
+                self._begin(restore_stream)
+        elif self._end is None:
+            self._begin(restore_stream)
+        return self._position, self._call(True)
+
+    def _call_reader(self, function):
+        if self._failure is not None:
+            raise self._failure
+        if not self._seekable:
+            raise io.UnsupportedOperation("the archive's file can't seek")
+        with self._lock:
+            if self._end is None:
+                self._begin(serve_reader, self._archive.seek(0, io.SEEK_END) - self._base)
+            return self._call(function)
+
+    def _begin(self, work, *arguments):
+        self._report = Report()
+        self._request = None
+        self._asked, self._answers = queue.SimpleQueue(), queue.SimpleQueue()
+        arguments = (_asker(self._asked, self._answers), *arguments, self._report)
+        thread = threading.Thread(target=work, args=arguments, daemon=True)
+        thread.start()
+        self._end = weakref.finalize(self, _end, self._answers, thread)  # at exit, too
+
+    def _call(self, order):
+        """Gives the thread an order, once it has done what was to do; what it hands over."""
+        self._serve()
+        self._answer(order)
+        result = self._serve()
+        if isinstance(result, Exception):
+            raise result.with_traceback(None)
+        return result
+
+    def _serve(self):
+        """Reads for the thread until it hands over a result."""
+        while True:
+            if self._request is None:
+                self._request = self._asked.get()
+            if not isinstance(self._request, tuple):
+                return self._request
+            self._answer(self._read(*self._request))
+
+    def _answer(self, answer):
+        self._request = None
+        self._answers.put(answer)
+
+    def _read(self, size, offset=None):
+        if offset is not None:
             self._archive.seek(self._base + offset)
-        parts = []
-        while size > 0:
-            part = self._archive.read(size)
-            if not part:
-                break
-            parts.append(part)
-            size -= len(part)
-        return b"".join(parts)
-
-    def _find(self):
-        """Whether there is one more record; then it is added to those found."""
-        head = self._fetch(self._end, RECORD_HEAD_SIZE)
-        size = record_size(head) if head else 0
-        if size == 0:
-            return False
-        if size > self._decoder.max_record_size:
-            raise VelkError(_CUT_SHORT)
-        self._records.append((self._end, size, head))
-        self._end += size
-        return True
-
-    def _keep(self, number):
-        """Keeps this block, decoding it if need be; False behind the last one."""
-        if number == self._number:
-            return True
-        while number >= len(self._records):
-            if not self._find():
-                return False
-        offset, size, head = self._records[number]
-        rest = self._fetch(offset + RECORD_HEAD_SIZE, size - RECORD_HEAD_SIZE)
-        block = self._decoder.decode(head + rest)
-        if len(block) != self._decoder.block_size:
-            last = number + 1 == len(self._records) and not self._find()
-            if not last or len(block) > self._decoder.block_size:
-                raise VelkError("blocks of this archive have other sizes than its header says")
-        self._number, self._block = number, block
-        return True
+        return bytes(self._archive.read(size) or b"")
 
 
 class _Writer:
@@ -147,7 +198,8 @@ class _Writer:
         self._block_size = self._encoders[0].block_size
         self._block = bytearray()
         self._pool = None
-        self._records = collections.deque()  # futures of records to be written
+        self._records = collections.deque()  # futures of records, and entries, to be written
+        self._entries = bytearray()  # of the records written
         self._failed = False
 
     def write(self, data):
@@ -173,10 +225,12 @@ class _Writer:
                 self.archive.write(self._encoders[0].header)
             while len(self._records) >= self._threads:  # none has an encoder to spare
                 self._write_oldest()
-            last = self._encode(self._block) if self._block else b""
+            last = self._encode(self._block) if self._block else (b"", b"")
             while self._records:
                 self._write_oldest()
-            self.archive.write(last)
+            self._write(*last)
+            if not self._settings.get("plain"):
+                self.archive.write(make_index(self._encoders[0].header, self._entries))
         finally:
             if self._pool is not None:
                 self._pool.shutdown(cancel_futures=True)
@@ -195,16 +249,20 @@ class _Writer:
         self._failed = False
 
     def _write_oldest(self):
-        self.archive.write(self._records.popleft().result())
+        self._write(*self._records.popleft().result())
+
+    def _write(self, record, entry):
+        self.archive.write(record)
+        self._entries += entry
 
     def _encode(self, block):
         try:
             encoder = self._encoders.pop()
         except IndexError:
             encoder = Encoder(self._size, **self._settings)
-        record = encoder.encode(block)
+        coded = encoder.encode(block)
         self._encoders.append(encoder)
-        return record
+        return coded
 
 
 class VelkFile(io.BufferedIOBase):
@@ -215,7 +273,7 @@ class VelkFile(io.BufferedIOBase):
     with a "b" behind it or without. `settings` go with writing only.
 
     Reading may seek if the archive's file can: what is read costs the blocks that it lies
-    in. The blocks that are written are compressed by threads, in memory for 11 blocks each,
+    in. An archive that can't be opened so, being cut or damaged, is read in its order. The blocks that are written are compressed by threads, in memory for 11 blocks each,
     and the archive is complete when this file is closed.
     """
 
@@ -242,7 +300,7 @@ class VelkFile(io.BufferedIOBase):
         else:
             raise TypeError("filename must be a str, bytes, file or PathLike object")
         if writer is None:
-            self._reader = io.BufferedReader(_Original(self._file), 64 * 1024)
+            self._reader = io.BufferedReader(_Original(self._file), _PIECE)
         else:
             self._writer = writer
             writer.archive = self._file
@@ -275,6 +333,18 @@ class VelkFile(io.BufferedIOBase):
         if self._reader is None:
             raise io.UnsupportedOperation("File not open for reading")
         return self._reader
+
+    @property
+    def whole(self):
+        """True if nothing of the archive is missing; None: unknown, as of some plain ones.
+
+        Where the archive's file can't seek, None until all has been read.
+        """
+        return self._to_read().raw.whole()
+
+    def blocks(self):
+        """Return the Blocks of an archive whose file can seek, in order."""
+        return self._to_read().raw.blocks()
 
     def fileno(self):
         """The descriptor of the archive's file."""
