@@ -30,29 +30,62 @@ def _processors():
     return len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1
 
 
-def _asker(asked, answers):
-    def ask(request):
-        asked.put(request)
-        answer = answers.get()
-        if answer is None:
-            answers.put(None)  # to all that is asked from now on
-        return answer
+class _Worker:
+    """The library at work in a thread of its own.
 
-    return ask
+    It asks for bytes of the archive. The thread that waits for a result reads them, so that
+    errors and signals come out of the call that they belong to. What has been asked stays so
+    until it is answered: an exception loses nothing, and the call may be repeated.
+    """
+
+    def __init__(self, work, *arguments):
+        asked, answers = queue.SimpleQueue(), queue.SimpleQueue()
+
+        def ask(request):
+            asked.put(request)
+            answer = answers.get()
+            if answer is None:
+                answers.put(None)  # to all that is asked from now on
+            return answer
+
+        def end():
+            answers.put(None)
+            if thread is not threading.current_thread():
+                thread.join()
+
+        self._asked, self._answers = asked, answers
+        self.request = None  # not answered yet
+        self.report = Report()
+        arguments = (ask, *arguments, self.report)
+        thread = threading.Thread(target=work, args=arguments, daemon=True)
+        thread.start()
+        self.end = weakref.finalize(self, end)  # as the process ends, too
+
+    def answer(self, answer):
+        self.request = None
+        self._answers.put(answer)
+
+    def result(self, read):
+        """Reads for the thread until it hands over a result; that stays its request."""
+        while self.request is None or isinstance(self.request, tuple):
+            if self.request is None:
+                self.request = self._asked.get()
+            else:
+                self.answer(read(*self.request))
+        return self.request
 
 
-def _end(answers, thread):
-    answers.put(None)
-    if thread is not threading.current_thread():
-        thread.join()
+def _returned(result):
+    if isinstance(result, Exception):
+        raise result.with_traceback(None)
+    return result
 
 
 class _Original(io.RawIOBase):
     """The original of an archive, to be read; the piece read last is kept.
 
-    The library works in a thread, which asks for bytes of the archive: the thread that reads
-    the original gets them, so that errors and signals come out of the call that they belong to.
-    What has been asked stays so until it is answered: a call may be repeated after an exception.
+    What is read in order from the start is restored as a stream. Anything else is read by the
+    library's reader, from then on.
     """
 
     def __init__(self, archive):
@@ -60,16 +93,17 @@ class _Original(io.RawIOBase):
         self._archive = archive
         self._seekable = seekable is not None and seekable()
         self._base = archive.tell() if self._seekable else 0  # of the header
-        self._lock = threading.Lock()
-        self._end = None  # ends the thread, when there is one
-        self._request = None  # of the thread, not answered yet
-        self._failure = None  # why the archive can be read in order only, though its file can seek
+        self._lock = threading.RLock()  # of all below, and the archive's place
+        self._stream = self._reader = None  # their workers
+        self._stream_offset = 0  # in the archive, of what the stream reads next
+        self._stream_end = 0  # in the original, of what it has restored; -1: no stream any more
         self._start, self._piece = 0, b""
         self._position = 0
 
     def close(self):
-        if self._end is not None:
-            self._end()
+        for worker in (self._stream, self._reader):
+            if worker is not None:
+                worker.end()
         super().close()
 
     def readable(self):
@@ -81,7 +115,8 @@ class _Original(io.RawIOBase):
     def readinto(self, buffer):
         at = self._position - self._start
         if not 0 <= at < len(self._piece):
-            self._start, self._piece = self._fetch()
+            with self._lock:
+                self._fetch()
             at = self._position - self._start
         with memoryview(buffer) as view, view.cast("B") as room:
             part = memoryview(self._piece)[at : at + len(room)]
@@ -98,85 +133,58 @@ class _Original(io.RawIOBase):
             raise ValueError(f"Invalid value for whence: {whence}")
         if offset < 0:
             raise ValueError(f"negative seek position {offset}")
-        if self._failure is not None and offset != self._position:
-            raise self._failure
         self._position = offset
         return offset
 
+    def open(self):
+        """What the reader tells of the archive."""
+        self._ask_reader(lambda reader: b"")
+        return self._reader.report
+
     def whole(self):
-        report = self.open() if self._seekable and self._failure is None else self._report
-        return True if report.whole else None
+        if self._seekable:
+            return True if self.open().whole else None
+        return True if self._stream is not None and self._stream.report.whole else None
 
     def blocks(self):
         count = self.open().blocks
-        return self._call_reader(lambda reader: [read_block(reader, i) for i in range(count)])
-
-    def open(self):
-        """What the reader tells of the archive."""
-        self._call_reader(lambda reader: b"")
-        return self._report
+        return self._ask_reader(lambda reader: [read_block(reader, i) for i in range(count)])
 
     def _fetch(self):
-        """Where the piece begins in which the position is, and the piece."""
-        if self._seekable and self._failure is None:
-            start = self._position - self._position % _PIECE
-            try:
-                return start, self._call_reader(lambda reader: read_piece(reader, start, _PIECE))
-            except VelkError as error:
-                if self._position != 0 or self._report.blocks != 0:
-                    raise
-                # What is damaged in its order can be read up to there.
-                self._failure = error
-                self._archive.seek(self._base)
-                self._end()
-                self._begin(restore_stream)
-        elif self._end is None:
-            self._begin(restore_stream)
-        return self._position, self._call(True)
+        """Reads the piece in which the position is."""
+        if self._position == self._stream_end:
+            if self._stream is None:
+                self._stream = _Worker(restore_stream)
+            if self._stream.request is self._piece:  # it has been taken
+                self._stream.answer(True)
+            piece = _returned(self._stream.result(self._read_next))
+            end = self._position + len(piece)
+            self._piece, self._start, self._stream_end = piece, self._position, end
+            return
+        start = self._position - self._position % _PIECE
+        piece = self._ask_reader(lambda reader: read_piece(reader, start, _PIECE))
+        self._piece, self._start, self._stream_end = piece, start, -1
+        if self._stream is not None:
+            self._stream.end()
 
-    def _call_reader(self, function):
-        if self._failure is not None:
-            raise self._failure
+    def _ask_reader(self, function):
         if not self._seekable:
             raise io.UnsupportedOperation("the archive's file can't seek")
         with self._lock:
-            if self._end is None:
-                self._begin(serve_reader, self._archive.seek(0, io.SEEK_END) - self._base)
-            return self._call(function)
+            if self._reader is None:
+                size = self._archive.seek(0, io.SEEK_END) - self._base
+                self._reader = _Worker(serve_reader, size)
+            self._reader.result(self._read_at)  # of a call that an exception ended
+            self._reader.answer(function)
+            return _returned(self._reader.result(self._read_at))
 
-    def _begin(self, work, *arguments):
-        self._report = Report()
-        self._request = None
-        self._asked, self._answers = queue.SimpleQueue(), queue.SimpleQueue()
-        arguments = (_asker(self._asked, self._answers), *arguments, self._report)
-        thread = threading.Thread(target=work, args=arguments, daemon=True)
-        thread.start()
-        self._end = weakref.finalize(self, _end, self._answers, thread)  # at exit, too
+    def _read_next(self, size):
+        data = self._read_at(size, self._stream_offset)
+        self._stream_offset += len(data)
+        return data
 
-    def _call(self, order):
-        """Gives the thread an order, once it has done what was to do; what it hands over."""
-        self._serve()
-        self._answer(order)
-        result = self._serve()
-        if isinstance(result, Exception):
-            raise result.with_traceback(None)
-        return result
-
-    def _serve(self):
-        """Reads for the thread until it hands over a result."""
-        while True:
-            if self._request is None:
-                self._request = self._asked.get()
-            if not isinstance(self._request, tuple):
-                return self._request
-            self._answer(self._read(*self._request))
-
-    def _answer(self, answer):
-        self._request = None
-        self._answers.put(answer)
-
-    def _read(self, size, offset=None):
-        if offset is not None:
+    def _read_at(self, size, offset):
+        if self._seekable:
             self._archive.seek(self._base + offset)
         return bytes(self._archive.read(size) or b"")
 
@@ -273,7 +281,7 @@ class VelkFile(io.BufferedIOBase):
     with a "b" behind it or without. `settings` go with writing only.
 
     Reading may seek if the archive's file can: what is read costs the blocks that it lies
-    in. An archive that can't be opened so, being cut or damaged, is read in its order. The blocks that are written are compressed by threads, in memory for 11 blocks each,
+    in. The blocks that are written are compressed by threads, in memory for 11 blocks each,
     and the archive is complete when this file is closed.
     """
 

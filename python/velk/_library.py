@@ -162,7 +162,7 @@ _compress_bound = _declare("velk_compress_bound", c_size_t, _options_pointer, re
 _compress = _declare_status("velk_compress", _options_pointer, *_coding)
 _decompress_bound = _declare_status("velk_decompress_bound", c_char_p, c_size_t, POINTER(c_uint64))
 _decompress = _declare_status("velk_decompress", _options_pointer, *_coding, c_void_p)
-_decompress_stream = _declare_status("velk_decompress_stream", c_void_p, POINTER(_Stream))
+_decompress_stream = _declare_status("velk_decompress_stream", _options_pointer, POINTER(_Stream))
 _reader_open = _declare_status(
     "velk_reader_open", POINTER(c_void_p), c_void_p, _ReadAt, c_void_p, c_uint64, POINTER(Report)
 )
@@ -257,7 +257,7 @@ def restore_stream(ask, report):
 
     ask((size,)): for the next bytes of the archive, at most so many. ask(piece): hands over
     a piece of the original, b"" at the end, or the exception that ended it. Both wait for an
-    answer; the first one goes to ask(b""). None for an answer: nothing is wanted any more.
+    answer. None for an answer: nothing is wanted any more.
     """
 
     def write(_user, piece, size):
@@ -265,8 +265,7 @@ def restore_stream(ask, report):
 
     read = _Transfer(lambda _user, buffer, size: _fill(ask, buffer, size))
     stream = _Stream(None, read, _Transfer(write), None, ctypes.pointer(report))
-    ask(b"")
-    result = _outcome(_decompress_stream, None, byref(stream)) or b""
+    result = _outcome(_decompress_stream, make_options({"threads": 1}), byref(stream)) or b""
     while ask(result) is not None:
         pass
 

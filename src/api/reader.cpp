@@ -29,10 +29,9 @@ struct velk_reader {
     velk_report report;
     Window window;
 
-    bool has_first;
-    std::uint8_t first[kFirstRecord]; // the archive's first header, once it has been read
     CoderContext context;
     std::uint8_t header[kFirstRecord]; // of the member that the context is for
+    std::uint64_t header_offset;
     Blocks blocks;
     std::uint64_t kept; // the block in `context.buf_out`; kNone: none
 };
@@ -51,8 +50,8 @@ bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t co
         std::memcpy(bytes, window.bytes + (offset - window.offset), got = count);
         return true;
     }
-    if (offset == 0 && count == kFirstRecord && reader.has_first) {
-        std::memcpy(bytes, reader.first, got = count);
+    if (offset == reader.header_offset && count == kFirstRecord && reader.context.capacity != 0) {
+        std::memcpy(bytes, reader.header, got = count);
         return true;
     }
     return read_fully(bytes, count, got, [&](std::uint8_t *to, std::uint32_t size) {
@@ -81,6 +80,7 @@ velk_status open_member(velk_reader &reader, std::uint64_t offset) {
     if (!read_placed(&reader, offset, header, kFirstRecord, got)) return VELK_ERROR_READ;
     if (reader.context.capacity != 0 && got == kFirstRecord &&
         std::memcmp(header, reader.header, kFirstRecord) == 0) {
+        reader.header_offset = offset;
         return VELK_OK;
     }
     kRestorer.free(reader.context);
@@ -90,6 +90,7 @@ velk_status open_member(velk_reader &reader, std::uint64_t offset) {
         open_restorer(reader.context, reader.options, header, got, memory_bytes);
     if (status != VELK_OK) return tell(reader, status, VELK_PART_HEADER, 0, offset);
     std::memcpy(reader.header, header, kFirstRecord);
+    reader.header_offset = offset;
     return VELK_OK;
 }
 
@@ -383,8 +384,6 @@ velk_status open_archive(velk_reader &reader) {
     if (reader.archive_size == VELK_SIZE_UNKNOWN) status = find_size(reader);
     if (status == VELK_OK) status = open_member(reader, 0);
     if (status != VELK_OK) return status;
-    std::memcpy(reader.first, reader.header, kFirstRecord);
-    reader.has_first = true;
     reader.report.whole = 1;
     reader.report.archive_size = reader.archive_size;
     reader.report.block_size = told_block_size(block_size_of(reader.context));
