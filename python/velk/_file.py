@@ -7,6 +7,7 @@ import io
 import os
 import queue
 import threading
+import types
 import weakref
 
 from velk._library import (
@@ -34,45 +35,56 @@ class _Worker:
     """The library at work in a thread of its own.
 
     It asks for bytes of the archive. The thread that waits for a result reads them, so that
-    errors and signals come out of the call that they belong to. What has been asked stays so
-    until it is answered: an exception loses nothing, and the call may be repeated.
+    errors and signals come out of the call that they belong to. What is asked stays so until
+    it is answered, and a second answer goes unheard: whatever an exception breaks into may be
+    repeated.
     """
 
     def __init__(self, work, *arguments):
-        asked, answers = queue.SimpleQueue(), queue.SimpleQueue()
+        shared = types.SimpleNamespace(asked=(None, None), ended=False)
+        news = threading.Event()
 
         def ask(request):
-            asked.put(request)
-            answer = answers.get()
-            if answer is None:
-                answers.put(None)  # to all that is asked from now on
-            return answer
+            answers = queue.SimpleQueue()
+            shared.asked = request, answers
+            news.set()
+            return None if shared.ended else answers.get()
 
         def end():
-            answers.put(None)
+            shared.ended = True
+            answers = shared.asked[1]
+            if answers is not None:
+                answers.put(None)
             if thread is not threading.current_thread():
                 thread.join()
 
-        self._asked, self._answers = asked, answers
-        self.request = None  # not answered yet
+        self._shared, self._news = shared, news
+        self._asked = self._answered = shared.asked
         self.report = Report()
         arguments = (ask, *arguments, self.report)
         thread = threading.Thread(target=work, args=arguments, daemon=True)
         thread.start()
         self.end = weakref.finalize(self, end)  # as the process ends, too
 
+    def request(self):
+        return self._asked[0]
+
     def answer(self, answer):
-        self.request = None
-        self._answers.put(answer)
+        self._asked[1].put(answer)
+        self._answered = self._asked
 
     def result(self, read):
         """Reads for the thread until it hands over a result; that stays its request."""
-        while self.request is None or isinstance(self.request, tuple):
-            if self.request is None:
-                self.request = self._asked.get()
-            else:
-                self.answer(read(*self.request))
-        return self.request
+        while True:
+            self._news.clear()
+            asked = self._shared.asked
+            if asked is self._answered:
+                self._news.wait()
+                continue
+            self._asked = asked
+            if not isinstance(self.request(), tuple):
+                return self.request()
+            self.answer(read(*self.request()))
 
 
 def _returned(result):
@@ -95,7 +107,6 @@ class _Original(io.RawIOBase):
         self._base = archive.tell() if self._seekable else 0  # of the header
         self._lock = threading.RLock()  # of all below, and the archive's place
         self._stream = self._reader = None  # their workers
-        self._stream_offset = 0  # in the archive, of what the stream reads next
         self._stream_end = 0  # in the original, of what it has restored; -1: no stream any more
         self._start, self._piece = 0, b""
         self._position = 0
@@ -155,9 +166,9 @@ class _Original(io.RawIOBase):
         if self._position == self._stream_end:
             if self._stream is None:
                 self._stream = _Worker(restore_stream)
-            if self._stream.request is self._piece:  # it has been taken
+            if self._stream.request() is self._piece:  # it has been taken
                 self._stream.answer(True)
-            piece = _returned(self._stream.result(self._read_next))
+            piece = _returned(self._stream.result(self._read))
             end = self._position + len(piece)
             self._piece, self._start, self._stream_end = piece, self._position, end
             return
@@ -174,16 +185,11 @@ class _Original(io.RawIOBase):
             if self._reader is None:
                 size = self._archive.seek(0, io.SEEK_END) - self._base
                 self._reader = _Worker(serve_reader, size)
-            self._reader.result(self._read_at)  # of a call that an exception ended
+            self._reader.result(self._read)  # of a call that an exception ended
             self._reader.answer(function)
-            return _returned(self._reader.result(self._read_at))
+            return _returned(self._reader.result(self._read))
 
-    def _read_next(self, size):
-        data = self._read_at(size, self._stream_offset)
-        self._stream_offset += len(data)
-        return data
-
-    def _read_at(self, size, offset):
+    def _read(self, size, offset):
         if self._seekable:
             self._archive.seek(self._base + offset)
         return bytes(self._archive.read(size) or b"")

@@ -206,7 +206,8 @@ def _coded(function, subject, data, capacity, *more, count=None):
     data = as_bytes(data)
     out = ctypes.create_string_buffer(capacity)
     size = c_size_t()
-    function(subject, data, len(data) if count is None else count, out, capacity, byref(size), *more)
+    count = len(data) if count is None else count
+    function(subject, data, count, out, capacity, byref(size), *more)
     return ctypes.string_at(out, size.value)
 
 
@@ -232,8 +233,9 @@ def make_index(header, entries):
     """Return what ends the archive with this header, of all entries of its blocks in a row."""
     if len(header) != HEADER_SIZE or len(entries) % ENTRY_SIZE != 0:
         raise ValueError("not a header, or not whole entries")
+    count = len(entries) // ENTRY_SIZE
     capacity = len(entries) + _INDEX_SIZE
-    return _coded(_write_index, as_bytes(header), entries, capacity, count=len(entries) // ENTRY_SIZE)
+    return _coded(_write_index, as_bytes(header), entries, capacity, count=count)
 
 
 def _outcome(function, *arguments):
@@ -244,8 +246,8 @@ def _outcome(function, *arguments):
         return error
 
 
-def _fill(ask, buffer, size, *offset):
-    data = ask((size, *offset))
+def _fill(ask, buffer, size, offset):
+    data = ask((size, offset))
     if data is None:
         return -1
     ctypes.memmove(buffer, data, min(size, len(data)))
@@ -255,16 +257,23 @@ def _fill(ask, buffer, size, *offset):
 def restore_stream(ask, report):
     """Restores an archive from its front, in a thread of its own.
 
-    ask((size,)): for the next bytes of the archive, at most so many. ask(piece): hands over
+    ask((size, offset)): for bytes of the archive, at most so many, in order. ask(piece): hands over
     a piece of the original, b"" at the end, or the exception that ended it. Both wait for an
     answer. None for an answer: nothing is wanted any more.
     """
 
+    offset = 0
+
+    def read(_user, buffer, size):
+        nonlocal offset
+        got = _fill(ask, buffer, size, offset)
+        offset += got
+        return got
+
     def write(_user, piece, size):
         return -1 if ask(ctypes.string_at(piece, size)) is None else size
 
-    read = _Transfer(lambda _user, buffer, size: _fill(ask, buffer, size))
-    stream = _Stream(None, read, _Transfer(write), None, ctypes.pointer(report))
+    stream = _Stream(None, _Transfer(read), _Transfer(write), None, ctypes.pointer(report))
     result = _outcome(_decompress_stream, make_options({"threads": 1}), byref(stream)) or b""
     while ask(result) is not None:
         pass
