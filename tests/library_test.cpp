@@ -471,7 +471,7 @@ Outcome right_of_cut(const std::vector<Part> &parts, std::size_t n) {
 
 TEST(Library, CutsOfMembersInARow) {
     const std::vector<Part> parts = members();
-    Bytes archive, original;
+    Bytes archive;
     for (const Part &part : parts)
         append(archive, part.bytes);
     for (std::size_t n = 12; n <= archive.size(); ++n) {

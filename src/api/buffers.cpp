@@ -109,10 +109,10 @@ velk_status velk_decompress_bound(const void *archive, std::size_t size, std::ui
         at = walk.next + (status == ArchiveStatus::kEndMark ? kRecordHeadBytes : 0);
         IndexedMember member;
         if (status == ArchiveStatus::kEndMark && is_marked(block_size) &&
-            find_indexed(source, at + kEntryBytes * records + kFooterBytes, member) ==
+            find_indexed(source, at + entry_bytes(records) + kFooterBytes, member) ==
                 ArchiveStatus::kGood &&
             member.entries == at) {
-            at += kEntryBytes * records + kFooterBytes;
+            at += entry_bytes(records) + kFooterBytes;
             sum += member.sum.size; // each member's, and all, below 2^24 for 22 bytes
             continue;
         }

@@ -164,7 +164,7 @@ velk_status add_backwards(velk_reader &reader, const IndexedMember &member) {
     for (std::uint64_t i = member.sum.records; i-- > 0;) {
         std::uint8_t bytes[kEntryBytes];
         std::uint32_t got;
-        if (!read_placed(&reader, member.entries + kEntryBytes * i, bytes, kEntryBytes, got) ||
+        if (!read_placed(&reader, member.entries + entry_bytes(i), bytes, kEntryBytes, got) ||
             got != kEntryBytes)
             return VELK_ERROR_READ;
         const IndexEntry entry = get_entry(bytes);
@@ -189,8 +189,7 @@ velk_status find_from_end(velk_reader &reader, std::uint64_t &begin) {
             !read_placed(&reader, begin - kFooterBytes, last, kFooterBytes, got) ||
             got != kFooterBytes || !get_footer(last, footer))
             break;
-        const std::uint64_t tail =
-            std::uint64_t{kEntryBytes} * footer.records + kRecordHeadBytes + kFooterBytes;
+        const std::uint64_t tail = entry_bytes(footer.records) + kRecordHeadBytes + kFooterBytes;
         if (tail > begin) break;
         if (tail > kTailBytes) status = fill_window(reader, begin, tail);
         if (status != VELK_OK) return status;
@@ -253,14 +252,14 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
         // An index that is not right may still be garbage behind a plain block of N bytes.
         IndexedMember indexed;
         const std::uint64_t entries = walk.next + kRecordHeadBytes;
-        const std::uint64_t end = entries + kEntryBytes * records + kFooterBytes;
+        const std::uint64_t end = entries + entry_bytes(records) + kFooterBytes;
         const ArchiveStatus found = find_indexed({&reader, read_placed}, end, indexed);
         if (found == ArchiveStatus::kReadFailed) return VELK_ERROR_READ;
         if (found == ArchiveStatus::kGood && indexed.offset == offset) {
             for (std::uint64_t i = 0; i < records; ++i) {
                 std::uint8_t bytes[kEntryBytes];
                 std::uint32_t got;
-                if (!read_placed(&reader, entries + kEntryBytes * i, bytes, kEntryBytes, got))
+                if (!read_placed(&reader, entries + entry_bytes(i), bytes, kEntryBytes, got))
                     return VELK_ERROR_READ;
                 const IndexEntry entry = get_entry(bytes);
                 velk_block &block = blocks.entries[first + i];

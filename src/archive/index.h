@@ -22,6 +22,11 @@ namespace velk {
 constexpr std::uint32_t kEntryBytes = 12;
 constexpr std::uint32_t kFooterBytes = 24;
 
+// Bytes of the entries of so many records.
+[[nodiscard]] constexpr std::uint64_t entry_bytes(std::uint64_t records) {
+    return kEntryBytes * records;
+}
+
 // N is this much above the size that blocks have at most.
 constexpr std::uint32_t kIndexMark = 513;
 constexpr std::uint32_t kMaxIndexedBlock = kMaxBlockSize - 1024;

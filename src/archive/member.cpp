@@ -21,7 +21,7 @@ bool has_ended(const Member &member) {
 ArchiveStatus read_index(const ByteSource &source, const Member &member) {
     std::uint8_t bytes[kChunkBytes], expected[kFooterBytes];
     std::uint32_t crc = member.sum.header_crc, got;
-    for (std::uint64_t left = std::uint64_t{kEntryBytes} * member.sum.records; left != 0;) {
+    for (std::uint64_t left = entry_bytes(member.sum.records); left != 0;) {
         const auto count = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, kChunkBytes));
         if (!source.read(source.user, bytes, count, got)) return kReadFailed;
         if (got != count) return kMemberCut;
@@ -47,7 +47,7 @@ bool has_index(const ByteSource &source, const Member &member, const std::uint8_
         std::memcpy(last + kept, more + count - (kFooterBytes - kept), kFooterBytes - kept);
     };
     shift_in(start, got);
-    std::uint64_t left = std::uint64_t{kEntryBytes} * member.sum.records + kFooterBytes - got;
+    std::uint64_t left = entry_bytes(member.sum.records) + kFooterBytes - got;
     for (found = true; left != 0 && got != 0; left -= got) {
         const auto count = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, kChunkBytes));
         if (!source.read(source.user, bytes, count, got)) return found = false;
@@ -85,7 +85,7 @@ ArchiveStatus end_member(const ByteSource &source, const Member &member, Archive
         if (indexed) {
             const ArchiveStatus index = read_index(source, member);
             if (index != kGood) return index;
-            end.bytes += std::uint64_t{kEntryBytes} * member.sum.records + kFooterBytes;
+            end.bytes += entry_bytes(member.sum.records) + kFooterBytes;
         }
     } else if (indexed) {
         return met == kEnd || met == kNextHeader ? kMemberCut : met;
@@ -142,7 +142,7 @@ ArchiveStatus find_indexed(const PlacedSource &source, std::uint64_t end, Indexe
     Footer footer;
     if (status != kGood || !get_footer(last, footer))
         return status == kGood ? kIndexDamaged : status;
-    const std::uint64_t index_bytes = std::uint64_t{kEntryBytes} * footer.records;
+    const std::uint64_t index_bytes = entry_bytes(footer.records);
     if (index_bytes > end - kLeast) return kIndexDamaged;
 
     // The entries' sums first, which tell where the header is, whose bounds they must keep.
