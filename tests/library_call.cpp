@@ -4,7 +4,6 @@
 #include "base/byte_order.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace {
 
@@ -121,28 +120,6 @@ Outcome restore_stream(const Bytes &archive, std::uint32_t threads, velk_report 
     const velk_options options = options_with(threads);
     const velk_status status = velk_decompress_stream(&options, &callbacks);
     return {status, stream.out};
-}
-
-Bytes indexed_archive(const std::vector<Bytes> &blocks) {
-    const velk_options options = options_with(1);
-    Bytes archive(VELK_HEADER_SIZE), record(2 * VELK_MIN_BLOCK_SIZE), entries;
-    std::size_t size;
-    velk_encoder *encoder = nullptr;
-    bool good = velk_write_header(&options, VELK_SIZE_UNKNOWN, archive.data()) == VELK_OK &&
-                velk_encoder_new(&encoder, &options, 1 << 20) == VELK_OK;
-    for (const Bytes &block : blocks) {
-        Bytes entry(VELK_ENTRY_SIZE);
-        good = good && velk_encode_block(encoder, block.data(), block.size(), record.data(),
-                                         record.size(), &size, entry.data()) == VELK_OK;
-        append(archive, first_bytes(record, size));
-        append(entries, entry);
-    }
-    velk_encoder_free(encoder);
-    Bytes index(29 + entries.size());
-    good = good && velk_write_index(archive.data(), entries.data(), blocks.size(), index.data(),
-                                    index.size(), &size) == VELK_OK;
-    if (!good || size != index.size()) std::abort();
-    return join({archive, index});
 }
 
 std::string difference_to_program(const Bytes &archive) {

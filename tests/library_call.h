@@ -56,9 +56,6 @@ Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1,
 
 Outcome restore_stream(const Bytes &archive, std::uint32_t threads, velk_report &report);
 
-// An archive of these blocks, with an index.
-Bytes indexed_archive(const std::vector<Bytes> &blocks);
-
 // Restores the archive in every way that there is and compares with what the program would
 // make of it, and beyond its first member with each other. Returns what differs; nothing most
 // of the time.

@@ -447,10 +447,10 @@ struct Part {
 // Members of all kinds in a row: with indexes and plain, without a block, with one and several.
 std::vector<Part> members() {
     const Bytes a = prose(150, 60, "\n", 1), b = code(90, 2), c = runs(40, 3);
-    return {{indexed_archive({a, b, c}), join({a, b, c})},
+    return {{make_indexed(0x20, {a, b, c}), join({a, b, c})},
             {make_archive(0x20, {b}), b}, // ends in a block that is shorter than others
-            {indexed_archive({}), {}},
-            {indexed_archive({c}), c}};
+            {make_indexed(0x20, {}), {}},
+            {make_indexed(0x20, {c}), c}};
 }
 
 // What is right of an archive that was cut to `n` bytes of these members.
@@ -502,7 +502,7 @@ TEST(Library, CutsOfMembersInARow) {
 // Each bit of an indexed archive flipped; blocks exchanged, removed, repeated, of another archive.
 TEST(Library, DamageOfIndexedArchives) {
     const Bytes a = prose(150, 60, "\n", 1), b = code(150, 2), c = runs(40, 3);
-    const Bytes archive = indexed_archive({a, b, c}), original = join({a, b, c});
+    const Bytes archive = make_indexed(0x20, {a, b, c}), original = join({a, b, c});
     for (std::size_t bit = 0; bit < 8 * archive.size(); ++bit) {
         Bytes damaged = archive;
         damaged[bit / 8] ^= static_cast<std::uint8_t>(1 << bit % 8);
@@ -540,8 +540,8 @@ TEST(Library, DamageOfIndexedArchives) {
 // What follows an archive: left out, part of it, or damage.
 TEST(Library, WhatFollowsAnArchive) {
     const Bytes a = prose(150, 60, "\n", 1);
-    const Bytes indexed = indexed_archive({a}), small = make_archive(0x20, {a});
-    const Bytes full = make_archive(0x20, {runs(kBlock, 1)}), other = indexed_archive({});
+    const Bytes indexed = make_indexed(0x20, {a}), small = make_archive(0x20, {a});
+    const Bytes full = make_archive(0x20, {runs(kBlock, 1)}), other = make_indexed(0x20, {});
     const std::tuple<Bytes, Bytes, velk_status, int> cases[] = {
         {indexed, {'\n'}, VELK_OK, 1},
         {indexed, Bytes(512), VELK_OK, 1},
@@ -589,7 +589,7 @@ TEST(Library, PlainArchivesWithTheMark) {
 // Two reads where the index is within the last 64 KiB, and three beyond.
 TEST(Library, ReadsToOpen) {
     for (const std::size_t blocks : {100u, 6000u}) {
-        const Bytes archive = indexed_archive(std::vector<Bytes>(blocks, Bytes(20, 'a')));
+        const Bytes archive = make_indexed(0x20, std::vector<Bytes>(blocks, Bytes(20, 'a')));
         velk_reader *reader;
         TestArchive test{archive};
         test.largest = archive.size();
