@@ -55,7 +55,7 @@ void library(benchmark::State &state, std::uint32_t threads, bool restoring, con
     };
     const auto restore = [&] {
         return velk_decompress(&options, archive.data(), archive_size, restored.data(),
-                               restored.size(), &size) == VELK_OK &&
+                               restored.size(), &size, nullptr) == VELK_OK &&
                restored == whole;
     };
     if (restoring && !compress()) return state.SkipWithError("failed");

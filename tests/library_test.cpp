@@ -295,11 +295,11 @@ TEST(Library, MemoryLimit) {
 }
 
 TEST(Library, SettingsOutOfBounds) {
-    std::vector<velk_options> wrong = {{kBlock - 1, 1, 0, 0x20, 0, 0, 0, {}},
-                                       {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, 0, {}},
-                                       {kBlock, 1, 0, 0, 0, 0, 0, {}},
-                                       {kBlock, 1, 0, 0x20, 2, 0, 0, {}},
-                                       {kBlock, 1, 0, 0x20, 0, 2, 0, {}}};
+    std::vector<velk_options> wrong = {
+        {kBlock - 1, 1, 0, 0x20, 0, 0, 0, {}},  {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, 0, {}},
+        {kBlock, 1, 0, 0, 0, 0, 0, {}},         {kBlock, 1, 0, 0x20, 2, 0, 0, {}},
+        {kBlock, 1, 0, 0x20, 0, 2, 0, {}},      {kBlock, 1, 0, 0x20, 0, 0, 2, {}},
+        {kBlock + 512, 1, 0, 0x20, 0, 0, 0, {}}};
     for (std::size_t i = 0; i < sizeof wrong[0].reserved; ++i) {
         wrong.push_back(options_with(1));
         wrong.back().reserved[i] = 1;
