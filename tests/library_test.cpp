@@ -499,6 +499,26 @@ TEST(Library, CutsOfMembersInARow) {
     }
 }
 
+// The reader goes from member to member, whose memory differs, and back.
+TEST(Library, ReaderOfMembers) {
+    Bytes archive, original;
+    for (const Part &part : members()) {
+        append(archive, part.bytes);
+        append(original, part.original);
+    }
+    velk_reader *reader;
+    TestArchive test{archive};
+    ASSERT_EQ(open_reader(reader, test), VELK_OK);
+    for (std::size_t at = original.size(); at-- > 0;) {
+        const std::size_t place = at % 2 == 0 ? at : original.size() - at;
+        std::uint8_t byte;
+        std::size_t got;
+        ASSERT_EQ(velk_reader_read(reader, place, &byte, 1, &got), VELK_OK) << place;
+        ASSERT_TRUE(got == 1 && byte == original[place]) << place;
+    }
+    velk_reader_close(reader);
+}
+
 // Each bit of an indexed archive flipped; blocks exchanged, removed, repeated, of another archive.
 TEST(Library, DamageOfIndexedArchives) {
     const Bytes a = prose(150, 60, "\n", 1), b = code(150, 2), c = runs(40, 3);
