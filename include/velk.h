@@ -218,7 +218,8 @@ typedef int64_t velk_read_at(void *user, uint64_t offset, void *buffer, size_t s
 // report: written here, and what is damaged also by velk_reader_read; may be null.
 //
 // Of a plain member the reader takes it that each block but the last restores to the block
-// size, as all compressors write them. Where it finds one that does not, here or in
+// size, as all compressors write them. (The record heads of indexed members are not read: one that
+// is damaged does no harm here.) Where it finds one that does not, here or in
 // velk_reader_read, the call ends with VELK_ERROR_FORMAT: such archives can only be restored
 // from their start.
 VELK_API velk_status velk_reader_open(velk_reader **reader, const velk_options *options,

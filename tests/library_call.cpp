@@ -93,7 +93,8 @@ velk_stream TestStream::callbacks() {
 }
 
 velk_status open_reader(velk_reader *&reader, TestArchive &archive, const velk_options *options) {
-    const std::uint64_t size = archive.size_known ? archive.bytes.size() : VELK_SIZE_UNKNOWN;
+    const std::uint64_t size =
+        archive.size_known ? archive.bytes.size() - archive.more : VELK_SIZE_UNKNOWN;
     return velk_reader_open(&reader, options, read_at, &archive, size, &archive.report);
 }
 

@@ -43,6 +43,7 @@ struct TestArchive {
     const Bytes &bytes;
     int good_calls = -1; // then one fails; -1: none does
     bool size_known = true;
+    std::size_t more = 0;       // bytes behind the archive
     std::size_t largest = 3000; // bytes that a call reads at most
     velk_report report{};
     int calls = 0;

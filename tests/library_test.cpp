@@ -278,7 +278,7 @@ TEST(Library, MemoryLimit) {
         velk_encoder *encoder;
         velk_decoder *decoder;
         TestArchive test{archive};
-        options.memory_limit = to_restore - missing;
+        options.memory_limit = to_restore + 16 * sizeof(velk_block) - missing;
         EXPECT_EQ(open_reader(reader, test, &options), right);
         options.memory_limit = to_restore - missing;
         EXPECT_EQ(velk_decoder_new(&decoder, &options, archive.data()), right);
@@ -517,6 +517,47 @@ TEST(Library, ReaderOfMembers) {
         ASSERT_TRUE(got == 1 && byte == original[place]) << place;
     }
     velk_reader_close(reader);
+}
+
+// What lies behind the archive's size is not looked at, and a failure leaves the reader usable.
+TEST(Library, ReaderWithinItsBounds) {
+    const Bytes a = prose(150, 60, "\n", 1), whole = make_indexed(0x20, {a, a, a});
+    for (std::size_t less = 1; less < whole.size(); less += 7) {
+        velk_reader *reader;
+        TestArchive test{whole};
+        test.more = less;
+        EXPECT_NE(open_reader(reader, test), VELK_OK) << less;
+    }
+    velk_options large = options_with(1, 1 << 22);
+    large.fixed_block_size = 1;
+    const Bytes archive = join({whole, compress(large, a).bytes});
+    velk_options limited = options_with(1);
+    limited.memory_limit = 2 << 20;
+    velk_reader *reader;
+    TestArchive test{archive};
+    ASSERT_EQ(open_reader(reader, test, &limited), VELK_OK);
+    std::uint8_t byte;
+    std::size_t got;
+    for (const velk_status right : {VELK_OK, VELK_ERROR_MEMORY, VELK_OK, VELK_ERROR_MEMORY}) {
+        const std::uint64_t place = right == VELK_OK ? 1 : 3 * a.size();
+        EXPECT_EQ(velk_reader_read(reader, place, &byte, 1, &got), right);
+    }
+    velk_reader_close(reader);
+}
+
+// An indexed archive whose header became that of a plain one shows itself by its index.
+TEST(Library, IndexOfALostHeader) {
+    const Bytes a = prose(150, 60, "\n", 1);
+    for (const std::size_t blocks : {0u, 1u, 3u}) {
+        Bytes archive = make_indexed(0x20, std::vector<Bytes>(blocks, a));
+        std::copy_n(make_archive(0x20, {}).begin(), VELK_HEADER_SIZE, archive.begin());
+        velk_report report;
+        EXPECT_EQ(restore_stream(archive, 1, report).status, VELK_ERROR_DAMAGED) << blocks;
+        EXPECT_EQ(report.damaged_part, VELK_PART_INDEX);
+        velk_reader *reader;
+        TestArchive test{archive};
+        EXPECT_EQ(open_reader(reader, test), VELK_ERROR_DAMAGED) << blocks;
+    }
 }
 
 // Each bit of an indexed archive flipped; blocks exchanged, removed, repeated, of another archive.

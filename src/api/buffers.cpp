@@ -116,9 +116,8 @@ velk_status velk_decompress_bound(const void *archive, std::size_t size, std::ui
             sum += member.sum.size; // each member's, and all, below 2^24 for 22 bytes
             continue;
         }
-        // Only one block can be in a plain archive with the mark, and no other such N ends a
-        // cut one.
-        if (status == ArchiveStatus::kBlockCut || (is_marked(block_size) && records != 1) ||
+        // That no block is there is a cut, unless N tells of an empty original.
+        if (status == ArchiveStatus::kBlockCut ||
             (records == 0 &&
              (block_size % 1024 != 0 || status == ArchiveStatus::kHeadDamaged ||
               status == ArchiveStatus::kHeadCut || status == ArchiveStatus::kLengthInvalid)))

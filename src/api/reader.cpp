@@ -30,6 +30,7 @@ struct velk_reader {
     Window window;
 
     CoderContext context;
+    std::uint32_t context_bytes;       // of memory
     std::uint8_t header[kFirstRecord]; // of the member that the context is for
     std::uint64_t header_offset;
     Blocks blocks;
@@ -40,6 +41,7 @@ namespace {
 
 constexpr std::uint64_t kNone = UINT64_MAX;
 constexpr std::uint64_t kTailBytes = 65536;
+constexpr std::uint64_t kLargestWindow = 16 << 20; // an index of 1.4 million blocks
 
 bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t count,
                  std::uint32_t &got) {
@@ -54,9 +56,23 @@ bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t co
         std::memcpy(bytes, reader.header, got = count);
         return true;
     }
+    // What lies behind the archive is not looked at.
+    const std::uint64_t left = offset < reader.archive_size ? reader.archive_size - offset : 0;
+    count = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
     return read_fully(bytes, count, got, [&](std::uint8_t *to, std::uint32_t size) {
         return reader.read_at(reader.user, offset + got, to, size);
     });
+}
+
+// What the memory limit leaves when these bytes have been taken.
+std::uint64_t left_of_limit(const velk_reader &reader, std::uint64_t taken) {
+    return reader.options.memory_limit - std::min(reader.options.memory_limit, taken);
+}
+
+// Appends to the array, beside which `taken` bytes are taken for another one.
+bool add(velk_reader &reader, Blocks &blocks, const velk_block &block, std::uint64_t taken = 0) {
+    return append(blocks, block,
+                  left_of_limit(reader, reader.context_bytes + reader.window.size + taken));
 }
 
 // The status, with the place of the damage if it is one.
@@ -76,7 +92,7 @@ velk_status tell(velk_reader &reader, velk_status status, velk_part part, std::u
 // Has the memory for the blocks of the member with this header.
 velk_status open_member(velk_reader &reader, std::uint64_t offset) {
     std::uint8_t header[kFirstRecord];
-    std::uint32_t got, memory_bytes;
+    std::uint32_t got;
     if (!read_placed(&reader, offset, header, kFirstRecord, got)) return VELK_ERROR_READ;
     if (reader.context.capacity != 0 && got == kFirstRecord &&
         std::memcmp(header, reader.header, kFirstRecord) == 0) {
@@ -86,9 +102,15 @@ velk_status open_member(velk_reader &reader, std::uint64_t offset) {
     kRestorer.free(reader.context);
     reader.context = {};
     reader.kept = kNone;
+    CheckedOptions options = reader.options;
+    options.memory_limit = left_of_limit(
+        reader, reader.window.size + reader.blocks.room * sizeof *reader.blocks.entries);
     const velk_status status =
-        open_restorer(reader.context, reader.options, header, got, memory_bytes);
-    if (status != VELK_OK) return tell(reader, status, VELK_PART_HEADER, 0, offset);
+        open_restorer(reader.context, options, header, got, reader.context_bytes);
+    if (status != VELK_OK) {
+        reader.context = {};
+        return tell(reader, status, VELK_PART_HEADER, 0, offset);
+    }
     std::memcpy(reader.header, header, kFirstRecord);
     reader.header_offset = offset;
     return VELK_OK;
@@ -102,6 +124,8 @@ velk_status decode(velk_reader &reader, const velk_block &block, std::uint64_t n
     if (status != VELK_OK) return status;
     CoderContext &context = reader.context;
     context.in_len = block.record_size - kRecordHeadBytes;
+    if (context.in_len > context.capacity) // the header has changed
+        return tell(reader, VELK_ERROR_DAMAGED, VELK_PART_HEADER, number, block.header);
     std::uint32_t got;
     if (!read_placed(&reader, block.offset + kRecordHeadBytes, context.buf_in, context.in_len, got))
         return VELK_ERROR_READ;
@@ -132,29 +156,30 @@ std::uint64_t block_behind(const Blocks &blocks, std::uint64_t offset) {
 
 // From the end -------------------------------------------------------------------
 
-// Has the `size` bytes before `end` in the window, or all there are.
+// Has the `size` bytes before `end` in the window, with more before them up to kTailBytes. Where
+// it can't have so many, they are read piece by piece later.
 velk_status fill_window(velk_reader &reader, std::uint64_t end, std::uint64_t size) {
     Window &window = reader.window;
-    size = std::min(size, end);
-    const std::uint64_t offset = end - size;
     const std::uint64_t have = window.offset + window.size;
-    if (window.size != 0 && offset >= window.offset && end <= have) return VELK_OK;
-    if (size > reader.options.memory_limit || size > SIZE_MAX || size > UINT32_MAX)
-        return VELK_ERROR_MEMORY;
+    if (end >= size && end - size >= window.offset && end <= have) return VELK_OK;
+    size = std::min(std::max(size, kTailBytes), end);
+    const std::uint64_t blocks_bytes = reader.blocks.room * sizeof *reader.blocks.entries;
+    if (size > kLargestWindow || size > left_of_limit(reader, reader.context_bytes + blocks_bytes))
+        return VELK_OK;
     // What is there already is kept.
     const std::uint64_t kept = have == end && window.size < size ? window.size : 0;
     auto *const bytes = static_cast<std::uint8_t *>(std::malloc(static_cast<std::size_t>(size)));
-    if (bytes == nullptr) return VELK_ERROR_MEMORY;
+    if (bytes == nullptr) return VELK_OK;
     if (kept != 0) std::memcpy(bytes + (size - kept), window.bytes, static_cast<std::size_t>(kept));
     std::free(window.bytes);
     window = {};
     const auto wanted = static_cast<std::uint32_t>(size - kept);
     std::uint32_t got;
-    if (!read_placed(&reader, offset, bytes, wanted, got) || got != wanted) {
+    if (!read_placed(&reader, end - size, bytes, wanted, got) || got != wanted) {
         std::free(bytes);
         return VELK_ERROR_READ;
     }
-    window = {bytes, offset, size};
+    window = {bytes, end - size, size};
     return VELK_OK;
 }
 
@@ -172,7 +197,7 @@ velk_status add_backwards(velk_reader &reader, const IndexedMember &member) {
         const velk_block block = {
             record,          0, member.offset, kRecordHeadBytes + entry.data_len, entry.block_len,
             entry.block_crc, 1};
-        if (!append(reader.blocks, block, reader.options.memory_limit)) return VELK_ERROR_MEMORY;
+        if (!add(reader, reader.blocks, block)) return VELK_ERROR_MEMORY;
     }
     return VELK_OK;
 }
@@ -180,7 +205,7 @@ velk_status add_backwards(velk_reader &reader, const IndexedMember &member) {
 // Takes members off the end, as long as there are indexed ones: those from `begin` on.
 velk_status find_from_end(velk_reader &reader, std::uint64_t &begin) {
     for (begin = reader.archive_size; begin != 0;) {
-        velk_status status = fill_window(reader, begin, kTailBytes);
+        velk_status status = fill_window(reader, begin, kFooterBytes);
         if (status != VELK_OK) return status;
         std::uint8_t last[kFooterBytes];
         std::uint32_t got;
@@ -191,7 +216,7 @@ velk_status find_from_end(velk_reader &reader, std::uint64_t &begin) {
             break;
         const std::uint64_t tail = entry_bytes(footer.records) + kRecordHeadBytes + kFooterBytes;
         if (tail > begin) break;
-        if (tail > kTailBytes) status = fill_window(reader, begin, tail);
+        status = fill_window(reader, begin, tail);
         if (status != VELK_OK) return status;
         IndexedMember member;
         const ArchiveStatus found = find_indexed({&reader, read_placed}, begin, member);
@@ -229,6 +254,7 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
     if (status != VELK_OK) return status;
     const std::uint32_t block_size = block_size_of(reader.context);
     const std::uint64_t first = blocks.count;
+    const std::uint64_t found_bytes = reader.blocks.room * sizeof *reader.blocks.entries;
     RecordWalk walk;
     walk.next = offset + kFirstRecord;
     ArchiveStatus met;
@@ -236,7 +262,7 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
            ArchiveStatus::kGood) {
         const velk_block block = {walk.record, 0, offset, kRecordHeadBytes + walk.length,
                                   block_size,  0, 0};
-        if (!append(blocks, block, reader.options.memory_limit)) return VELK_ERROR_MEMORY;
+        if (!add(reader, blocks, block, found_bytes)) return VELK_ERROR_MEMORY;
     }
     const std::uint64_t records = blocks.count - first;
     const auto damaged = [&](ArchiveStatus what, velk_part part) {
@@ -259,7 +285,8 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
             for (std::uint64_t i = 0; i < records; ++i) {
                 std::uint8_t bytes[kEntryBytes];
                 std::uint32_t got;
-                if (!read_placed(&reader, entries + entry_bytes(i), bytes, kEntryBytes, got))
+                if (!read_placed(&reader, entries + entry_bytes(i), bytes, kEntryBytes, got) ||
+                    got != kEntryBytes)
                     return VELK_ERROR_READ;
                 const IndexEntry entry = get_entry(bytes);
                 velk_block &block = blocks.entries[first + i];
@@ -283,15 +310,17 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
         if (status != VELK_OK) return status;
         member.first_len = entry.block_len;
     }
-    if (records != 0 && !needs_index(member)) {
+    if (needs_index(member)) {
+        const bool at_index = met == ArchiveStatus::kEndMark;
+        return damaged(ArchiveStatus::kIndexDamaged, at_index ? VELK_PART_INDEX : VELK_PART_BLOCK);
+    }
+    if (records != 0) {
         velk_block &last = blocks.entries[blocks.count - 1];
         status = decode(reader, last, blocks.count - 1, entry);
         if (status != VELK_OK) return status;
         if (entry.block_len > block_size) return VELK_ERROR_FORMAT;
         member.last_len = last.size = entry.block_len;
-        member.sum.size = (records - 1) * block_size + entry.block_len;
     }
-    const bool is_cut = needs_index(member) && met != ArchiveStatus::kEndMark;
     RecordIntake intake{nullptr, reader.context.capacity};
     intake.taken = walk.got - 1;
     std::memcpy(intake.head, walk.bytes + 1, intake.taken);
@@ -299,8 +328,7 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
     MemberEnd end;
     behind = end_member({&follower, read_following}, member, met, intake, end);
     if (!end.closed)
-        return damaged(behind, met == ArchiveStatus::kEndMark && !is_cut ? VELK_PART_INDEX
-                                                                         : VELK_PART_BLOCK);
+        return damaged(behind, met == ArchiveStatus::kEndMark ? VELK_PART_INDEX : VELK_PART_BLOCK);
     if (!end.whole) reader.report.whole = 0;
     offset = walk.next + end.bytes;
     return tell(reader, status_of(behind), VELK_PART_HEADER, blocks.count, offset);
@@ -317,12 +345,12 @@ velk_status walk_from_front(velk_reader &reader, std::uint64_t stop) {
     while (status == VELK_OK && behind == ArchiveStatus::kNextHeader && offset != stop) {
         if (offset > stop) stop = reader.archive_size;
         status = walk_member(reader, blocks, offset, behind);
-        ++members;
+        members += status == VELK_OK;
     }
     const bool joins = offset == stop && behind == ArchiveStatus::kNextHeader;
     for (std::uint64_t i = 0; status == VELK_OK && joins && i < reader.blocks.count; ++i) {
-        if (!append(blocks, reader.blocks.entries[i], reader.options.memory_limit))
-            status = VELK_ERROR_MEMORY;
+        const std::uint64_t taken = reader.blocks.room * sizeof *reader.blocks.entries;
+        if (!add(reader, blocks, reader.blocks.entries[i], taken)) status = VELK_ERROR_MEMORY;
     }
     std::free(reader.blocks.entries);
     reader.blocks = blocks;
@@ -380,18 +408,19 @@ void sum_up(velk_reader &reader) {
 velk_status open_archive(velk_reader &reader) {
     reader.kept = kNone;
     velk_status status = VELK_OK;
+    std::uint64_t begin = 0;
     if (reader.archive_size == VELK_SIZE_UNKNOWN) status = find_size(reader);
     if (status == VELK_OK) status = open_member(reader, 0);
-    if (status != VELK_OK) return status;
-    reader.report.whole = 1;
-    reader.report.archive_size = reader.archive_size;
-    reader.report.block_size = told_block_size(block_size_of(reader.context));
-    std::uint64_t begin;
-    status = find_from_end(reader, begin);
+    if (status == VELK_OK) {
+        reader.report.whole = 1;
+        reader.report.archive_size = reader.archive_size;
+        reader.report.block_size = told_block_size(block_size_of(reader.context));
+        status = find_from_end(reader, begin);
+    }
     if (status == VELK_OK && begin != 0) status = walk_from_front(reader, begin);
     std::free(reader.window.bytes);
     reader.window = {};
-    if (status == VELK_OK) sum_up(reader);
+    sum_up(reader);
     if (status != VELK_OK) reader.report.whole = 0;
     if (reader.told != nullptr) *reader.told = reader.report;
     return status;

@@ -72,7 +72,7 @@ ArchiveStatus next_record(const PlacedSource &source, std::uint32_t capacity, Re
     const auto look = [&] {
         return source.read_at(source.user, walk.next - 1, walk.bytes, sizeof walk.bytes, walk.got);
     };
-    if (walk.got == 0 && !look()) return kReadFailed;
+    if (walk.got == 0 && (!look() || walk.got == 0)) return kReadFailed; // before it is a header
     if (walk.got != sizeof walk.bytes) return walk.got == 1 ? kEnd : kHeadCut;
     if (std::memcmp(walk.bytes + 1, kMagic, kRecordHeadBytes) == 0) return kNextHeader;
     const ArchiveStatus head = parse_record_head(walk.bytes + 1, capacity, walk.length);

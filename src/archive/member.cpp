@@ -54,8 +54,7 @@ bool has_index(const ByteSource &source, const Member &member, const std::uint8_
         shift_in(bytes, got);
     }
     Footer footer;
-    return left == 0 && get_footer(last, footer) && footer.size == member.sum.size &&
-           footer.records == member.sum.records;
+    return left == 0 && get_footer(last, footer) && footer.records == member.sum.records;
 }
 
 } // namespace
@@ -73,7 +72,9 @@ bool add_block(Member &member, const IndexEntry &entry) {
     if (!add_entry(member.sum, entry)) return false;
     if (member.sum.records == 1) member.first_len = entry.block_len;
     member.last_len = entry.block_len;
-    return !needs_index(member) || (entry.block_len != 0 && entry.block_len < member.block_size);
+    return !needs_index(member) ||
+           (entry.block_len != 0 && entry.block_len < member.block_size &&
+            entry.data_len >= kMinRecordData && entry.data_len <= member.block_size + kBlockSlack);
 }
 
 ArchiveStatus end_member(const ByteSource &source, const Member &member, ArchiveStatus met,
@@ -111,8 +112,9 @@ ArchiveStatus end_member(const ByteSource &source, const Member &member, Archive
     }
     if (behind != kGarbage || met != kEndMark || indexed) return behind;
     bool found;
-    if (has_index(source, member, end.start, got, found)) return kHeaderDamaged;
-    return found ? kGarbage : kReadFailed;
+    if (!has_index(source, member, end.start, got, found)) return found ? kGarbage : kReadFailed;
+    end.closed = false;
+    return kIndexDamaged;
 }
 
 ArchiveStatus classify_behind(const std::uint8_t *start, std::uint32_t got) {

@@ -160,14 +160,15 @@ ArchiveStatus skip_record(BlockReader &reader) {
     }
     IndexedMember indexed;
     if (status == ArchiveStatus::kEndMark && needs_index(member)) {
-        std::uint64_t end = member.sum.records;
-        end = reader.offset + kRecordHeadBytes + kEntryBytes * end + kFooterBytes;
+        const std::uint64_t end =
+            reader.offset + kRecordHeadBytes + entry_bytes(member.sum.records) + kFooterBytes;
         if (find_indexed(places_of(reader.archive), end, indexed) == ArchiveStatus::kGood &&
             indexed.offset == reader.begin)
             member.sum = indexed.sum;
     } else if (status != ArchiveStatus::kEnd && ends_member(status) && member.sum.records != 0 &&
                restore_at(reader, reader.walk.record)) {
-        member.sum.size -= member.last_len - reader.context.out_len;
+        member.sum.size -= member.last_len;
+        member.sum.size += reader.context.out_len;
         member.last_len = reader.context.out_len;
     }
     return status;
@@ -183,8 +184,7 @@ ArchiveStatus skip_entry(BlockReader &reader, std::uint32_t &length) {
         }
         if (reader.taken == member.sum.records) continue;
         std::uint8_t bytes[kEntryBytes];
-        std::uint64_t place = reader.taken++;
-        place = member.entries + kEntryBytes * place;
+        const std::uint64_t place = member.entries + entry_bytes(reader.taken++);
         if (!read_at(reader.archive, place, bytes, kEntryBytes)) return ArchiveStatus::kReadFailed;
         length = get_entry(bytes).data_len;
         reader.offset = reader.walk.next;

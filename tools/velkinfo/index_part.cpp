@@ -20,8 +20,7 @@ bool find_part(ArchiveFile &archive, std::uint64_t end, IndexedPart &part) {
     if (end < kFooterBytes || !read_at(archive, end - kFooterBytes, last, kFooterBytes) ||
         !get_footer(last, footer))
         return false;
-    std::uint64_t index_bytes = footer.records;
-    index_bytes *= kEntryBytes;
+    const std::uint64_t index_bytes = entry_bytes(footer.records);
     if (index_bytes > end - kFooterBytes) return false;
     IndexSum sum{kFirstRecord + kRecordHeadBytes + kFooterBytes, 0, 0, 0, 0};
     part = {0, end, 0, false, {}};

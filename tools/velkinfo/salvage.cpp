@@ -99,13 +99,9 @@ bool can_be_used(ArchiveFile &archive, const IndexedPart &part) {
     if (part.whole) return true;
     std::uint64_t found = 0;
     const std::uint64_t size = std::exchange(archive.size, part.end);
-    for (const std::uint64_t end : {part.end, part.begin}) { // less those of the members before
-        archive.size = end;
-        Survey survey(archive, end > kFirstRecord);
-        for (Extent extent; survey.next(extent);) {
-            if (extent.data != 0) found += end == part.end ? 1 : UINT64_MAX;
-        }
-    }
+    Survey survey(archive, false, part.begin);
+    for (Extent extent; survey.next(extent);)
+        found += extent.data != 0;
     archive.size = size;
     const std::uint64_t placed = count_placed(archive, part, UINT64_MAX);
     return placed != 0 && placed >= found;

@@ -20,12 +20,12 @@ bool is_last_byte(std::uint8_t byte) {
 
 } // namespace
 
-Survey::Survey(ArchiveFile &archive, bool header_holds)
+Survey::Survey(ArchiveFile &archive, bool header_holds, std::uint64_t begin)
     : archive_(archive), window_(archive),
-      position_(std::min<std::uint64_t>(kFirstRecord, archive.size)),
+      position_(std::min<std::uint64_t>(begin + kFirstRecord, archive.size)),
       tries_left_(1024 + archive.size / 8) {
     // Of a lost header bytes may be missing, too.
-    for (std::uint64_t p = 0; !header_holds && p < position_; ++p) {
+    for (std::uint64_t p = begin; !header_holds && p < position_; ++p) {
         if (intact_at(p)) position_ = p;
     }
 }

@@ -33,7 +33,8 @@ struct Extent {
 // linear whatever the bytes. No more than a stretch of the archive is in memory.
 class Survey {
 public:
-    Survey(ArchiveFile &archive, bool header_holds);
+    // begin: where a header is, or was.
+    Survey(ArchiveFile &archive, bool header_holds, std::uint64_t begin = 0);
 
     // The next stretch. False at the archive's end.
     [[nodiscard]] bool next(Extent &extent);
