@@ -73,6 +73,14 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
         callbacks = unknown.callbacks();
         EXPECT_EQ(velk_compress_stream(&c.options, &callbacks, VELK_SIZE_UNKNOWN), VELK_OK);
         EXPECT_EQ(decompress(c.options, unknown.out, in.size()), (Outcome{VELK_OK, in}));
+        // With an index the program restores it, too.
+        velk_options indexed = c.options;
+        indexed.plain = 0;
+        const Outcome with_index = compress(indexed, in);
+        EXPECT_EQ(decompress(indexed, with_index.bytes, in.size()), (Outcome{VELK_OK, in}));
+        write_file(scratch.archive, with_index.bytes);
+        EXPECT_EQ(run_velk({"d", scratch.archive, scratch.output}).status, 0);
+        EXPECT_EQ(read_file(scratch.output), in);
         const bool sized = in.size() > kBlock + 1 && (c.options.stages_off & VELK_OFF_FLT32) == 0;
         EXPECT_TRUE(sized || unknown.out == archive);
         if (!sized) continue;
