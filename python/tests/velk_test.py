@@ -6,7 +6,6 @@ import io
 import itertools
 import os
 import random
-import signal
 import subprocess
 import sys
 import tempfile
@@ -223,23 +222,6 @@ class Archives(unittest.TestCase):
                 file.write(TEXT)
         self.assertIs(caught.exception, failure)
         self.assertEqual(archive.write.call_count, 2)
-
-    @unittest.skipUnless(hasattr(signal, "setitimer"), "needs timers")
-    def test_signals_come_out_and_lose_nothing(self):
-        before = signal.signal(signal.SIGALRM, signal.default_int_handler)
-        self.addCleanup(signal.signal, signal.SIGALRM, before)
-        for milliseconds in range(1, 13):
-            for source, start in ((Pipe, 0), (io.BytesIO, 0), (io.BytesIO, BLOCK + 1)):
-                file = velk.open(source(ARCHIVE))
-                if start != 0:
-                    file.seek(start)
-                with self.assertRaises(KeyboardInterrupt):
-                    signal.setitimer(signal.ITIMER_REAL, milliseconds / 1000)
-                    while file.read1(BLOCK):
-                        pass
-                    signal.pause()
-                at = file.tell()
-                self.assertEqual(file.read(), TEXT[at:])
 
     def test_modes_and_closing(self):
         path = self.folder / "text.velk"

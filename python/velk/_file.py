@@ -42,12 +42,12 @@ class _Worker:
 
     def __init__(self, work, *arguments):
         shared = types.SimpleNamespace(asked=(None, None), ended=False)
-        news = threading.Event()
+        news = queue.SimpleQueue()  # a signal can't leave it locked, as it can an event
 
         def ask(request):
             answers = queue.SimpleQueue()
             shared.asked = request, answers
-            news.set()
+            news.put(None)
             return None if shared.ended else answers.get()
 
         def end():
@@ -76,10 +76,9 @@ class _Worker:
     def result(self, read):
         """Reads for the thread until it hands over a result; that stays its request."""
         while True:
-            self._news.clear()
             asked = self._shared.asked
             if asked is self._answered:
-                self._news.wait()
+                self._news.get()  # perhaps of a question that was answered without
                 continue
             self._asked = asked
             if not isinstance(self.request(), tuple):
@@ -107,8 +106,9 @@ class _Original(io.RawIOBase):
         self._base = archive.tell() if self._seekable else 0  # of the header
         self._lock = threading.RLock()  # of all below, and the archive's place
         self._stream = self._reader = None  # their workers
-        self._stream_end = 0  # in the original, of what it has restored; -1: no stream any more
-        self._start, self._piece = 0, b""
+        # The piece, where it begins, and the end of what the stream has restored (-1: no stream
+        # any more): one tuple, as a signal may break in between any two assignments.
+        self._kept = b"", 0, 0
         self._position = 0
 
     def close(self):
@@ -124,13 +124,14 @@ class _Original(io.RawIOBase):
         return self._seekable
 
     def readinto(self, buffer):
-        at = self._position - self._start
-        if not 0 <= at < len(self._piece):
+        piece, start, _ = self._kept
+        if not 0 <= self._position - start < len(piece):
             with self._lock:
                 self._fetch()
-            at = self._position - self._start
+            piece, start, _ = self._kept
+        at = self._position - start
         with memoryview(buffer) as view, view.cast("B") as room:
-            part = memoryview(self._piece)[at : at + len(room)]
+            part = memoryview(piece)[at : at + len(room)]
             room[: len(part)] = part
         self._position += len(part)
         return len(part)
@@ -163,18 +164,17 @@ class _Original(io.RawIOBase):
 
     def _fetch(self):
         """Reads the piece in which the position is."""
-        if self._position == self._stream_end:
+        if self._position == self._kept[2]:
             if self._stream is None:
                 self._stream = _Worker(restore_stream)
-            if self._stream.request() is self._piece:  # it has been taken
+            if self._stream.request() is self._kept[0]:  # it has been taken
                 self._stream.answer(True)
             piece = _returned(self._stream.result(self._read))
-            end = self._position + len(piece)
-            self._piece, self._start, self._stream_end = piece, self._position, end
+            self._kept = piece, self._position, self._position + len(piece)
             return
         start = self._position - self._position % _PIECE
         piece = self._ask_reader(lambda reader: read_piece(reader, start, _PIECE))
-        self._piece, self._start, self._stream_end = piece, start, -1
+        self._kept = piece, start, -1
         if self._stream is not None:
             self._stream.end()
 
