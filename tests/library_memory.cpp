@@ -71,7 +71,7 @@ void __wrap_free(void *memory) {
 void *wait_and_work(void *argument) {
     for (int i = 0; memory_watch.waiting && i < 1000; ++i)
         usleep(10000);
-    return thread_main(argument);
+    return thread_main.load()(argument);
 }
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, ThreadMain *main,
