@@ -572,7 +572,12 @@ TEST(Library, IndexOfALostHeader) {
 TEST(Library, DamageOfIndexedArchives) {
     const Bytes a = prose(150, 60, "\n", 1), b = code(150, 2), c = runs(40, 3);
     const Bytes archive = make_indexed(0x20, {a, b, c}), original = join({a, b, c});
+    const std::vector<std::size_t> starts = record_starts(archive);
+    // Every bit of header and index, and each fifth of the records, whose every byte DamageIsSeen
+    // changes in an archive without index.
+    const auto in_records = [&](std::size_t byte) { return starts[0] <= byte && byte < starts[3]; };
     for (std::size_t bit = 0; bit < 8 * archive.size(); ++bit) {
+        if (in_records(bit / 8) && bit % 5 != 0) continue;
         Bytes damaged = archive;
         damaged[bit / 8] ^= static_cast<std::uint8_t>(1 << bit % 8);
         ASSERT_EQ(difference_to_program(damaged), "") << bit;
@@ -580,7 +585,6 @@ TEST(Library, DamageOfIndexedArchives) {
         const Outcome restored = restore_stream(damaged, 1, report);
         ASSERT_NE(restored.status, VELK_OK) << bit;
     }
-    const std::vector<std::size_t> starts = record_starts(archive);
     const auto record = [&](std::size_t i) {
         return Bytes(archive.begin() + static_cast<long>(starts[i]),
                      archive.begin() + static_cast<long>(starts[i + 1]));
