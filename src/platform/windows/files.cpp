@@ -26,8 +26,11 @@ void set_errno() {
 }
 
 HANDLE open_handle(const std::string &path, DWORD access, DWORD how, DWORD flags) {
+    // CreateFileA may refuse names of more than 260 bytes. No byte makes more than one unit.
+    std::wstring wide(path.size() + 1, L'\0');
+    MultiByteToWideChar(CP_ACP, 0, path.c_str(), -1, wide.data(), static_cast<int>(wide.size()));
     const HANDLE file =
-        CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+        CreateFileW(wide.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                     nullptr, how, flags, nullptr);
     if (file == INVALID_HANDLE_VALUE) set_errno();
     return file;
