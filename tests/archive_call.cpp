@@ -13,7 +13,7 @@ namespace {
 // A ByteSource's and a ByteSink's functions over bytes.
 struct Input {
     const Bytes &bytes;
-    std::size_t position;
+    std::size_t position, readable;
 };
 
 bool read_bytes(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
@@ -23,7 +23,7 @@ bool read_bytes(void *user, void *bytes, std::uint32_t count, std::uint32_t &got
     std::copy_n(input.bytes.begin() + static_cast<std::ptrdiff_t>(input.position), got,
                 static_cast<std::uint8_t *>(bytes));
     input.position += got;
-    return true;
+    return input.position <= input.readable;
 }
 
 bool write_bytes(void *user, const void *bytes, std::uint32_t count) {
@@ -102,8 +102,8 @@ Bytes make_indexed(std::uint8_t flags, const std::vector<Bytes> &blocks) {
     return join({archive, mark, index, footer});
 }
 
-Restored restore_archive(const Bytes &archive) {
-    Input input = {archive, 0};
+Restored restore_archive(const Bytes &archive, std::size_t readable) {
+    Input input = {archive, 0, readable};
     const ByteSource source = {&input, read_bytes};
     CoderContext context{};
     context.file_size = length_of(archive);

@@ -43,7 +43,8 @@ struct Restored {
         return status == ArchiveStatus::kEnd || status == ArchiveStatus::kEndMark;
     }
 };
-Restored restore_archive(const Bytes &archive);
+// A read beyond the first `readable` bytes fails.
+Restored restore_archive(const Bytes &archive, std::size_t readable = SIZE_MAX);
 
 // Where the archive's records begin, and its end, as the record heads' lengths say.
 std::vector<std::size_t> record_starts(const Bytes &archive);
