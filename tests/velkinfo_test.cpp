@@ -179,6 +179,31 @@ TEST_F(Velkinfo, SalvageReadsEachByteABoundedNumberOfTimes) {
     }
 }
 
+// Small segments, so that ranges across them and the moves of the window come up. The end
+// can't be read.
+TEST_F(Velkinfo, WindowKnowsTheCrcOfAnyRange) {
+    Bytes bytes = random_bytes(10000, 256, 1);
+    write_file(archive, bytes);
+    ArchiveFile file;
+    std::string why;
+    ASSERT_TRUE(open_archive(file, archive.c_str(), why));
+    std::filesystem::resize_file(archive, 32 * 256);
+    std::fill(bytes.begin() + 32 * 256, bytes.end(), 0);
+    ArchiveWindow window(file, 256);
+    Random random(2);
+    for (std::uint32_t reached = 0; reached < bytes.size(); reached += random.below(300)) {
+        window.reach(reached);
+        for (int i = 0; i < 20; ++i) {
+            const std::uint32_t offset = reached - random.below(std::min(reached, 512u) + 1);
+            const auto left = static_cast<std::uint32_t>(bytes.size()) - offset;
+            const std::uint32_t most = std::min(left, 255u);
+            const std::uint32_t length = i == 0 ? most : random.below(most + 1);
+            ASSERT_EQ(window.crc(offset, length), crc32_block(&bytes[offset], length))
+                << offset << ", " << length;
+        }
+    }
+}
+
 TEST_F(Velkinfo, SalvageOverwritesNothingUnasked) {
     const Bytes good = compress(to_bytes("abc"), "-e");
     write_file(output, to_bytes("dear to someone"));
