@@ -64,6 +64,17 @@ bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t co
     });
 }
 
+// Entry `number` of the index whose entries begin at `entries`. False if it can't be read.
+bool read_entry(velk_reader &reader, std::uint64_t entries, std::uint64_t number,
+                IndexEntry &entry) {
+    std::uint8_t bytes[kEntryBytes];
+    std::uint32_t got;
+    const std::uint64_t place = entries + entry_bytes(number);
+    if (!read_placed(&reader, place, bytes, kEntryBytes, got) || got != kEntryBytes) return false;
+    entry = get_entry(bytes);
+    return true;
+}
+
 // What the memory limit leaves when these bytes have been taken.
 std::uint64_t left_of_limit(const velk_reader &reader, std::uint64_t taken) {
     return reader.options.memory_limit - std::min(reader.options.memory_limit, taken);
@@ -187,12 +198,8 @@ velk_status fill_window(velk_reader &reader, std::uint64_t end, std::uint64_t si
 velk_status add_backwards(velk_reader &reader, const IndexedMember &member) {
     std::uint64_t record = member.entries - kRecordHeadBytes; // the one behind the last
     for (std::uint64_t i = member.sum.records; i-- > 0;) {
-        std::uint8_t bytes[kEntryBytes];
-        std::uint32_t got;
-        if (!read_placed(&reader, member.entries + entry_bytes(i), bytes, kEntryBytes, got) ||
-            got != kEntryBytes)
-            return VELK_ERROR_READ;
-        const IndexEntry entry = get_entry(bytes);
+        IndexEntry entry;
+        if (!read_entry(reader, member.entries, i, entry)) return VELK_ERROR_READ;
         record -= kRecordHeadBytes + entry.data_len;
         const velk_block block = {
             record,          0, member.offset, kRecordHeadBytes + entry.data_len, entry.block_len,
@@ -283,12 +290,8 @@ velk_status walk_member(velk_reader &reader, Blocks &blocks, std::uint64_t &offs
         if (found == ArchiveStatus::kReadFailed) return VELK_ERROR_READ;
         if (found == ArchiveStatus::kGood && indexed.offset == offset) {
             for (std::uint64_t i = 0; i < records; ++i) {
-                std::uint8_t bytes[kEntryBytes];
-                std::uint32_t got;
-                if (!read_placed(&reader, entries + entry_bytes(i), bytes, kEntryBytes, got) ||
-                    got != kEntryBytes)
-                    return VELK_ERROR_READ;
-                const IndexEntry entry = get_entry(bytes);
+                IndexEntry entry;
+                if (!read_entry(reader, entries, i, entry)) return VELK_ERROR_READ;
                 velk_block &block = blocks.entries[first + i];
                 if (block.record_size != kRecordHeadBytes + entry.data_len)
                     return damaged(ArchiveStatus::kIndexDamaged, VELK_PART_INDEX);

@@ -10,8 +10,7 @@ namespace {
 
 constexpr char kIndexMagic[] = "VELKindx";
 constexpr std::uint32_t kIndexMagicBytes = sizeof kIndexMagic - 1;
-constexpr std::uint32_t kCovered = 12; // bytes of the footer under the index CRC
-static_assert(kCovered + kCrcBytes + kIndexMagicBytes == kFooterBytes);
+static_assert(kFooterCovered + kCrcBytes + kIndexMagicBytes == kFooterBytes);
 
 } // namespace
 
@@ -49,13 +48,13 @@ void put_footer(std::uint8_t *footer, const IndexSum &sum) {
     put_u32(footer, static_cast<std::uint32_t>(sum.size));
     put_u32(footer + 4, static_cast<std::uint32_t>(sum.size >> 32));
     put_u32(footer + 8, sum.records);
-    put_u32(footer + kCovered, crc32_append(sum.crc, footer, kCovered));
-    std::memcpy(footer + kCovered + kCrcBytes, kIndexMagic, kIndexMagicBytes);
+    put_u32(footer + kFooterCovered, crc32_append(sum.crc, footer, kFooterCovered));
+    std::memcpy(footer + kFooterCovered + kCrcBytes, kIndexMagic, kIndexMagicBytes);
 }
 
 bool get_footer(const std::uint8_t *bytes, Footer &footer) {
-    footer = {get_u64(bytes), get_u32(bytes + 8), get_u32(bytes + kCovered)};
-    return std::memcmp(bytes + kCovered + kCrcBytes, kIndexMagic, kIndexMagicBytes) == 0;
+    footer = {get_u64(bytes), get_u32(bytes + 8), get_u32(bytes + kFooterCovered)};
+    return std::memcmp(bytes + kFooterCovered + kCrcBytes, kIndexMagic, kIndexMagicBytes) == 0;
 }
 
 } // namespace velk

@@ -21,6 +21,7 @@ namespace velk {
 
 constexpr std::uint32_t kEntryBytes = 12;
 constexpr std::uint32_t kFooterBytes = 24;
+constexpr std::uint32_t kFooterCovered = 12; // bytes of the footer under the index CRC
 
 // Bytes of the entries of so many records.
 [[nodiscard]] constexpr std::uint64_t entry_bytes(std::uint64_t records) {

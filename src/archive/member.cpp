@@ -47,6 +47,7 @@ bool has_index(const ByteSource &source, const Member &member, const std::uint8_
         std::memcpy(last + kept, more + count - (kFooterBytes - kept), kFooterBytes - kept);
     };
     shift_in(start, got);
+    static_assert(kFirstRecord <= kFooterBytes); // `got` is no more
     std::uint64_t left = entry_bytes(member.sum.records) + kFooterBytes - got;
     for (found = true; left != 0 && got != 0; left -= got) {
         const auto count = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, kChunkBytes));

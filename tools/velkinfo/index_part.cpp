@@ -40,9 +40,10 @@ bool find_part(ArchiveFile &archive, std::uint64_t end, IndexedPart &part) {
     part.whole = find_indexed(places_of(archive), end, member) == ArchiveStatus::kGood;
     if (part.whole) return true;
     // The header's CRC, as the index CRC has it: what is behind it taken off, x^-n times.
-    std::uint32_t header_crc = footer.crc ^ crc32_append(sum.crc, last, 12);
+    std::uint32_t header_crc = footer.crc ^ crc32_append(sum.crc, last, kFooterCovered);
     const std::uint64_t period = UINT32_MAX; // of x
-    header_crc = crc32_multiply(header_crc, crc32_power(period - 8 * (index_bytes + 12) % period));
+    header_crc = crc32_multiply(header_crc,
+                                crc32_power(period - 8 * (index_bytes + kFooterCovered) % period));
     std::uint8_t head[kRecordHeadBytes];
     std::uint32_t length;
     // Bytes are missing, or too many, behind the start of the archive.
