@@ -17,17 +17,26 @@
 // index. Archives in a row are an archive of the originals in a row, its members; `VELK d`
 // restores the first one.
 //
+// Blocks of an archive with an index end where the content changes, from text to sound or from code
+// to tables, where that makes it smaller and blocks may have 1 MiB and more. The level chooses the
+// block size and, at 9, whether blocks are also joined and split by trying what is smaller:
+//
+//   level         1      2      3      4     5     6     7     8          9
+//   block size    128K   256K   512K   1M    2M    4M    8M    16383K     16383K
+//
 // Memory for blocks of N bytes, in bytes and KiB of 1024 bytes:
 //
 //                         one thread          each of several threads
 //   compression           8.5 N + 776 KiB     10.5 N + 777 KiB
+//   the same, level 9     10.5 N + 802 KiB    12.5 N + 829 KiB
 //   restoring             5 N + 334 KiB       7 N + 335 KiB
 //   restoring, ST on      2 N + 8259 KiB      4 N + 8260 KiB
 //
 // With the ST on, compression takes at least 4.5 N + 8966 KiB, or 6.5 N + 8967 KiB for each of
-// several threads. The index takes 12 bytes a block, and as many spare ones, while it is
-// written. Compressing a stream of unknown size takes a block size and a byte more, once. An
-// encoder, a decoder and a reader take what one thread takes.
+// several threads. Compressing takes a block size and a byte more, once, twice that at level 9, and
+// 1283 KiB where blocks may end early. The index takes 12 bytes a block, and as many spare ones,
+// while it is written. An encoder, a decoder and a reader take what one thread takes, the encoder
+// that of compression below level 9.
 #ifndef VELK_H
 #define VELK_H
 
@@ -77,6 +86,7 @@ enum {
 
 #define VELK_MIN_BLOCK_SIZE 131072u   // 128 KiB
 #define VELK_MAX_BLOCK_SIZE 16776192u // 16383 KiB
+#define VELK_MAX_LEVEL 9u
 #define VELK_MAX_THREADS 256u
 #define VELK_HEADER_SIZE 18u     // bytes before the first record of an archive
 #define VELK_RECORD_HEAD_SIZE 5u // bytes of a record before its data
@@ -91,7 +101,7 @@ enum {
 // them, and the reader only `memory_limit`.
 typedef struct velk_options {
     uint32_t block_size;      // bytes: VELK_MIN_BLOCK_SIZE to VELK_MAX_BLOCK_SIZE, a multiple
-                              // of 1024; 0: 2 MiB. With an index at most 16382 KiB are used
+                              // of 1024; 0: the level's. With an index at most 16382 KiB are used
     uint32_t threads;         // at most so many work; 0: one a processor; above
                               // VELK_MAX_THREADS: VELK_MAX_THREADS
     uint64_t memory_limit;    // bytes; 0: none. Where it is too low for the threads,
@@ -99,8 +109,9 @@ typedef struct velk_options {
     uint8_t stages_off;       // VELK_OFF_...; of BWT and ST at least one. Default: ST
     uint8_t fixed_block_size; // 1: `block_size` even for a shorter input
     uint8_t no_fallback;      // 1: sorting and coding are kept even where they do not pay
-    uint8_t plain;            // 1: no index
-    uint8_t reserved[44];     // 0
+    uint8_t plain;            // 1: no index, and all blocks but the last are full
+    uint8_t level;            // 1 to VELK_MAX_LEVEL; 0: 5. See above
+    uint8_t reserved[43];     // 0
 } velk_options;
 
 VELK_API void velk_options_init(velk_options *options);
@@ -183,8 +194,8 @@ typedef struct velk_stream {
 
 // Compresses `input_size` bytes of the stream, and reads no more than them. Fewer:
 // VELK_ERROR_READ, after the blocks that there were. VELK_SIZE_UNKNOWN: all up to the end
-// of the input. An input that then fits into one block gives the archive of a known size;
-// of a longer one, machine code comes out up to 0.3 % larger than with its size known.
+// of the input. That gives the archive of a known size; only a plain one, of more than a block of
+// machine code, may differ.
 //
 // Errors come in the order of the blocks, as if one thread did all: what was written before
 // is the beginning of the archive. Threads that can't be had, and memory for them, only
@@ -277,9 +288,9 @@ VELK_API velk_status velk_read_header(const void *header, velk_options *options)
 typedef struct velk_encoder velk_encoder;
 
 // For blocks of an input of `input_size` bytes. For a size not yet known give an estimate of
-// at least a block size, or VELK_SIZE_UNKNOWN: an estimate that is far off makes archives of
-// machine code larger, and nothing else worse. `threads` is ignored. *encoder: null after an
-// error.
+// at least a block size, or VELK_SIZE_UNKNOWN: with `plain`, an estimate that is far off makes
+// archives of machine code larger, and nothing else worse. `threads`, and what level 9 tries, are
+// left out. *encoder: null after an error.
 VELK_API velk_status velk_encoder_new(velk_encoder **encoder, const velk_options *options,
                                       uint64_t input_size);
 VELK_API void velk_encoder_free(velk_encoder *encoder);

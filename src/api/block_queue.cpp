@@ -1,6 +1,7 @@
 #include "api/block_queue.h"
 
 #include "api/threads.h"
+#include "api/trials.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@ namespace velk {
 struct Worker {
     BlockQueue *queue;
     CoderContext context;
+    std::uint8_t *trials; // memory for them; null: there are none
     pthread_t thread;
     Slot slots[2];
     Worker *next;
@@ -17,11 +19,15 @@ struct Worker {
 
 namespace {
 
-void code_in(const Coder &coder, CoderContext &context, Slot &slot) {
-    slot.whole = code_data(coder, context, slot.data, slot.length, slot.bytes_in, slot.entry);
-    if (!slot.whole) return;
-    std::memcpy(slot.data, context.buf_out, context.out_len);
-    slot.length = context.out_len;
+std::uint32_t slot_room(std::uint32_t block_size, bool tries) {
+    return tries ? results_room(block_size) : block_size + kBlockSlack;
+}
+
+void code_in(Worker &worker, Slot &slot) {
+    const std::uint8_t *const results =
+        code_blocks(*worker.queue->coder, worker.context, worker.trials, slot.data, slot.blocks);
+    slot.whole = results != nullptr;
+    if (slot.whole) std::memcpy(slot.data, results, slot.blocks.length);
 }
 
 void *work(void *argument) {
@@ -35,7 +41,7 @@ void *work(void *argument) {
         Slot *const slot = queue.waiting;
         queue.waiting = slot->next;
         pthread_mutex_unlock(&queue.mutex);
-        code_in(*queue.coder, worker.context, *slot);
+        code_in(worker, *slot);
         pthread_mutex_lock(&queue.mutex);
         slot->done = true;
         pthread_cond_signal(&queue.coded);
@@ -46,12 +52,14 @@ void *work(void *argument) {
 
 // Takes over the context's memory if it returns true.
 bool add_worker(BlockQueue &queue, const CoderContext &context) {
-    const std::size_t room = context.capacity;
+    const std::size_t room = slot_room(queue.block_size, queue.tries);
     Worker *const worker = static_cast<Worker *>(std::calloc(1, sizeof(Worker)));
-    std::uint8_t *const data = static_cast<std::uint8_t *>(std::malloc(2 * room));
+    std::uint8_t *const data = static_cast<std::uint8_t *>(
+        std::malloc(static_cast<std::size_t>(worker_bytes(queue.block_size, queue.tries))));
     if (worker != nullptr && data != nullptr) {
         worker->queue = &queue;
         worker->context = context;
+        worker->trials = queue.tries ? data + 2 * room : nullptr;
         if (start_thread(worker->thread, work, worker)) {
             worker->next = queue.workers;
             queue.workers = worker;
@@ -70,9 +78,14 @@ bool add_worker(BlockQueue &queue, const CoderContext &context) {
 
 } // namespace
 
-bool open_queue(BlockQueue &queue, const Coder &coder, const CoderContext &first,
+std::uint64_t worker_bytes(std::uint32_t block_size, bool tries) {
+    return 2 * std::uint64_t{slot_room(block_size, tries)} + (tries ? trials_room(block_size) : 0);
+}
+
+bool open_queue(BlockQueue &queue, const Coder &coder, const CoderContext &first, bool tries,
                 std::uint32_t max_workers) {
     queue.coder = &coder;
+    queue.tries = tries;
     queue.model.settings = first.settings;
     queue.model.file_size = first.file_size;
     queue.block_size = block_size_of(first);

@@ -17,12 +17,11 @@
 
 namespace velk {
 
-// A block on its way: what it was read as, then what it became.
+// A block, or several together, on the way: what was read, then what it became.
 struct Slot {
-    std::uint8_t *data;     // `capacity` bytes
-    std::uint32_t length;   // bytes in `data`
-    std::uint64_t bytes_in; // of the input, up to this block's end
-    IndexEntry entry;       // what the index says of it
+    std::uint8_t *data;     // `slot_room` bytes
+    BlockGroup blocks;      // in `data`
+    std::uint64_t bytes_in; // of the input, up to their end
     bool done;              // coded, or found damaged
     bool whole;             // not damaged
     Slot *next;             // in the list of free slots, or the next block
@@ -34,6 +33,7 @@ struct BlockQueue {
     const Coder *coder = nullptr;
     CoderContext model{};         // of a worker's memory: settings and file size
     std::uint32_t block_size = 0; // bytes
+    bool tries = false;           // how to cut what a slot holds into blocks
     std::uint32_t max_workers = 0;
     std::uint32_t worker_count = 0;
     std::uint32_t under_way = 0; // blocks
@@ -53,7 +53,10 @@ struct BlockQueue {
 // Starts the first worker, which takes over `first`, the memory set up for one block.
 // Returns false, with nothing taken over and nothing to close, when there can be none.
 [[nodiscard]] bool open_queue(BlockQueue &queue, const Coder &coder, const CoderContext &first,
-                              std::uint32_t max_workers);
+                              bool tries, std::uint32_t max_workers);
+
+// Bytes of memory that a worker takes beside that of its context.
+[[nodiscard]] std::uint64_t worker_bytes(std::uint32_t block_size, bool tries);
 
 // A slot for the next block; null while all are under way. Starts another worker when all
 // have work and one can be had.

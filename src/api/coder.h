@@ -4,6 +4,7 @@
 #include "api/options.h"
 #include "archive/coder_context.h"
 #include "archive/index.h"
+#include "base/block_size.h"
 #include "velk.h"
 
 #include <cstddef>
@@ -11,21 +12,30 @@
 
 namespace velk {
 
+// Blocks, or records, in a row that one thread codes at once.
+constexpr std::uint32_t kMaxGroup = kMaxBlockSize / kMinBlockSize + 1;
+struct BlockGroup {
+    std::uint32_t length; // bytes of all of them, then of their results in a row
+    std::uint32_t count;
+    IndexEntry entries[kMaxGroup];
+};
+
 struct Coder {
     std::uint32_t (*alloc)(CoderContext &context, std::uint32_t block_size);
     void (*free)(CoderContext &context);
     // From `buf_in` to `buf_out`; false for a block that can't be restored. entry: what the
-    // index says of it. seen: bytes of the input up to the block's end; 0 if that is unknown.
-    bool (*code)(CoderContext &context, std::uint64_t seen, IndexEntry &entry);
+    // index says of it.
+    bool (*code)(CoderContext &context, IndexEntry &entry);
 };
 
-// The compressor takes a `file_size` of 0 for an unknown one, and assumes one.
+// The compressor takes a `file_size` of 0 for an unknown one: the FLT32 filter then has what
+// suits the block.
 extern const Coder kCompressor;
 extern const Coder kRestorer;
 
 // Codes the `length` bytes of `data`, as above.
 [[nodiscard]] bool code_data(const Coder &coder, CoderContext &context, const std::uint8_t *data,
-                             std::size_t length, std::uint64_t seen, IndexEntry &entry);
+                             std::size_t length, IndexEntry &entry);
 
 // Set up the context, whose members are zero: to compress an input of this size, or to restore
 // what follows the `size` bytes `start` of a member. memory_bytes: how many were taken, within

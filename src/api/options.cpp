@@ -1,5 +1,6 @@
 #include "api/options.h"
 
+#include "api/block_cut.h"
 #include "api/threads.h"
 #include "archive/index.h"
 #include "archive/memory.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <limits>
 
 namespace velk {
@@ -19,6 +21,12 @@ static_assert(VELK_ENTRY_SIZE == kEntryBytes);
 static_assert(VELK_OFF_EOL == 1 << STAGE_EOL && VELK_OFF_ST == 1 << STAGE_ST &&
               VELK_OFF_DCE == 1 << STAGE_DCE);
 
+// Block sizes by level; that of 0 is the default.
+constexpr std::uint32_t kLevelSizes[] = {kDefaultBlockSize, 128 << 10,    256 << 10, 512 << 10,
+                                         1 << 20,           2 << 20,      4 << 20,   8 << 20,
+                                         kMaxBlockSize,     kMaxBlockSize};
+static_assert(std::size(kLevelSizes) == VELK_MAX_LEVEL + 1);
+
 bool check_options(const velk_options *options, CheckedOptions &checked) {
     velk_options defaults;
     velk_options_init(&defaults);
@@ -26,14 +34,17 @@ bool check_options(const velk_options *options, CheckedOptions &checked) {
     const bool flags_hold = o.fixed_block_size <= 1 && o.no_fallback <= 1 && o.plain <= 1;
     const bool reserved_hold = std::all_of(o.reserved, o.reserved + sizeof o.reserved,
                                            [](auto byte) { return byte == 0; });
-    if (!flags_hold || !reserved_hold || o.block_size % 1024 != 0) return false;
+    if (!flags_hold || !reserved_hold || o.block_size % 1024 != 0 ||
+        o.level >= std::size(kLevelSizes))
+        return false;
 
     checked = CheckedOptions{};
     set_flags(checked.settings, o.stages_off);
     checked.settings.no_auto_block_size = o.fixed_block_size;
     checked.settings.no_fallback = o.no_fallback;
-    checked.settings.max_block_size = o.block_size == 0 ? kDefaultBlockSize : o.block_size;
+    checked.settings.max_block_size = o.block_size == 0 ? kLevelSizes[o.level] : o.block_size;
     checked.plain = o.plain != 0;
+    checked.tries = o.level == VELK_MAX_LEVEL && !checked.plain;
     checked.threads = std::min(o.threads == 0 ? processors() : o.threads, VELK_MAX_THREADS);
     checked.memory_limit =
         o.memory_limit == 0 ? std::numeric_limits<std::uint64_t>::max() : o.memory_limit;
@@ -58,6 +69,15 @@ std::uint32_t choose_block_limit(const CheckedOptions &options, std::uint64_t in
     const std::uint32_t block_size = choose_block_size(options, input_size);
     if (options.plain) return block_size;
     return std::min({options.settings.max_block_size, kMaxIndexedBlock, block_size - 1});
+}
+
+bool cuts_blocks(const CheckedOptions &options) {
+    return !options.plain && options.settings.max_block_size >= kLeastCutBlock;
+}
+
+std::uint32_t least_block(const CheckedOptions &options, std::uint64_t input_size) {
+    return cuts_blocks(options) || options.tries ? kMinBlockSize
+                                                 : choose_block_limit(options, input_size);
 }
 
 velk_status status_of(ArchiveStatus status) {
@@ -97,8 +117,8 @@ std::uint32_t velk_block_size(const velk_options *options, std::uint64_t input_s
 std::size_t velk_compress_bound(std::size_t size, const velk_options *options) {
     CheckedOptions checked;
     if (!check_options(options, checked)) return 0;
-    const std::uint32_t limit = choose_block_limit(checked, size);
-    const std::uint64_t blocks = size / limit + (size % limit != 0);
+    const std::uint32_t least = least_block(checked, size);
+    const std::uint64_t blocks = size / least + (size % least != 0);
     const std::uint64_t record_overhead = kRecordHeadBytes + data_overhead(checked.settings);
     // At most 2^64 / 2^17 blocks, and less than 2^7 bytes for each.
     std::uint64_t bound = blocks * (record_overhead + (checked.plain ? 0 : kEntryBytes)) +

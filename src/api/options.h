@@ -12,6 +12,7 @@ namespace velk {
 struct CheckedOptions {
     Settings settings;
     bool plain;
+    bool tries;                 // how to cut the input into blocks
     std::uint32_t threads;      // 1 to VELK_MAX_THREADS
     std::uint64_t memory_limit; // bytes
 };
@@ -27,6 +28,10 @@ struct CheckedOptions {
                                               std::uint64_t input_size);
 [[nodiscard]] std::uint32_t choose_block_limit(const CheckedOptions &options,
                                                std::uint64_t input_size);
+
+// Whether blocks end where their content changes; and the least bytes of all blocks but the last.
+[[nodiscard]] bool cuts_blocks(const CheckedOptions &options);
+[[nodiscard]] std::uint32_t least_block(const CheckedOptions &options, std::uint64_t input_size);
 
 // What a caller is told.
 [[nodiscard]] velk_status status_of(ArchiveStatus status);

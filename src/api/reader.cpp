@@ -140,7 +140,7 @@ velk_status decode(velk_reader &reader, const velk_block &block, std::uint64_t n
     std::uint32_t got;
     if (!read_placed(&reader, block.offset + kRecordHeadBytes, context.buf_in, context.in_len, got))
         return VELK_ERROR_READ;
-    if (got == context.in_len && kRestorer.code(context, 0, entry)) return VELK_OK;
+    if (got == context.in_len && kRestorer.code(context, entry)) return VELK_OK;
     return tell(reader, VELK_ERROR_DAMAGED, VELK_PART_BLOCK, number, block.offset);
 }
 

@@ -86,7 +86,7 @@ velk_status velk_encode_block(velk_encoder *encoder, const void *block, std::siz
     }
     CoderContext &context = encoder->context;
     IndexEntry coded;
-    if (!code_data(kCompressor, context, static_cast<const std::uint8_t *>(block), block_size, 0,
+    if (!code_data(kCompressor, context, static_cast<const std::uint8_t *>(block), block_size,
                    coded))
         return VELK_ERROR_ARGUMENT; // not of a block of this size
     Room room = {static_cast<std::uint8_t *>(record), capacity};
@@ -165,7 +165,7 @@ velk_status velk_decode_block(velk_decoder *decoder, const void *record, std::si
     const bool whole = record_size >= kRecordHeadBytes &&
                        parse_record_head(head, context.capacity, length) == ArchiveStatus::kGood &&
                        record_size - kRecordHeadBytes == length &&
-                       code_data(kRestorer, context, head + kRecordHeadBytes, length, 0, entry);
+                       code_data(kRestorer, context, head + kRecordHeadBytes, length, entry);
     if (!whole) return VELK_ERROR_DAMAGED;
     if (context.out_len > capacity) return VELK_ERROR_SPACE;
     std::memcpy(block, context.buf_out, context.out_len);

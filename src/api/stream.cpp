@@ -1,9 +1,11 @@
 // velk_compress_stream and velk_decompress_stream: all blocks of a stream, from its reading end,
 // through one thread or several, to its writing end.
 #include "api/block_queue.h"
+#include "api/block_reader.h"
 #include "api/coder.h"
 #include "api/growth.h"
 #include "api/read_fully.h"
+#include "api/trials.h"
 #include "archive/member.h"
 
 #include <algorithm>
@@ -23,17 +25,16 @@ struct Transfer {
     CoderContext context; // of the first thread
     BlockQueue *queue;    // of several; null for one
 
-    std::uint64_t bytes_in;    // read for the blocks so far
-    std::uint64_t bytes_out;   // written
-    std::uint64_t bytes_left;  // to compress; VELK_SIZE_UNKNOWN: up to the end
-    std::uint32_t block_limit; // the most bytes of a block
-    const std::uint8_t *ahead; // what of them has been read before
-    std::uint32_t ahead_bytes;
+    std::uint64_t bytes_in;  // read for the blocks so far
+    std::uint64_t bytes_out; // written
+    std::uint8_t *trials;    // memory for those of the first thread; null: there are none
 
+    // What is read: an input's blocks, or records.
+    BlockReader reader;
+    RecordIntake intake;
     // What ended the reading: the status, or bytes that were met in place of a record.
     velk_status end;
     ArchiveStatus met;
-    RecordIntake intake;
 
     Member member;               // that is read or written
     Growing<IndexEntry> entries; // of the blocks written
@@ -45,63 +46,70 @@ struct Transfer {
 
 // Reading ------------------------------------------------------------------------
 
-std::int64_t read_part(Transfer &t, std::uint8_t *bytes, std::uint32_t size) {
-    if (t.ahead_bytes == 0) return t.stream->read(t.stream->user, bytes, size);
-    const std::uint32_t part = std::min(size, t.ahead_bytes);
-    std::memcpy(bytes, t.ahead, part);
-    t.ahead += part;
-    t.ahead_bytes -= part;
-    return part;
-}
-
 bool read_all(void *user, void *bytes, std::uint32_t count, std::uint32_t &got) {
     Transfer &t = *static_cast<Transfer *>(user);
     return read_fully(bytes, count, got, [&t](std::uint8_t *to, std::uint32_t size) {
-        return read_part(t, to, size);
+        return t.stream->read(t.stream->user, to, size);
     });
 }
 
-// What the next block is read as: a record or, as if its head had been read already, so many
-// bytes of the input.
-void begin_intake(Transfer &t, std::uint8_t *data) {
-    t.intake = {data, t.context.capacity};
-    if (!t.compresses()) return;
-    t.intake.taken = kRecordHeadBytes;
-    t.intake.length =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(t.bytes_left, t.block_limit));
+enum class Reading { kMore, kBlocks, kEnd };
+
+Reading end_reading(Transfer &t, velk_status status) {
+    t.end = status;
+    return Reading::kEnd;
 }
 
-enum class Reading { kMore, kBlock, kEnd };
+// Reads `wanted` bytes at most; false when that fails.
+bool read_part(Transfer &t, std::uint8_t *place, std::uint32_t wanted, std::uint32_t &got) {
+    const std::int64_t part = t.stream->read(t.stream->user, place, wanted);
+    got = static_cast<std::uint32_t>(part);
+    return part >= 0 && part <= wanted;
+}
 
-// Reads once, as much as is missing of the block at most. length: of a block that is there.
-Reading read_on(Transfer &t, std::uint32_t &length) {
-    const auto end = [&t](velk_status status) {
-        t.end = status;
-        return Reading::kEnd;
-    };
-    if (t.compresses() && t.intake.length == 0) return end(VELK_OK);
-    std::uint32_t wanted;
+// Reads once, if the block reader wants more of the input.
+Reading read_input(Transfer &t) {
+    std::uint32_t wanted, got;
+    std::uint8_t *const place = next_input(t.reader, wanted);
+    if (wanted == 0) return Reading::kBlocks;
+    const bool goes_on = read_part(t, place, wanted, got) && take_input(t.reader, got);
+    return goes_on ? Reading::kMore : end_reading(t, VELK_ERROR_READ);
+}
+
+// Reads once, as much as is missing of the record at most.
+Reading read_record(Transfer &t, BlockGroup &record) {
+    std::uint32_t wanted, got;
     std::uint8_t *const place = next_place(t.intake, wanted);
-    const std::int64_t got = read_part(t, place, wanted);
-    if (got < 0 || got > wanted) return end(VELK_ERROR_READ);
-    const ArchiveStatus status = take_in(t.intake, static_cast<std::uint32_t>(got));
+    if (!read_part(t, place, wanted, got)) return end_reading(t, VELK_ERROR_READ);
+    const ArchiveStatus status = take_in(t.intake, got);
     if (status == ArchiveStatus::kMore) return Reading::kMore;
-    length = t.intake.taken - kRecordHeadBytes;
-    if (t.compresses()) {
-        if (status != ArchiveStatus::kGood && t.bytes_left != VELK_SIZE_UNKNOWN)
-            return end(VELK_ERROR_READ);
-        if (length == 0) return end(VELK_OK);
-        if (t.bytes_left != VELK_SIZE_UNKNOWN) t.bytes_left -= length;
-        t.bytes_in += length;
-        return Reading::kBlock;
-    }
-    if (status == ArchiveStatus::kBlockCut) return end(VELK_ERROR_DAMAGED);
+    if (status == ArchiveStatus::kBlockCut) return end_reading(t, VELK_ERROR_DAMAGED);
     if (status != ArchiveStatus::kGood) {
         t.met = status;
-        return end(VELK_OK);
+        return end_reading(t, VELK_OK);
     }
     t.bytes_in += t.intake.taken;
-    return Reading::kBlock;
+    record.count = 1;
+    record.length = t.intake.taken - kRecordHeadBytes;
+    return Reading::kBlocks;
+}
+
+// The next record will be read into `place`. (The blocks of an input stand in the reader.)
+void begin_reading(Transfer &t, std::uint8_t *place) {
+    t.intake = {place, t.context.capacity};
+}
+
+// Reads once. data: of the blocks, or of the record, once they are there.
+Reading read_on(Transfer &t, const std::uint8_t *&data, BlockGroup &blocks) {
+    if (!t.compresses()) {
+        data = t.intake.data;
+        return read_record(t, blocks);
+    }
+    const Reading reading = read_input(t);
+    if (reading != Reading::kBlocks) return reading;
+    data = give_blocks(t.reader, blocks);
+    t.bytes_in += blocks.length;
+    return blocks.count != 0 ? reading : end_reading(t, VELK_OK);
 }
 
 // Writing ------------------------------------------------------------------------
@@ -127,16 +135,16 @@ velk_status tell_progress(Transfer &t, std::uint64_t bytes_in) {
 }
 
 // Writes a block's result and tells of it. bytes_in: of the input, up to this block's end.
-velk_status put(Transfer &t, const std::uint8_t *result, std::uint32_t length,
-                const IndexEntry &entry, std::uint64_t bytes_in) {
+velk_status put_block(Transfer &t, const std::uint8_t *result, const IndexEntry &entry,
+                      std::uint64_t bytes_in) {
     if (!t.compresses()) {
         if (!add_block(t.member, entry)) return VELK_ERROR_DAMAGED;
-        if (!write_all(&t, result, length)) return VELK_ERROR_WRITE;
+        if (!write_all(&t, result, entry.block_len)) return VELK_ERROR_WRITE;
     } else {
         if (!t.options.plain && !add_entry(t.member.sum, entry)) return VELK_ERROR_ARGUMENT;
         if (!t.options.plain && !append(t.entries, entry, t.entries_limit))
             return VELK_ERROR_MEMORY;
-        if (write_record({&t, write_all}, result, length) == 0) return VELK_ERROR_WRITE;
+        if (write_record({&t, write_all}, result, entry.data_len) == 0) return VELK_ERROR_WRITE;
     }
     ++t.report.blocks;
     t.report.size += entry.block_len;
@@ -144,12 +152,26 @@ velk_status put(Transfer &t, const std::uint8_t *result, std::uint32_t length,
     return tell_progress(t, bytes_in);
 }
 
+// bytes_in: of the input, up to the end of the blocks, or of the one record.
+velk_status put(Transfer &t, const std::uint8_t *results, const BlockGroup &blocks,
+                std::uint64_t bytes_in) {
+    for (std::uint32_t i = 1; i < blocks.count; ++i)
+        bytes_in -= blocks.entries[i].block_len;
+    for (std::uint32_t i = 0; i < blocks.count; ++i) {
+        if (i != 0) bytes_in += blocks.entries[i].block_len;
+        const velk_status status = put_block(t, results, blocks.entries[i], bytes_in);
+        if (status != VELK_OK) return status;
+        results += blocks.entries[i].data_len;
+    }
+    return VELK_OK;
+}
+
 // Writes the blocks that are done. wait: for at least one, if any are under way.
 velk_status put_done(Transfer &t, bool wait) {
     velk_status status = VELK_OK;
     while (Slot *const done = oldest_done(*t.queue, wait)) {
-        status = done->whole ? put(t, done->data, done->length, done->entry, done->bytes_in)
-                             : VELK_ERROR_DAMAGED;
+        status =
+            done->whole ? put(t, done->data, done->blocks, done->bytes_in) : VELK_ERROR_DAMAGED;
         if (status != VELK_OK) break;
         retire(*t.queue, done);
         wait = false;
@@ -173,30 +195,34 @@ velk_status write_index(Transfer &t) {
 
 velk_status transfer_alone(Transfer &t) {
     CoderContext &context = t.context;
+    BlockGroup blocks;
     for (;;) {
-        begin_intake(t, context.buf_in);
+        begin_reading(t, context.buf_in);
+        const std::uint8_t *data = nullptr;
         Reading reading = Reading::kMore;
         while (reading == Reading::kMore)
-            reading = read_on(t, context.in_len);
+            reading = read_on(t, data, blocks);
         if (reading == Reading::kEnd) return t.end;
-        IndexEntry entry;
-        if (!t.coder->code(context, t.bytes_in, entry)) return VELK_ERROR_DAMAGED;
-        const velk_status status = put(t, context.buf_out, context.out_len, entry, t.bytes_in);
+        const std::uint8_t *const results = code_blocks(*t.coder, context, t.trials, data, blocks);
+        if (results == nullptr) return VELK_ERROR_DAMAGED;
+        const velk_status status = put(t, results, blocks, t.bytes_in);
         if (status != VELK_OK) return status;
     }
 }
 
-// Blocks that are done are written while the next one comes piece by piece. What ends the
+// Blocks that are done are written while the next ones come piece by piece. What ends the
 // reading counts when the blocks before it have been written.
 velk_status transfer_by_queue(Transfer &t) {
     BlockQueue &queue = *t.queue;
-    Slot *slot = nullptr; // that the next block is read into
-    for (Reading reading = Reading::kBlock; reading != Reading::kEnd || queue.under_way != 0;) {
-        if (reading == Reading::kBlock && (slot = free_slot(queue)) != nullptr)
-            begin_intake(t, slot->data);
+    Slot *slot = nullptr; // for the next blocks
+    for (Reading reading = Reading::kBlocks; reading != Reading::kEnd || queue.under_way != 0;) {
+        if (reading == Reading::kBlocks && (slot = free_slot(queue)) != nullptr)
+            begin_reading(t, slot->data);
         const bool reads = reading != Reading::kEnd && slot != nullptr;
-        if (reads) reading = read_on(t, slot->length);
-        if (reads && reading == Reading::kBlock) {
+        const std::uint8_t *data = nullptr;
+        if (reads) reading = read_on(t, data, slot->blocks);
+        if (reads && reading == Reading::kBlocks) {
+            if (data != slot->data) std::memcpy(slot->data, data, slot->blocks.length);
             slot->bytes_in = t.bytes_in;
             submit(queue, slot);
         }
@@ -211,12 +237,13 @@ velk_status transfer_by_queue(Transfer &t) {
 // so many, at least the one whose memory, `memory_bytes`, has been taken. `close` gives it back.
 void open_threads(Transfer &t, BlockQueue &queue, std::uint32_t memory_bytes, std::uint64_t reserve,
                   bool one_block) {
-    const std::uint64_t each = memory_bytes + 2 * std::uint64_t{t.context.capacity};
+    const std::uint32_t block_size = block_size_of(t.context);
+    const std::uint64_t each = memory_bytes + worker_bytes(block_size, t.options.tries);
     const std::uint64_t limit = t.options.memory_limit;
     const auto threads = static_cast<std::uint32_t>(
         std::min<std::uint64_t>(t.options.threads, (limit - std::min(limit, reserve)) / each));
-    const bool several =
-        threads > 1 && !one_block && open_queue(queue, *t.coder, t.context, threads);
+    const bool several = threads > 1 && !one_block &&
+                         open_queue(queue, *t.coder, t.context, t.options.tries, threads);
     t.queue = several ? &queue : nullptr;
     t.entries_limit = limit - (several ? threads * each : memory_bytes);
 }
@@ -235,26 +262,35 @@ velk_status transfer_blocks(Transfer &t) {
 
 // Compression --------------------------------------------------------------------
 
-velk_status compress(Transfer &t, std::uint64_t input_size) {
+// Writes header, blocks and index of the input that the reader has been opened for.
+velk_status write_member(Transfer &t, std::uint64_t input_size) {
     const CheckedOptions &options = t.options;
     std::uint32_t memory_bytes;
     velk_status status = open_compressor(t.context, options, input_size, memory_bytes);
     if (status != VELK_OK) return status;
-    t.bytes_left = input_size;
-    t.block_limit = choose_block_limit(options, input_size);
     // For an array of entries that doubles; of an input of unknown size for 90 GB in blocks of
     // 2 MiB, at least.
+    const std::uint32_t least = least_block(options, input_size);
     const std::uint64_t reserve = input_size == VELK_SIZE_UNKNOWN
                                       ? 1 << 20
-                                      : (input_size / t.block_limit + 8) * 2 * sizeof(IndexEntry);
+                                      : (input_size / least + 8) * 2 * sizeof(IndexEntry);
     BlockQueue queue;
-    open_threads(t, queue, memory_bytes, options.plain ? 0 : reserve, input_size <= t.block_limit);
+    open_threads(t, queue, memory_bytes, options.plain ? 0 : reserve, input_size <= least);
+    const std::uint32_t trials_bytes = trials_room(block_size_of(t.context));
+    if (options.tries && t.queue == nullptr) {
+        if (trials_bytes <= t.entries_limit)
+            t.trials = static_cast<std::uint8_t *>(std::malloc(trials_bytes));
+        if (t.trials == nullptr) status = VELK_ERROR_MEMORY;
+        t.entries_limit -= trials_bytes;
+    }
     std::uint8_t start[kFirstRecord];
     put_start(start, options.settings, block_size_of(t.context));
     t.member = start_member(start, block_size_of(t.context));
     t.report.block_size = told_block_size(block_size_of(t.context));
-    status = write_all(&t, start, kFirstRecord) ? transfer_blocks(t) : VELK_ERROR_WRITE;
+    if (status == VELK_OK)
+        status = write_all(&t, start, kFirstRecord) ? transfer_blocks(t) : VELK_ERROR_WRITE;
     close_threads(t);
+    std::free(t.trials);
     if (status == VELK_OK && !options.plain) status = write_index(t);
     std::free(t.entries.entries);
     if (status != VELK_OK) return status;
@@ -264,22 +300,18 @@ velk_status compress(Transfer &t, std::uint64_t input_size) {
     return options.plain ? VELK_OK : tell_progress(t, t.bytes_in);
 }
 
-// A block and a byte of the input are read ahead: what ends within the block is an input
-// of known size.
-velk_status compress_unknown(Transfer &t) {
-    const std::uint32_t most = choose_block_limit(t.options, VELK_SIZE_UNKNOWN) + 1;
-    if (t.options.memory_limit < most) return VELK_ERROR_MEMORY;
-    std::uint8_t *const ahead = static_cast<std::uint8_t *>(std::malloc(most));
-    if (ahead == nullptr) return VELK_ERROR_MEMORY;
-    std::uint32_t got;
-    velk_status status = VELK_ERROR_READ;
-    if (read_all(&t, ahead, most, got)) {
-        t.ahead = ahead;
-        t.ahead_bytes = got;
-        t.options.memory_limit -= most;
-        status = compress(t, got < most ? got : VELK_SIZE_UNKNOWN);
-    }
-    std::free(ahead);
+velk_status compress(Transfer &t, std::uint64_t input_size) {
+    const std::uint64_t bytes = reader_bytes(t.options, input_size);
+    if (bytes > t.options.memory_limit || !open_reader(t.reader, t.options, input_size))
+        return VELK_ERROR_MEMORY;
+    t.options.memory_limit -= bytes;
+    // What ends within the window is an input of known size.
+    Reading reading = input_size == VELK_SIZE_UNKNOWN ? Reading::kMore : Reading::kBlocks;
+    while (reading == Reading::kMore)
+        reading = read_input(t);
+    if (t.reader.left == 0) input_size = t.reader.end;
+    const velk_status status = reading == Reading::kEnd ? t.end : write_member(t, input_size);
+    close_reader(t.reader);
     return status;
 }
 
@@ -359,8 +391,7 @@ velk_status velk_compress_stream(const velk_options *options, const velk_stream 
     if (!usable(stream) || !check_options(options, transfer.options)) return VELK_ERROR_ARGUMENT;
     transfer.stream = stream;
     transfer.coder = &kCompressor;
-    return finish(transfer, input_size == VELK_SIZE_UNKNOWN ? compress_unknown(transfer)
-                                                            : compress(transfer, input_size));
+    return finish(transfer, compress(transfer, input_size));
 }
 
 velk_status velk_decompress_stream(const velk_options *options, const velk_stream *stream) {
@@ -368,5 +399,6 @@ velk_status velk_decompress_stream(const velk_options *options, const velk_strea
     if (!usable(stream) || !check_options(options, transfer.options)) return VELK_ERROR_ARGUMENT;
     transfer.stream = stream;
     transfer.coder = &kRestorer;
+    transfer.options.tries = false;
     return finish(transfer, restore(transfer));
 }

@@ -100,9 +100,18 @@ std::uint32_t record_size(const Statistics &statistics, std::uint32_t n) {
 
 } // namespace
 
+std::uint32_t find_record_size(const std::uint8_t *bytes, std::uint32_t n,
+                               std::uint32_t (&same_before)[kMaxRecord + 1]) {
+    if (n < kMinBlock) return 0;
+    const Statistics statistics = gather(bytes, n);
+    std::copy_n(statistics.matches, kMaxRecord + 1, same_before);
+    return record_size(statistics, n);
+}
+
 void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint8_t delta_off) {
-    const std::uint32_t k = delta_off != 0 || n < kMinBlock ? 0 : record_size(gather(in, n), n);
+    std::uint32_t same_before[kMaxRecord + 1];
+    const std::uint32_t k = delta_off != 0 ? 0 : find_record_size(in, n, same_before);
     if (k == 0) return pass_on(in, n, out, out_len);
     std::uint8_t *next = out;
     for (std::uint32_t channel = 0; channel < k; ++channel) {

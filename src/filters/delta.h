@@ -15,6 +15,11 @@ namespace velk {
 
 constexpr std::uint32_t kDeltaTrailerBytes = 1;
 
+// The record size k of `n` bytes, 0 where the filter would not apply. same_before: how many bytes
+// equal the one k before, for k = 0 to 4 (0 for k = 0).
+[[nodiscard]] std::uint32_t find_record_size(const std::uint8_t *bytes, std::uint32_t n,
+                                             std::uint32_t (&same_before)[5]);
+
 // The buffers must have room for n + 1 bytes; the block in `in` is not altered.
 void delta_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint8_t delta_off);

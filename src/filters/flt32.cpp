@@ -1,7 +1,11 @@
 #include "filters/flt32.h"
 
 #include "base/byte_order.h"
+#include "base/bytes.h"
 #include "pipeline/stage.h"
+
+#include <algorithm>
+#include <bit>
 
 namespace velk {
 namespace {
@@ -25,7 +29,42 @@ void copy_converted(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, 
     }
 }
 
+bool is_text(std::uint32_t zeros, std::uint32_t spaces) {
+    return spaces > zeros;
+}
+
 } // namespace
+
+CallStatistics find_calls(const std::uint8_t *block, std::uint32_t n) {
+    constexpr std::uint32_t kLikelyBits = 24, kMaxReachBits = 29;
+    const auto counts = count_bytes(block, n);
+    std::uint32_t zeros = counts[0], spaces = counts[' '], all = 0;
+    std::uint32_t calls[33] = {}; // by the bits of how far from the start they go
+    std::uint32_t inside = 0;     // of those that stay in the block
+    for (std::uint32_t p = 0; (p = find_byte(block, p, n, kCall)) + kOperandBytes < n;
+         p += 1 + kOperandBytes) {
+        for (std::uint32_t i = 1; i <= kOperandBytes; ++i) {
+            zeros -= block[p + i] == 0;
+            spaces -= block[p + i] == ' ';
+        }
+        const std::uint32_t target = get_u32(block + p + 1) + p;
+        ++calls[std::bit_width(std::min(target, 0 - target))];
+        inside += target < n;
+        ++all;
+    }
+    CallStatistics found = {};
+    std::uint32_t sum = 0, within_reach = 0;
+    for (std::uint32_t bits = 0; bits <= kMaxReachBits; ++bits) {
+        sum += calls[bits];
+        if (bits == kLikelyBits) found.is_code = !is_text(zeros, spaces) && sum >= n / 400;
+        // Is this more than one in 50, and than twice of what random operands would give?
+        if (calls[bits] <= sum / 50 || calls[bits] <= all >> (31 - bits)) continue;
+        found.reach = 1u << bits;
+        within_reach = sum;
+    }
+    if (inside >= within_reach - within_reach / 50) found.reach = 0;
+    return found;
+}
 
 void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uint32_t &out_len,
                   std::uint32_t file_size, std::uint8_t flt32_off) {
@@ -47,7 +86,7 @@ void flt32_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::u
             zeros += byte == 0;
             spaces += byte == ' ';
         });
-    if (spaces > zeros) return pass_on(in, n, out, out_len);
+    if (is_text(zeros, spaces)) return pass_on(in, n, out, out_len);
     put_u32(out + n, base);
     put_u32(out + n + 4, range);
     out[n + 8] = 1;

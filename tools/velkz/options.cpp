@@ -29,8 +29,10 @@ constexpr const char *kHelp =
     "  -f, --force              overwrite; read links and devices too\n"
     "      --range OFFSET:LENGTH  with -d: only these bytes of the original\n"
     "\n"
-    "  -b, --block-size SIZE    128K to 16383K, 2M by default: larger is smaller\n"
-    "  -9                       the same as -b 16383K\n"
+    "  -1 .. -9                 level: blocks of 128K, 256K, 512K, 1M, 2M (-5, the default),\n"
+    "                           4M, 8M, 16383K (-8); -9: and try what is smaller\n"
+    "      --fast, --best       -1, -9\n"
+    "  -b, --block-size SIZE    128K to 16383K, in place of the level's\n"
     "      --plain              no index: the archive that VELK writes\n"
     "  -T, --threads N          0, the default: one for each processor\n"
     "  -M, --memory-limit SIZE  use no more memory, and fewer threads for it\n"
@@ -59,6 +61,8 @@ constexpr option kLongOptions[] = {
     {"rm", no_argument, nullptr, kRemove},
     {"force", no_argument, nullptr, 'f'},
     {"range", required_argument, nullptr, kRange},
+    {"fast", no_argument, nullptr, '1'},
+    {"best", no_argument, nullptr, '9'},
     {"block-size", required_argument, nullptr, 'b'},
     {"threads", required_argument, nullptr, 'T'},
     {"memory-limit", required_argument, nullptr, 'M'},
@@ -169,7 +173,8 @@ bool apply(int letter, const char *text, Options &options, Status &status) {
         if (s.letter == letter) options.*s.member = s.value;
     }
     if (letter == kPlain) options.library.plain = 1;
-    if (letter == '9') options.library.block_size = VELK_MAX_BLOCK_SIZE;
+    if (letter >= '1' && letter <= '9')
+        options.library.level = static_cast<std::uint8_t>(letter - '0');
     if (text == nullptr) return true;
     const char *const right = apply_value(letter, text, options);
     if (right != nullptr) status = usage_error(text, right);
@@ -224,8 +229,8 @@ bool parse_options(int argument_count, char **arguments, Options &options, Statu
         arguments[0] = name;
     }
     int letter;
-    while ((letter = getopt_long(argument_count, arguments, "zdtlco:S:kfb:9T:M:qvhV", kLongOptions,
-                                 nullptr)) != -1) {
+    while ((letter = getopt_long(argument_count, arguments, "zdtlco:S:kf123456789b:T:M:qvhV",
+                                 kLongOptions, nullptr)) != -1) {
         status = kSuccess;
         if (letter == 'h') std::fputs(kHelp, stdout);
         if (letter == 'V') std::printf("velkz (VELK) %s\n", velk_version());
