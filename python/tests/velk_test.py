@@ -104,10 +104,10 @@ class Archives(unittest.TestCase):
         for threads in (1, 2, 5):
             archive = written(pieces, threads=threads, **SETTINGS)
             self.assertEqual(velk.decompress(archive), CODE)
-            self.assertEqual(archive, written([CODE], **SETTINGS))
+            self.assertEqual(archive, velk.compress(CODE, **SETTINGS))
         for data in (b"", TEXT):  # what fits into a block has its size known in the end
-            for plain in (False, True):
-                self.assertEqual(written([data], plain=plain), velk.compress(data, plain=plain))
+            for more in ({}, {"plain": True}, {"level": 9}):
+                self.assertEqual(written([data], **more), velk.compress(data, **more))
 
     def test_reads_as_any_file(self):
         # Behind other bytes, as the archive's file may stand anywhere.
@@ -233,9 +233,9 @@ class Archives(unittest.TestCase):
         for mode in ("a", "ab", "at", "rw", "rbt", "U", "rbb"):
             self.assertRaises(ValueError, velk.open, path, mode)
         for mistake in ({"block_size": 1}, {"block_size": BLOCK + 1}, {"plain": 2},
-                        {"block_size": 2**32 + BLOCK}, {"stages_off": 0}):
+                        {"block_size": 2**32 + BLOCK}, {"stages_off": 0}, {"level": 10}):
             self.assertRaises(ValueError, velk.open, path, "w", **mistake)
-        self.assertRaises(TypeError, velk.open, path, "w", level=9)
+        self.assertRaises(TypeError, velk.open, path, "w", levels=9)
         self.assertRaises(TypeError, velk.open, 3.5)
         self.assertRaises(TypeError, velk.compress, "text")
 

@@ -13,7 +13,8 @@
 
 Settings of compress, open, VelkFile and Encoder, by name:
 
-    block_size        bytes, 131072 to 16776192, a multiple of 1024; 2 MiB if not given
+    level             1 to 9, as velkz -1 to -9; 5 if not given
+    block_size        bytes, 131072 to 16776192, a multiple of 1024, in place of the level's
     fixed_block_size  true: that size even for a shorter input
     stages_off        OFF_EOL | ..., of OFF_BWT and OFF_ST at least one; OFF_ST if not given
     no_fallback       true: blocks are sorted and coded even where that does not pay

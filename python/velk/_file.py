@@ -1,8 +1,6 @@
 """Archives as files: VelkFile and open."""
 
 import builtins
-import collections
-import concurrent.futures
 import io
 import os
 import queue
@@ -11,12 +9,9 @@ import types
 import weakref
 
 from velk._library import (
-    MAX_THREADS,
-    Encoder,
     Report,
-    VelkError,
-    make_index,
-    make_options,
+    checked_options,
+    compress_stream,
     read_block,
     read_piece,
     restore_stream,
@@ -24,11 +19,6 @@ from velk._library import (
 )
 
 _PIECE = 64 * 1024  # bytes that are read at a time, of one block as most sizes of blocks are
-
-
-def _processors():
-    """How many this process may use."""
-    return len(os.sched_getaffinity(0)) if hasattr(os, "sched_getaffinity") else os.cpu_count() or 1
 
 
 class _Worker:
@@ -196,34 +186,20 @@ class _Original(io.RawIOBase):
 
 
 class _Writer:
-    """Cuts an input into blocks, has threads compress them, writes the records in order.
-
-    The last block is compressed when the input ends, by the caller's thread: it is then
-    that the size of a short input is known, and a short input needs no other thread.
-    """
+    """Hands the input to the library, which cuts and compresses it, and writes what it gives."""
 
     def __init__(self, settings):
         self.archive = None  # the file to write to
         self.position = 0
-        self._settings = settings
-        self._threads = min(make_options(settings).threads or _processors(), MAX_THREADS)
-        self._size = None
-        self._encoders = [Encoder(**settings)]  # those not at work
-        self._block_size = self._encoders[0].block_size
-        self._block = bytearray()
-        self._pool = None
-        self._records = collections.deque()  # futures of records, and entries, to be written
-        self._entries = bytearray()  # of the records written
+        self._compressor = _Worker(compress_stream, checked_options(settings))
         self._failed = False
 
     def write(self, data):
         with memoryview(data) as view, view.cast("B") as rest:
             at = 0
             while at < len(rest):
-                if len(self._block) == self._block_size:
-                    self._submit()
-                part = rest[at : at + self._block_size - len(self._block)]
-                self._block += part
+                part = rest[at : at + self._wanted()]
+                self._compressor.answer(bytes(part))
                 at += len(part)
             self.position += at
             return at
@@ -231,52 +207,25 @@ class _Writer:
     def finish(self):
         """Writes what is left; after an error, nothing, as records would be missing."""
         try:
-            if self._failed:
-                return
-            if self._pool is None:
-                self._size = self.position
-                self._encoders = [Encoder(self._size, **self._settings)]
-                self.archive.write(self._encoders[0].header)
-            while len(self._records) >= self._threads:  # none has an encoder to spare
-                self._write_oldest()
-            last = self._encode(self._block) if self._block else (b"", b"")
-            while self._records:
-                self._write_oldest()
-            self._write(*last)
-            if not self._settings.get("plain"):
-                self.archive.write(make_index(self._encoders[0].header, self._entries))
+            if not self._failed:
+                self._wanted()
+                self._compressor.answer(b"")
+                self._wanted()
         finally:
-            if self._pool is not None:
-                self._pool.shutdown(cancel_futures=True)
+            self._compressor.end()
 
-    def _submit(self):
+    def _wanted(self):
+        """How many bytes of input are wanted, once what there is of the archive is written."""
         failed, self._failed = self._failed, True
         if failed:
             raise ValueError("an earlier write to the archive failed")
-        if self._pool is None:
-            self.archive.write(self._encoders[0].header)
-            self._pool = concurrent.futures.ThreadPoolExecutor(self._threads, "velk")
-        if len(self._records) > self._threads:
-            self._write_oldest()
-        self._records.append(self._pool.submit(self._encode, self._block))
-        self._block = bytearray()
+        wanted = _returned(self._compressor.result(self._put))
         self._failed = False
+        return wanted
 
-    def _write_oldest(self):
-        self._write(*self._records.popleft().result())
-
-    def _write(self, record, entry):
-        self.archive.write(record)
-        self._entries += entry
-
-    def _encode(self, block):
-        try:
-            encoder = self._encoders.pop()
-        except IndexError:
-            encoder = Encoder(self._size, **self._settings)
-        coded = encoder.encode(block)
-        self._encoders.append(encoder)
-        return coded
+    def _put(self, piece):
+        self.archive.write(piece)
+        return True
 
 
 class VelkFile(io.BufferedIOBase):
@@ -287,8 +236,8 @@ class VelkFile(io.BufferedIOBase):
     with a "b" behind it or without. `settings` go with writing only.
 
     Reading may seek if the archive's file can: what is read costs the blocks that it lies
-    in. The blocks that are written are compressed by threads, in memory for 11 blocks each,
-    and the archive is complete when this file is closed.
+    in. What is written is compressed by threads, in memory for 11 blocks each, and the archive
+    is complete when this file is closed.
     """
 
     _file = None  # the archive's, while this one is open
@@ -299,7 +248,7 @@ class VelkFile(io.BufferedIOBase):
     def __init__(self, filename, mode="r", **settings):
         mode = mode.replace("b", "", 1) or "r"
         if mode == "a":
-            raise ValueError("an archive can't be appended to: all its blocks but one are full")
+            raise ValueError("an archive can't be appended to: its index would no longer be at its end")
         if mode not in ("r", "w", "x"):
             raise ValueError(f"Invalid mode: {mode!r}")
         if mode == "r" and settings:

@@ -35,11 +35,11 @@ OFF_DCE = 0x80
 
 HEADER_SIZE = 18
 ENTRY_SIZE = 12
-MAX_THREADS = 256
 
 _BLOCK_SLACK = 613  # bytes by which a decoded block may exceed the block size that is told
 _INDEX_SIZE = 29  # bytes beside the entries
 _SIZE_UNKNOWN = 2**64 - 1
+_LARGE_PIECE = 4096  # bytes, above which a piece is handed over at once
 _ERROR_ARGUMENT, _ERROR_MEMORY = 1, 2
 
 
@@ -56,7 +56,8 @@ class _Options(ctypes.Structure):
         ("fixed_block_size", c_uint8),
         ("no_fallback", c_uint8),
         ("plain", c_uint8),
-        ("reserved", c_uint8 * 44),
+        ("level", c_uint8),
+        ("reserved", c_uint8 * 43),
     ]
 
 
@@ -113,7 +114,15 @@ Its record is `record_size` bytes from `offset` of the archive on, its member's 
 `header`. `crc` is what zlib.crc32 gives for the block, where `indexed` is not 0.
 """
 
-_SETTINGS = ("block_size", "threads", "stages_off", "fixed_block_size", "no_fallback", "plain")
+_SETTINGS = (
+    "block_size",
+    "threads",
+    "stages_off",
+    "fixed_block_size",
+    "no_fallback",
+    "plain",
+    "level",
+)
 
 
 def _load():
@@ -162,6 +171,9 @@ _compress_bound = _declare("velk_compress_bound", c_size_t, _options_pointer, re
 _compress = _declare_status("velk_compress", _options_pointer, *_coding)
 _decompress_bound = _declare_status("velk_decompress_bound", c_char_p, c_size_t, POINTER(c_uint64))
 _decompress = _declare_status("velk_decompress", _options_pointer, *_coding, c_void_p)
+_compress_stream = _declare_status(
+    "velk_compress_stream", _options_pointer, POINTER(_Stream), c_uint64
+)
 _decompress_stream = _declare_status("velk_decompress_stream", _options_pointer, POINTER(_Stream))
 _reader_open = _declare_status(
     "velk_reader_open", POINTER(c_void_p), c_void_p, _ReadAt, c_void_p, c_uint64, POINTER(Report)
@@ -252,6 +264,47 @@ def _fill(ask, buffer, size, offset):
         return -1
     ctypes.memmove(buffer, data, min(size, len(data)))
     return len(data)
+
+
+def checked_options(settings):
+    """The record of settings, each within its bounds."""
+    options = make_options(settings)
+    if _compress_bound(0, options) == 0:
+        raise ValueError(_lib.velk_status_text(_ERROR_ARGUMENT).decode())
+    return options
+
+
+def compress_stream(ask, options, report):
+    """Compresses an input, in a thread of its own.
+
+    ask(size): for the next bytes of the input, at most so many; b"" is its end. ask((piece,)):
+    for a piece of the archive to be written. ask(b""): has nothing more, or ask(error). None
+    for an answer: nothing is wanted any more.
+    """
+    pieces = []  # of the archive, small ones
+
+    def read(_user, buffer, size):
+        data = ask(size)
+        if data is None:
+            return -1
+        ctypes.memmove(buffer, data, len(data))
+        return len(data)
+
+    def write(_user, piece, size):
+        pieces.append(ctypes.string_at(piece, size))
+        return size if size < _LARGE_PIECE or put() else -1
+
+    def put():
+        piece = b"".join(pieces)
+        pieces.clear()
+        return ask((piece,)) is not None
+
+    stream = _Stream(None, _Transfer(read), _Transfer(write), None, ctypes.pointer(report))
+    result = _outcome(_compress_stream, options, byref(stream), _SIZE_UNKNOWN)
+    if result is None and not put():
+        return
+    while ask(result or b"") is not None:
+        pass
 
 
 def restore_stream(ask, report):
