@@ -12,7 +12,8 @@ for program in velkz unvelkz velkcat
     complete -c $program -s f -l force -d Overwrite
     complete -c $program -l range -x -d 'Part of the original, OFFSET:LENGTH'
     complete -c $program -s b -l block-size -x -a '1M 2M 4M 8M 16383K' -d 'Block size'
-    complete -c $program -s 9 -d 'Largest blocks'
+    complete -c $program -s 1 -l fast -d 'Fastest, largest archive'
+    complete -c $program -s 9 -l best -d 'Slowest, smallest archive'
     complete -c $program -l plain -d 'No index'
     complete -c $program -s T -l threads -x -d Threads
     complete -c $program -s M -l memory-limit -x -d 'Memory limit'
