@@ -72,6 +72,11 @@ VELK_API const char *velk_status_text(velk_status status);
 // The library's version, as "0.95".
 VELK_API const char *velk_version(void);
 
+// The processors that the code in use is made for: "x86-64-v3", where this one has AVX2, BMI1 and
+// BMI2, or "baseline", any of its kind, which VELK_CPU=baseline in the environment asks for, too.
+// The bytes are the same.
+VELK_API const char *velk_cpu(void);
+
 // Bits of `velk_options.stages_off`, and of the flags byte of an archive.
 enum {
     VELK_OFF_EOL = 0x01,

@@ -113,6 +113,7 @@ TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
             velkz -c code >b; velkz -lv b | awk 'NR == 2 { print $6 }' >c
             gzip -c code | tail -c 8 | od -An -tx4 | awk '{ print $1 }' | cmp - c)sh",
          "1600004 10 plain\n"},
+        {"processors", "VELK_CPU=baseline velkz -V | grep -o 'code for .*'", "code for baseline\n"},
         {"memory limit", "velkz -b128K -T9 -M3M text -c | velkcat -T9 -M1M | cmp - text"},
     });
 }

@@ -6,6 +6,7 @@
 #include "pipeline/block.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace velk {
@@ -38,8 +39,14 @@ bool restore(CoderContext &context, IndexEntry &entry) {
     return true;
 }
 
+bool baseline_wanted() {
+    const char *const cpu = std::getenv("VELK_CPU");
+    return cpu != nullptr && std::strcmp(cpu, "baseline") == 0;
+}
+
 velk_status alloc_within(const Coder &coder, CoderContext &context, std::uint32_t block_size,
                          std::uint64_t limit, std::uint32_t &memory_bytes) {
+    context.settings.baseline = baseline_wanted();
     memory_bytes = coder.alloc(context, block_size);
     if (memory_bytes != 0 && memory_bytes <= limit) return VELK_OK;
     coder.free(context);
@@ -78,3 +85,7 @@ velk_status open_restorer(CoderContext &context, const CheckedOptions &options, 
 }
 
 } // namespace velk
+
+const char *velk_cpu(void) {
+    return velk::has_v3() && !velk::baseline_wanted() ? "x86-64-v3" : "baseline";
+}

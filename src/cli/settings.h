@@ -23,6 +23,7 @@ struct Settings {
     std::uint8_t rle_off;
     std::uint8_t dce_off;
     std::uint8_t show_stats;
+    std::uint8_t baseline; // the stages' code for any machine, not the best for this one
 };
 
 } // namespace velk

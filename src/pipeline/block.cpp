@@ -9,6 +9,7 @@
 #include "filters/flt32.h"
 #include "filters/lzp.h"
 #include "pipeline/crc32.h"
+#include "pipeline/stages.h"
 #include "sorting/bwt.h"
 #include "sorting/rle.h"
 #include "sorting/st.h"
@@ -51,6 +52,13 @@ static_assert(kFilterTrailers + kBwtRoom <= kBlockSlack);
 static_assert(kFilterTrailers + 8 * kBwtMoreBitWords <= kBlockSlack);
 static_assert(kFilterTrailers + kSortTrailers + kDceRoom <= kBlockSlack);
 static_assert(kFilterTrailers + kSortTrailers + 1 + kCrcBytes <= kBlockSlack);
+
+const velk_stages::Stages &stages_for([[maybe_unused]] const Settings &settings) {
+#ifdef VELK_HAS_V3
+    if (settings.baseline == 0 && has_v3()) return velk_stages::kV3;
+#endif
+    return velk_stages::kBaseline;
+}
 
 // Hands the result of the stage that just ran to the next one as its input.
 void advance(CoderContext &context) {
@@ -97,6 +105,15 @@ std::uint32_t data_overhead(const Settings &s) {
            trailer(s.rle_off, kRleTrailerBytes);
 }
 
+bool has_v3() {
+#ifdef VELK_HAS_V3
+    return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0 &&
+           __builtin_cpu_supports("bmi2") != 0;
+#else
+    return false;
+#endif
+}
+
 bool compress_block(CoderContext &c) {
     if (c.in_len > block_size_of(c)) return false;
     c.out_len = 0;
@@ -104,22 +121,24 @@ bool compress_block(CoderContext &c) {
     std::uint32_t *const pair_region = c.work1, *const index_array = c.work2,
                          *const bit_array = c.work3, *const model_area = c.work4;
     const Settings &s = c.settings;
-    apply(c, c.ms_other, s.eol_off, eol_encode);
+    const velk_stages::Stages &stages = stages_for(s);
+    apply(c, c.ms_other, s.eol_off, stages.eol_encode);
     apply(c, c.ms_other, s.flt32_off,
-          [&c](auto *&in, std::uint32_t n, auto *&out, std::uint32_t &out_len, std::uint8_t off) {
-              flt32_encode(in, n, out, out_len, c.file_size, off);
+          [&](auto *&in, std::uint32_t n, auto *&out, std::uint32_t &out_len, std::uint8_t off) {
+              stages.flt32_encode(in, n, out, out_len, c.file_size, off);
           });
-    apply(c, c.ms_other, s.delta_off, delta_encode);
-    apply(c, c.ms_other, s.lzp_off, lzp_encode, index_array);
+    apply(c, c.ms_other, s.delta_off, stages.delta_encode);
+    apply(c, c.ms_other, s.lzp_off, stages.lzp_encode, index_array);
     const std::uint8_t *const unsorted = c.buf_in;
     const std::uint32_t unsorted_len = c.in_len;
-    apply(c, c.ms_sort, s.bwt_off, bwt_forward, pair_region, index_array, bit_array, model_area);
-    apply(c, c.ms_sort, s.st_off, st_forward, index_array);
+    apply(c, c.ms_sort, s.bwt_off, stages.bwt_forward, pair_region, index_array, bit_array,
+          model_area);
+    apply(c, c.ms_sort, s.st_off, stages.st_forward, index_array);
     // The sorts leave the block where it was, and behind the buffers is room now.
     std::uint8_t *const kept = reinterpret_cast<std::uint8_t *>(pair_region) + 2 * c.capacity;
     if (s.no_fallback == 0) std::memcpy(kept, unsorted, unsorted_len);
-    apply(c, c.ms_other, s.rle_off, rle_forward);
-    apply(c, c.ms_dce, s.dce_off, dce_encode, index_array, model_area);
+    apply(c, c.ms_other, s.rle_off, stages.rle_forward);
+    apply(c, c.ms_dce, s.dce_off, stages.dce_encode, index_array, model_area);
 
     const bool coded = c.buf_in[c.in_len - 1] != 0;
     if (s.no_fallback == 0 && !coded && c.in_len >= unsorted_len) {
@@ -140,6 +159,7 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
     if (get_u32(c.buf_in + c.in_len) != crc32_block(c.buf_in, c.in_len)) return false;
     if (trace != nullptr) trace->crc_holds = true;
 
+    const velk_stages::Stages &stages = stages_for(c.settings);
     // A header that says that a sorting transform was off sets up no memory for its inverse;
     // a block that claims to need it is not restored.
     std::uint32_t *const region = c.work2, *const model_area = c.work3;
@@ -148,16 +168,16 @@ bool decompress_block(CoderContext &c, BlockTrace *trace) {
     if (c.buf_in[c.in_len - 1] == kFallbackMarker) {
         --c.in_len;
         if (trace != nullptr) trace->fallback = true;
-    } else if (!undo(c, trace, c.ms_dce, STAGE_DCE, dce_decode, model_area) ||
-               !undo(c, trace, c.ms_other, STAGE_RLE, rle_inverse) ||
-               !undo(c, trace, c.ms_sort, STAGE_ST, st_inverse, st_contexts) ||
-               !undo(c, trace, c.ms_sort, STAGE_BWT, bwt_inverse, lf_vector)) {
+    } else if (!undo(c, trace, c.ms_dce, STAGE_DCE, stages.dce_decode, model_area) ||
+               !undo(c, trace, c.ms_other, STAGE_RLE, stages.rle_inverse) ||
+               !undo(c, trace, c.ms_sort, STAGE_ST, stages.st_inverse, st_contexts) ||
+               !undo(c, trace, c.ms_sort, STAGE_BWT, stages.bwt_inverse, lf_vector)) {
         return false;
     }
-    if (!undo(c, trace, c.ms_other, STAGE_LZP, lzp_decode, region) ||
-        !undo(c, trace, c.ms_other, STAGE_DELTA, delta_decode) ||
-        !undo(c, trace, c.ms_other, STAGE_FLT32, flt32_decode) ||
-        !undo(c, trace, c.ms_other, STAGE_EOL, eol_decode)) {
+    if (!undo(c, trace, c.ms_other, STAGE_LZP, stages.lzp_decode, region) ||
+        !undo(c, trace, c.ms_other, STAGE_DELTA, stages.delta_decode) ||
+        !undo(c, trace, c.ms_other, STAGE_FLT32, stages.flt32_decode) ||
+        !undo(c, trace, c.ms_other, STAGE_EOL, stages.eol_decode)) {
         return false;
     }
     std::swap(c.buf_in, c.buf_out); // the result lies where the next stage would read it

@@ -31,6 +31,10 @@ struct BlockTrace {
     std::uint8_t trailer[STAGE_COUNT];    // the last of them; 0: the stage did not apply
 };
 
+// Whether there is a copy of the stages for processors like this machine's (pipeline/stages.h),
+// which all but `settings.baseline` takes.
+[[nodiscard]] bool has_v3();
+
 // The most bytes by which the data of a block's record are more than the block, with these
 // stages off.
 [[nodiscard]] std::uint32_t data_overhead(const Settings &settings);

@@ -233,7 +233,8 @@ bool parse_options(int argument_count, char **arguments, Options &options, Statu
                                  kLongOptions, nullptr)) != -1) {
         status = kSuccess;
         if (letter == 'h') std::fputs(kHelp, stdout);
-        if (letter == 'V') std::printf("velkz (VELK) %s\n", velk_version());
+        if (letter == 'V')
+            std::printf("velkz (VELK) %s, code for %s\n", velk_version(), velk_cpu());
         if (letter == 'h' || letter == 'V') return false;
         if (letter == '?') {
             std::fputs("Try 'velkz --help'.\n", stderr);
