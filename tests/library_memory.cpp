@@ -45,6 +45,7 @@ using ThreadMain = void *(void *);
 std::atomic<ThreadMain *> thread_main;
 void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
+int __real_posix_memalign(void **memory, std::size_t alignment, std::size_t size);
 void *__real_realloc(void *memory, std::size_t size);
 void __real_free(void *memory);
 int __real_pthread_create(pthread_t *, const pthread_attr_t *, ThreadMain *, void *);
@@ -55,6 +56,13 @@ void *__wrap_malloc(std::size_t size) {
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
     return goes_well(memory_watch.good_allocations) ? taken(__real_calloc(count, size)) : nullptr;
+}
+
+int __wrap_posix_memalign(void **memory, std::size_t alignment, std::size_t size) {
+    if (!goes_well(memory_watch.good_allocations)) return ENOMEM;
+    const int status = __real_posix_memalign(memory, alignment, size);
+    if (status == 0) taken(*memory);
+    return status;
 }
 
 void *__wrap_realloc(void *memory, std::size_t size) {

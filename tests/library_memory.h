@@ -1,5 +1,5 @@
 // Upsets and counts what libvelk takes: the tests are linked so that its calls of malloc,
-// calloc, realloc, free and pthread_create come here.
+// calloc, posix_memalign, realloc, free and pthread_create come here.
 #pragma once
 
 #include <atomic>

@@ -39,7 +39,7 @@ extern const Coder kRestorer;
 
 // Set up the context, whose members are zero: to compress an input of this size, or to restore
 // what follows the `size` bytes `start` of a member. memory_bytes: how many were taken, within
-// the options' memory limit, of which nothing has been touched yet.
+// the options' memory limit, of which little has been touched yet.
 [[nodiscard]] velk_status open_compressor(CoderContext &context, const CheckedOptions &options,
                                           std::uint64_t input_size, std::uint32_t &memory_bytes);
 [[nodiscard]] velk_status open_restorer(CoderContext &context, const CheckedOptions &options,

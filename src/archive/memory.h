@@ -24,10 +24,10 @@ namespace velk {
 // The block size for an input of `input_size` bytes.
 [[nodiscard]] std::uint32_t choose_block_size(const Settings &settings, std::uint64_t input_size);
 
-// Sets `capacity`, the work arrays and the buffer pair for block size `block_size` bytes;
-// on compression all memory is zero-filled. `settings.st_off` and
-// `settings.bwt_off` must be set before. Returns the bytes taken, or 0, with nothing
-// taken, when `is_valid_header` refuses them or the memory is not to be had.
+// Sets `capacity`, the work arrays and the buffer pair for block size `block_size` bytes; what
+// is in them is left open. `settings.st_off` and `settings.bwt_off` must be set before. Returns
+// the bytes taken, or 0, with nothing taken, when `is_valid_header` refuses them or the memory
+// is not to be had.
 [[nodiscard]] std::uint32_t alloc_compress(CoderContext &context, std::uint32_t block_size);
 [[nodiscard]] std::uint32_t alloc_decompress(CoderContext &context, std::uint32_t block_size);
 
