@@ -38,7 +38,7 @@ struct unvelk_result {
 /* The work memory for the member whose header is the 18 bytes at `header`, about 5 N bytes; 0 if
    that is no valid header. No member needs more than UNVELK_MOST_WORK, 89 MiB. */
 size_t unvelk_work(const uint8_t *header);
-#define UNVELK_MOST_WORK ((size_t)5 * (16776192 + 100) + 9000000)
+#define UNVELK_MOST_WORK (5 * (16776192 + 100) + 9000000)
 
 /* Restores the members of an archive in a row. Each block goes to put() once its CRC is found
    right; put() returns 0 to go on. `work` is aligned as malloc aligns. */
@@ -157,7 +157,7 @@ struct block {
 static const uint8_t *find_index(const struct job *j, uint32_t n);
 static const uint8_t *footer(const struct job *j, uint64_t records);
 static int skip_index(struct job *j, const uint8_t *header, uint64_t records, uint64_t original);
-static int behind_member(struct job *j, int ended);
+static int behind_member(struct job *j, int ended, int index);
 static int lend_work(struct block *b, const uint8_t *header, struct job *j);
 static const char *restore_block(struct block *b, const uint8_t *data, size_t length);
 
@@ -197,20 +197,21 @@ static int restore_member(struct job *j) {
         if (!end_mark) return damaged(j, "a record head is damaged or cut");
         if (!fits || !skip_index(j, header, records, original))
             return damaged(j, "the index does not fit the blocks");
-        return behind_member(j, 1);
+        return behind_member(j, 1, 0);
     }
-    if (end_mark && footer(j, records))
-        return damaged(j, "an index stands behind a member that has none");
     if (!ended && !end_mark && n % 1024 != 0) return damaged(j, "a member is cut");
     if (!ended) j->result.verdict = UNVELK_MAY_BE_CUT;
-    return behind_member(j, ended || end_mark);
+    return behind_member(j, ended || end_mark, end_mark && footer(j, records));
 }
 
 struct unvelk_result unvelk(const uint8_t *archive, size_t size, void *work, size_t work_size,
                             int (*put)(void *, const uint8_t *, size_t), void *to) {
     struct job j = {archive, size, 0, work, work_size, put, to, {UNVELK_WHOLE, "", 0, 0}};
     int more = size >= HEADER_SIZE && valid_header(archive);
-    if (!more) end(&j, UNVELK_NO_ARCHIVE, "this does not begin as an archive");
+    if (size < MAGIC_SIZE || memcmp(archive, magic, MAGIC_SIZE) != 0)
+        end(&j, UNVELK_NO_ARCHIVE, "this does not begin as an archive");
+    else if (!more)
+        damaged(&j, "the header is damaged or cut");
     while (more)
         more = restore_member(&j);
     return j.result;
@@ -267,13 +268,14 @@ static int once_header(const struct job *j) {
     return same >= 8;
 }
 
-/* Decides what follows the member that came before j->at; `ended`: it can't go on there. Returns
-   whether that is the next member. */
-static int behind_member(struct job *j, int ended) {
+/* Decides what follows the member that came before j->at, and returns whether that is the next
+   member. `ended`: the last one can't go on there; `index`: it has none, but there would be one. */
+static int behind_member(struct job *j, int ended, int index) {
     const int warnings = j->result.verdict;
     if (left(j) == 0) return end(j, warnings, warnings ? "it may have been cut" : "it is whole");
     if (left(j) >= HEADER_SIZE && valid_header(j->archive + j->at)) return 1;
     if (once_header(j)) return damaged(j, "a header is damaged or cut");
+    if (index) return damaged(j, "a member's header is damaged: it has an index");
     if (!ended) return damaged(j, "a record head is damaged or cut");
     return end(j, warnings | UNVELK_BYTES_BEHIND, "what follows the archive's end is left out");
 }
@@ -545,7 +547,6 @@ static const char *undo_bwt(struct block *b) {
 enum { ST_TABLE = (1 << 21) + (1 << 13) };
 
 static const char *undo_st(struct block *b) {
-    uint32_t *of_21 = b->table, *of_13 = b->table + (1 << 21), of_5[32] = {0};
     const uint8_t *column = b->now;
     if (!b->table) return "ST: the header says that it is off";
     if (b->size < 6) return "ST: too short";
@@ -553,6 +554,7 @@ static const char *undo_st(struct block *b) {
 
     /* The rotations of each context of 5, 13 and 21 bits are counted. Rows are sorted by
        context, so one counts the bytes before the rotations of one context after the other. */
+    uint32_t *of_21 = b->table, *of_13 = b->table + (1 << 21), of_5[32] = {0};
     memset(b->table, 0, ST_TABLE * sizeof *b->table);
     for (size_t r = 0; r < n; r++)
         of_5[column[r] >> 3]++;
@@ -646,7 +648,6 @@ static const char *undo_dce(struct block *b) {
     struct dce *d = b->dce;
     uint8_t *out = b->next;
     uint32_t pending[256 + 2], p = 0;
-    if (b->trailer != 1) return "DCE: no such trailer";
     if (b->size < 9) return "DCE: too short";
     start_dce(d, b->now, b->now + b->size - 4);
     const uint32_t m = next_value(d, 0, 0), n = next_value(d, 0, 0) - 1;

@@ -30,7 +30,8 @@ void write_seeds(const fs::path &folder) {
         write_seed(folder / "fuzz_archive", name, archive);
         write_seed(folder / "fuzz_salvage", name, make_archive(0xFF, {archive, bytes}));
         const Bytes indexed = make_indexed(0x20, {bytes, bytes});
-        write_seed(folder / "fuzz_library", name, i % 2 == 0 ? archive : join({indexed, archive}));
+        for (const char *const target : {"fuzz_library", "fuzz_two_decoders"})
+            write_seed(folder / target, name, i % 2 == 0 ? archive : join({indexed, archive}));
         write_seed(folder / "fuzz_round_trip", name,
                    join({{flags, static_cast<std::uint8_t>(i * 37), 0, 1, 0, 0}, bytes}));
         for (std::size_t stage = 0; stage < kStages.size(); ++stage) {
