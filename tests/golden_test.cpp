@@ -1,4 +1,4 @@
-// Archives in tests/golden, whose bytes every build on every machine makes and
+// Archives in tests/corpus, whose bytes every build on every machine makes and
 // restores. They hold the format still: a failure here means that the archives of
 // users no longer come back, or differ from machine to machine.
 #include "program.h"
@@ -41,7 +41,7 @@ TEST(Golden, SameBytesFromEveryBuild) {
     // scripts/make-golden makes this run write the archives instead.
     const bool write = std::getenv("VELK_WRITE_GOLDEN") != nullptr;
     for (const auto &[name, switches, bytes] : golden()) {
-        const std::string kept = std::string(VELK_GOLDEN "/") + name + ".velk";
+        const std::string kept = VELK_GOLDEN "/../corpus/good-" + name + ".velk";
         write_file(files.input, bytes);
         EXPECT_EQ(run_velk({"e", files.input, files.archive, switches}).status, 0) << name;
         const Bytes made = read_file(files.archive);

@@ -116,11 +116,12 @@ velk_status velk_decompress_bound(const void *archive, std::size_t size, std::ui
             sum += member.sum.size; // each member's, and all, below 2^24 for 22 bytes
             continue;
         }
-        // That no block is there is a cut, unless N tells of an empty original.
+        // That no block is there is a cut, unless N, or an end mark, tells of an empty original.
         if (status == ArchiveStatus::kBlockCut ||
             (records == 0 &&
              (block_size % 1024 != 0 || status == ArchiveStatus::kHeadDamaged ||
-              status == ArchiveStatus::kHeadCut || status == ArchiveStatus::kLengthInvalid)))
+              status == ArchiveStatus::kHeadCut || status == ArchiveStatus::kLengthInvalid) &&
+             (status != ArchiveStatus::kEndMark || is_marked(block_size))))
             return VELK_ERROR_DAMAGED;
         sum += records * capacity;
     }
