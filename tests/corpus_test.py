@@ -1,6 +1,6 @@
 """Every program on every archive of the folder `corpus`, against its table.
 
-corpus_test.py VELK velkz velkinfo unvelk [EMULATOR]; the module velk, where it is, for the library
+corpus_test.py VELK velkz unvelk [EMULATOR]; the module velk, where there is one, is the library
 """
 
 import os
@@ -13,7 +13,7 @@ from importlib.util import find_spec
 from pathlib import Path
 
 FOLDER = Path(__file__).parent / "corpus"
-VELK, VELKZ, VELKINFO, UNVELK, *EMULATOR = filter(None, sys.argv[1:])
+VELK, VELKZ, UNVELK, *EMULATOR = filter(None, sys.argv[1:])
 os.environ.pop("LD_PRELOAD", None)  # what Python needs to load a library with sanitizers
 if find_spec("velk"):
     import velk
@@ -37,11 +37,8 @@ class Corpus(unittest.TestCase):
         self.assertEqual(b"does not begin as an archive" in unvelk.stderr, verdict == "no archive")
         self.assertEqual(b"may have been cut" in unvelk.stderr, verdict == "may be cut")
 
-        for velkz in (run(VELKZ, "-T1", "-dc", path), run(VELKZ, "-dc", input=archive)):
-            self.assertEqual((velkz.stdout, velkz.returncode), (original, status))
-        info = run(VELKINFO, "test", path)
-        self.assertEqual(info.returncode, 1 if status == 1 else 0)
-        self.assertEqual(b"its end was cut off" in info.stdout, "cut" in verdict)
+        velkz = run(VELKZ, "-T1", "-dc", input=archive)
+        self.assertEqual((velkz.stdout, velkz.returncode), (original, status))
         with tempfile.TemporaryDirectory() as folder:
             out = Path(folder, "out")
             status_of_velk = run(VELK, "d", path, out).returncode
@@ -51,9 +48,9 @@ class Corpus(unittest.TestCase):
 
         if find_spec("velk"):
             if status == 1:
-                self.assertRaises(velk.VelkError, velk.decompress, archive)
+                self.assertRaises(velk.VelkError, velk.decompress, archive, threads=1)
             else:
-                self.assertEqual(velk.decompress(archive), original)
+                self.assertEqual(velk.decompress(archive, threads=1), original)
 
     def test_table(self):
         lines = (FOLDER / "README.md").read_text().splitlines()
