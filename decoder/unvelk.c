@@ -475,7 +475,7 @@ static void sum_up(uint32_t *counts, size_t size) {
 /* From row to row each step waits for memory, so several parts of the way are gone at once. Rows
    that are the first one modulo 2^shift begin parts; a part ends where it comes to such a row.
    Bytes go into chunks, each of which tells which one goes on, and thus into their order. */
-enum { PARTS = 64, LANES = 8, CHUNK = 512, CHUNK_ROOM = PARTS * CHUNK };
+enum { PARTS = 128, LANES = 16, CHUNK = 512, CHUNK_ROOM = PARTS * CHUNK };
 
 struct chunk {
     uint32_t size, next;
