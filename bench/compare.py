@@ -58,7 +58,7 @@ ONE_THREAD = [
 ALL_PROCESSORS = [
     Program("VELK", "", VELK, "", "e {i} {o} {l}", "d {i} {o}", "-b2048, -b16383", "-b2048"),
     Program("velkz", "", TOP / "build/release/velkz", "--version", "{l} -T {n} < >",
-            "-d -T {n} < >", "-b2048K, -9", "-b2048K"),
+            "-d -T {n} < >", "-1, -5, -8, -9", "-5"),
     Program("lbzip2", "lbzip2", "lbzip2", "--version", "{l} -n {n} -c < >", "-d -n {n} -c < >",
             "-9"),
     Program("pbzip2", "pbzip2", "pbzip2", "--version", "{l} -p{n} -c < >", "-d -p{n} -c < >",

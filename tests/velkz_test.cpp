@@ -113,6 +113,12 @@ TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
             velkz -c code >b; velkz -lv b | awk 'NR == 2 { print $6 }' >c
             gzip -c code | tail -c 8 | od -An -tx4 | awk '{ print $1 }' | cmp - c)sh",
          "1600004 10 plain\n"},
+        {"levels", R"sh(cat code text code >mix
+            same() { velkz -c $1 mix >a; velkz -c $2 mix | cmp - a || echo $*; }
+            same -1 -b128K; same -3 -b512K; same -4 -b1M; same '' -5; same -8 '-9 -8'
+            same --fast '-9 -1'; same --best -9; same '-b 128K -7' -1; same '-9 -b 128K' -1
+            velkz --plain -9 -c mix >a; velkz --plain -b 16383K -c mix | cmp - a
+            velkz -9 -c mix | velkcat | cmp - mix)sh"},
         {"processors", "VELK_CPU=baseline velkz -V | grep -o 'code for .*'", "code for baseline\n"},
         {"memory limit", "velkz -b128K -T9 -M3M text -c | velkcat -T9 -M1M | cmp - text"},
     });
