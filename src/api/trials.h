@@ -19,9 +19,10 @@ namespace velk {
 }
 
 // Codes the blocks in a row that are `data`: all but the last at least kMinBlockSize, and no longer
-// together than one may be. Blocks are split where they change most, and then neighbours joined,
-// where records and entries get smaller by it, as long as no more than 2.25 times the bytes were
-// coded for that. (Joined before they are split, programs come out 2 % larger.)
+// together than one may be. Blocks are cut into the smallest ones where a sample is smaller so,
+// others split where they change most, then neighbours joined, each time that records and entries
+// get smaller by it, as long as no more than 2.25 times the bytes were coded for all that. (Joined
+// before they are split, programs come out 2 % larger.)
 // results: trials_room bytes for blocks of blocks.length; at its front the blocks' results are
 // then in a row, blocks.length bytes.
 void try_blocks(CoderContext &context, std::uint8_t *results, const std::uint8_t *data,
