@@ -27,12 +27,12 @@
 // Memory for blocks of N bytes, in bytes and KiB of 1024 bytes:
 //
 //                         one thread          each of several threads
-//   compression           8.5 N + 776 KiB     10.5 N + 777 KiB
-//   the same, level 9     10.5 N + 802 KiB    12.5 N + 829 KiB
-//   restoring             5 N + 334 KiB       7 N + 335 KiB
-//   restoring, ST on      2 N + 8259 KiB      4 N + 8260 KiB
+//   compression           8.5 N + 776 KiB     10.5 N + 781 KiB
+//   the same, level 9     10.5 N + 804 KiB    12.5 N + 833 KiB
+//   restoring             5 N + 334 KiB       7 N + 339 KiB
+//   restoring, ST on      2 N + 8259 KiB      4 N + 8264 KiB
 //
-// With the ST on, compression takes at least 4.5 N + 8966 KiB, or 6.5 N + 8967 KiB for each of
+// With the ST on, compression takes at least 4.5 N + 8966 KiB, or 6.5 N + 8971 KiB for each of
 // several threads. Compressing takes a block size and a byte more, once, twice that at level 9, and
 // 1283 KiB where blocks may end early. The index takes 12 bytes a block, and as many spare ones,
 // while it is written. An encoder, a decoder and a reader take what one thread takes, the encoder
@@ -198,7 +198,8 @@ typedef struct velk_stream {
 } velk_stream;
 
 // Compresses `input_size` bytes of the stream, and reads no more than them. Fewer:
-// VELK_ERROR_READ, after the blocks that there were. VELK_SIZE_UNKNOWN: all up to the end
+// VELK_ERROR_READ, after the blocks that were settled: a block takes a block size of input to come
+// to that, at level 9 two. VELK_SIZE_UNKNOWN: all up to the end
 // of the input. That gives the archive of a known size; only a plain one, of more than a block of
 // machine code, may differ.
 //

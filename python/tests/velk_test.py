@@ -223,6 +223,29 @@ class Archives(unittest.TestCase):
         self.assertIs(caught.exception, failure)
         self.assertEqual(archive.write.call_count, 2)
 
+    def test_files_that_nobody_closes(self):
+        # At the end of the process, in a cycle, and in a child of a process that has written.
+        program = """if True:
+            import gc, os, sys, velk
+            kept = velk.open(sys.argv[1], "w")
+            kept.write(b"kept")
+            cycle = [velk.open(sys.argv[2], "w")]
+            cycle[0].write(b"cycle")
+            cycle[0].itself = cycle
+            del cycle
+            gc.collect()
+            child = velk.open(sys.argv[3], "w")
+            if os.fork() == 0:
+                child.write(b"child")
+                child.close()
+                os._exit(0)
+            os._exit(1) if os.wait()[1] else child.write(b" and parent")
+        """
+        names = [self.folder / name for name in ("kept", "cycle", "child")]
+        subprocess.run([sys.executable, "-c", program, *names], check=True, timeout=60)
+        self.assertEqual([velk.open(name).read() for name in names],
+                         [b"kept", b"cycle", b"child and parent"])
+
     def test_modes_and_closing(self):
         path = self.folder / "text.velk"
         with velk.open(path, "xt", encoding="ascii", newline="\r\n") as file:

@@ -191,8 +191,10 @@ class _Writer:
     def __init__(self, settings):
         self.archive = None  # the file to write to
         self.position = 0
-        self._compressor = _Worker(compress_stream, checked_options(settings))
-        self._failed = False
+        self._options = checked_options(settings)
+        self._compressor = None  # from the first write on: a process may fork before
+        self._failed = False     # or a call is under way, which an exception may end
+        self._finished = False
 
     def write(self, data):
         with memoryview(data) as view, view.cast("B") as rest:
@@ -200,28 +202,34 @@ class _Writer:
             while at < len(rest):
                 part = rest[at : at + self._wanted()]
                 self._compressor.answer(bytes(part))
+                self._failed = False
                 at += len(part)
             self.position += at
             return at
 
     def finish(self):
         """Writes what is left; after an error, nothing, as records would be missing."""
+        finished, self._finished = self._finished, True
+        if finished:
+            return
         try:
             if not self._failed:
-                self._wanted()
-                self._compressor.answer(b"")
-                self._wanted()
+                while self._wanted():
+                    self._compressor.answer(b"")
+                    self._failed = False
         finally:
-            self._compressor.end()
+            if self._compressor is not None:
+                self._compressor.end()
 
     def _wanted(self):
         """How many bytes of input are wanted, once what there is of the archive is written."""
         failed, self._failed = self._failed, True
         if failed:
             raise ValueError("an earlier write to the archive failed")
-        wanted = _returned(self._compressor.result(self._put))
-        self._failed = False
-        return wanted
+        if self._compressor is None:
+            self._compressor = _Worker(compress_stream, self._options)
+            self._compressor.end.atexit = False  # VelkFile's finalizer needs it then
+        return _returned(self._compressor.result(self._put))
 
     def _put(self, piece):
         self.archive.write(piece)
@@ -236,8 +244,8 @@ class VelkFile(io.BufferedIOBase):
     with a "b" behind it or without. `settings` go with writing only.
 
     Reading may seek if the archive's file can: what is read costs the blocks that it lies
-    in. What is written is compressed by threads, in memory for 11 blocks each, and the archive
-    is complete when this file is closed.
+    in. What is written is compressed by threads, in memory for 11 blocks each, 13 at level 9, and
+    the archive is complete when this file is closed.
     """
 
     _file = None  # the archive's, while this one is open
@@ -267,6 +275,8 @@ class VelkFile(io.BufferedIOBase):
         else:
             self._writer = writer
             writer.archive = self._file
+            # Before the process ends, or a cycle's objects go: later there are no threads.
+            self._finalizer = weakref.finalize(self, writer.finish)
 
     def close(self):
         """Completes an archive that is written. A second call does nothing."""
@@ -276,6 +286,7 @@ class VelkFile(io.BufferedIOBase):
             if self._reader is not None:
                 self._reader.close()
             if self._writer is not None:
+                self._finalizer.detach()
                 self._writer.finish()
         finally:
             file, self._file = self._file, None

@@ -66,6 +66,8 @@ std::uint32_t count_samples(const BlockCutter &c, std::uint32_t from, std::uint3
 // loses less than it gains, as a rule. But few long strings: alike parts far apart are what large
 // blocks are for.
 //
+// (Nor where more is repeated than was counted.)
+//
 // The limits are from 340 places in 70 files and archives of all kinds, each tried both ways: below
 // them all blocks got smaller, but where the next ones lay worse by it.
 bool is_apart(const BlockCutter &c, std::uint32_t p, std::uint32_t run_end, std::uint32_t end) {
@@ -80,7 +82,8 @@ bool is_apart(const BlockCutter &c, std::uint32_t p, std::uint32_t run_end, std:
     const std::uint32_t left = count_samples(c, 0, p);
     const std::uint32_t run = std::min(left, count_samples(c, p, run_end));
     const std::uint32_t right = std::min(left, count_samples(c, p, end));
-    return 64 * in_run <= run && 4 * all <= right && 100 * all_long <= right;
+    return c.repeat_count < std::size(c.repeats) && 64 * in_run <= run && 4 * all <= right &&
+           100 * all_long <= right;
 }
 
 // Drops what is known of the first `pieces` pieces.

@@ -65,8 +65,8 @@ std::uint32_t log2_of(std::uint32_t x) {
 }
 
 // Where the block changes most: of the places at multiples of kPieceBytes, with kMinBlockSize on
-// both sides, the one where its two parts take the fewest bits, each byte coded by how often it
-// followed the one before it in the same part. 0 if there is no such place. counts: room for
+// both sides, the one where its two parts take the fewest bits: each byte coded by how often it
+// stood beside the last one, from the outer ends on. 0 if there is no such place. counts: room for
 // 2^16 + 2^8. (Halves in place of these parts: 1 % larger on a tar of all kinds, 5 ns a byte less.)
 std::uint32_t find_change(const std::uint8_t *data, std::uint32_t n, std::uint32_t *counts) {
     static_assert((1 << 16) + (1 << 8) <= kMinBlockSize); // entries of the index array
@@ -87,7 +87,7 @@ std::uint32_t find_change(const std::uint8_t *data, std::uint32_t n, std::uint32
     std::uint64_t fewest = UINT64_MAX;
     for (std::uint32_t p = n - 1; p > kMinBlockSize; --p) {
         add(data[p], data[p - 1]);
-        if (p % kPieceBytes != 1 || n - p < kMinBlockSize) continue;
+        if (p % kPieceBytes != 1 || n - p + 1 < kMinBlockSize) continue;
         if (bits[(p - 1) / kPieceBytes] + sum >= fewest) continue;
         fewest = bits[(p - 1) / kPieceBytes] + sum;
         best = p - 1;

@@ -56,7 +56,7 @@ CallStatistics find_calls(const std::uint8_t *block, std::uint32_t n) {
     std::uint32_t sum = 0, within_reach = 0;
     for (std::uint32_t bits = 0; bits <= kMaxReachBits; ++bits) {
         sum += calls[bits];
-        if (bits == kLikelyBits) found.is_code = !is_text(zeros, spaces) && sum >= n / 400;
+        if (bits == kLikelyBits) found.is_code = !is_text(zeros, spaces) && sum > n / 400;
         // Is this more than one in 50, and than twice of what random operands would give?
         if (calls[bits] <= sum / 50 || calls[bits] <= all >> (31 - bits)) continue;
         found.reach = 1u << bits;

@@ -18,8 +18,8 @@ namespace velk {
 
 constexpr std::uint32_t kFlt32TrailerBytes = 9;
 
-// The calls of a block, and whether it is machine code: whether the filter would apply, and one
-// byte in 400 at least begins a call whose operand lies within 2^24 of 0, as those of most programs
+// The calls of a block, and whether it is machine code: whether the filter would apply, and more
+// than one byte in 400 begins a call whose operand lies within 2^24 of 0, as those of most programs
 // do. (Of random bytes one in 32,768 does.)
 // reach: bytes, a power of two; nearly all calls go less far from the block's start. 0: nearly
 // all stay in the block.
