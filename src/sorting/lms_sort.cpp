@@ -16,8 +16,8 @@ namespace {
 // LMS positions that agree in fewer bytes are compared on, even beyond their pieces. From 20 to
 // 70 it makes little difference: what sorting takes longer, breaking ties takes less.
 constexpr std::uint32_t kMinTieDepth = 40;
-// Where a quarter of the LMS positions are tied: a fifth less time for repetitive blocks.
-constexpr std::uint32_t kMinTieDepthOfRepetitive = 12;
+// Where a quarter of the LMS positions are tied. (From 12 to 7 takes repetitive blocks 3 % less.)
+constexpr std::uint32_t kMinTieDepthOfRepetitive = 7;
 
 // How many bytes from the LMS position p on determine its piece: all LMS positions that agree in
 // so many have pieces of the same length, and are repeated as often as p is.
