@@ -170,6 +170,17 @@ Bytes counters(std::size_t n, Parameters p) {
     return first_bytes(bytes, n);
 }
 
+// Runs up to so long, of so many values.
+Bytes runs_of_few(std::size_t n, Parameters p) {
+    Random random(12);
+    Bytes bytes;
+    while (bytes.size() < n) {
+        const std::uint8_t value = byte(random.below(p[1]));
+        bytes.insert(bytes.end(), 1 + random.below(p[0]), value);
+    }
+    return first_bytes(bytes, n);
+}
+
 // Lines of so many columns, words of so many letters; so many calls among 256 bytes.
 Bytes lines(std::size_t n, Parameters p) {
     Random random(10);
@@ -320,6 +331,8 @@ void add_runs_and_noise(std::vector<WorstInput> &inputs) {
     inputs.push_back(member("other breaks about every 100000", breaks, 100000, 150, 2));
     inputs.push_back(member("breaks every 10000", breaks, 10000, 150, 1));
     inputs.push_back({"runs", [](std::size_t n) { return runs(n, 1); }});
+    inputs.push_back(member("runs up to 20 of 2 values", runs_of_few, 20, 2));
+    inputs.push_back(member("runs up to 300 of 16 values", runs_of_few, 300, 16));
     for (const std::uint32_t letters : {2u, 4u, 16u, 64u, 128u, 180u, 200u, 220u, 240u, 250u, 256u})
         inputs.push_back(member("random, " + std::to_string(letters), noise, letters, 1));
     inputs.push_back(member("random, 256 but low", noise, 256, 2));
@@ -336,6 +349,10 @@ void add_files(std::vector<WorstInput> &inputs) {
     for (const std::uint32_t size : {3u, 4u, 100u})
         inputs.push_back({"records of " + std::to_string(size),
                           [=](std::size_t n) { return records(n, size, 12); }});
+    for (const std::uint32_t letters : {2u, 16u, 256u}) {
+        inputs.push_back(member("counters and 13 bytes of " + std::to_string(letters), counters, 1,
+                                13, letters));
+    }
     for (const std::uint32_t distance : {100u, 5000u, 100000u})
         inputs.push_back(
             {"prose, edits about every " + std::to_string(distance), [=](std::size_t n) {
@@ -381,7 +398,7 @@ const std::vector<Family> kFamilies = {
     {"drift", {1000, 256, 256}, drift}, {"edits", {0, 1000000, 256}, edits},
     {"words", {100000, 40, 2}, words},  {"pieces", {100000, 256, 1000}, pieces},
     {"grown", {20, 20, 1000}, grown},   {"counters", {100000, 40, 256}, counters},
-    {"lines", {300, 40, 200}, lines},
+    {"lines", {300, 40, 200}, lines},   {"runs", {1000, 256, 1}, runs_of_few},
 };
 
 std::vector<WorstInput> worst_inputs() {
