@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <numeric>
 
 using namespace velk;
 
@@ -100,6 +101,22 @@ TEST(Bwt, InductionAgreesWithTripling) {
         ASSERT_TRUE(rows.empty() || rows == sorted_rows(block, sort_plainly))
             << testing::PrintToString(block);
     }
+}
+
+// Two LMS positions that are tied, though in the order of those behind them nearly all LMS
+// positions of the block lie between: two of five bytes are one.
+TEST(Bwt, TiesThatEndFarApart) {
+    Bytes rise(60), most;
+    std::iota(rise.begin(), rise.end(), 10);
+    Random random(14);
+    while (most.size() < 200000) {
+        most.insert(most.end(), {1, 2});
+        if (random.below(2) == 0) most.push_back(2);
+    }
+    most.push_back(255);
+    const Bytes block =
+        join({rise, repeated({1, 2}, 50), most, rise, repeated({1, 2, 2}, 50), most});
+    EXPECT_EQ(sorted_rows(block, sort_by_induction), sorted_rows(block, sort_plainly));
 }
 
 } // namespace
