@@ -182,7 +182,7 @@ struct Table {
 
 void add_column(Table &table, std::uint32_t mib, const Switches &switches) {
     const std::uint32_t n = std::min(mib << 20, kMaxBlockSize);
-    Setting setting(table.stack, n, switches, mib > 4 ? 1 : 3);
+    Setting setting(table.stack, n, switches, 3);
     for (std::size_t i = 0; i < table.inputs.size(); ++i) {
         const std::size_t stack_before = table.stack.most();
         const Times times = setting.relative(table.inputs[i].make(n));

@@ -32,8 +32,8 @@ constexpr std::uint32_t kVisited = 1u << 30; // in a group's first row: sorted i
 constexpr std::uint32_t kNumberMask = kVisited - 1;
 static_assert(kMaxLms <= kNumberMask);
 // Sorting a group of m counts as m * log m steps. When all sorting has taken so many steps for each
-// LMS position, none is sorted twice in a pass any more. Real data takes up to 10, tables up to 40:
-// with a limit of 16 those take 1.2 to 1.4 times as long.
+// LMS position, none is sorted twice in a pass any more. Most data takes up to 15, repetitive data
+// up to 45: with a limit of 16 that takes up to 1.4 times as long at 16 MB.
 constexpr std::uint32_t kMaxWork = 64;
 static_assert(kMaxLms <= UINT32_MAX / kMaxWork);
 // How many LMS positions ahead memory is fetched: a quarter less time at 16 MB.
@@ -91,8 +91,8 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
         t.rows[row] = l | (row == name ? sorted : kTied);
         t.name[l] = name;
     };
-    // Most names behind a group are those of one other group. Counting those takes repetitive
-    // blocks a tenth less time than sorting them.
+    // Most names behind a group are those of one other group. Counting those takes the sort of
+    // repetitive blocks 5 to 14 % fewer instructions than sorting them.
     const std::uint32_t names = largest - least + 1;
     if (names <= 4 * m && 5 * m <= t.scratch_size) {
         Part *const parts = reinterpret_cast<Part *>(t.scratch + m);
