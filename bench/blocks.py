@@ -59,8 +59,9 @@ def main(folders):
     columns = list(zip(*([*sizes, (smallest, ninth[0]), (eighth[1], ninth[1])]
                          for sizes, smallest, eighth, ninth in results.values())))
     totals = [(sum(b for b, _ in column), sum(a for _, a in column)) for column in columns]
-    row = [cell for pair in totals[:-1] for cell in cells(*pair)]
-    print("|", " | ".join([f"**all {len(files)}**", *row, f"{totals[-1][1] / totals[-1][0]:.1f}"]), "|")
+    *sizes, (eighth, ninth) = totals
+    row = [cell for pair in sizes for cell in cells(*pair)]
+    print("|", " | ".join([f"**all {len(files)}**", *row, f"{ninth / eighth:.1f}"]), "|")
 
 
 main(sys.argv[1:])

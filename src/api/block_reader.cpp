@@ -1,6 +1,7 @@
 #include "api/block_reader.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 
@@ -86,6 +87,7 @@ const std::uint8_t *give_blocks(BlockReader &reader, BlockGroup &blocks) {
     blocks.length = blocks.count = 0;
     std::uint32_t length = reader.next_length != 0 ? reader.next_length : find_length(reader, 0);
     do {
+        assert(blocks.count < kMaxGroup); // all but the input's last have kMinBlockSize, at least
         blocks.entries[blocks.count++].block_len = length;
         blocks.length += length;
         length = reader.gives_groups ? find_length(reader, blocks.length) : 0;

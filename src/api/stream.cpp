@@ -152,7 +152,7 @@ velk_status put_block(Transfer &t, const std::uint8_t *result, const IndexEntry 
     return tell_progress(t, bytes_in);
 }
 
-// bytes_in: of the input, up to the end of the blocks, or of the one record.
+// Writes the blocks' results. bytes_in: of the input, up to the end of all, or of the one record.
 velk_status put(Transfer &t, const std::uint8_t *results, const BlockGroup &blocks,
                 std::uint64_t bytes_in) {
     for (std::uint32_t i = 1; i < blocks.count; ++i)
@@ -268,8 +268,8 @@ velk_status write_member(Transfer &t, std::uint64_t input_size) {
     std::uint32_t memory_bytes;
     velk_status status = open_compressor(t.context, options, input_size, memory_bytes);
     if (status != VELK_OK) return status;
-    // For an array of entries that doubles; of an input of unknown size for 90 GB in blocks of
-    // 2 MiB, at least.
+    // For an array of entries that doubles; of an input of unknown size for 65,536 blocks: 8 GiB of
+    // the smallest, 128 GiB of full ones of 2 MiB.
     const std::uint32_t least = least_block(options, input_size);
     const std::uint64_t reserve = input_size == VELK_SIZE_UNKNOWN
                                       ? 1 << 20

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cassert>
 #include <cstring>
 
 namespace velk {
@@ -95,7 +96,7 @@ std::uint32_t find_change(const std::uint8_t *data, std::uint32_t n, std::uint32
     return best;
 }
 
-// i, start: number and place of the first of two blocks.
+// Puts one block in place of numbers i, which begins at `start`, and i + 1, if it is smaller.
 bool join(Trials &t, BlockGroup &blocks, std::uint32_t i, std::uint32_t start) {
     IndexEntry *const pair = blocks.entries + i;
     IndexEntry both = entry_of(pair[0].block_len + pair[1].block_len);
@@ -106,10 +107,12 @@ bool join(Trials &t, BlockGroup &blocks, std::uint32_t i, std::uint32_t start) {
     return true;
 }
 
-// Puts `count` blocks in place of number i, which begins at `start`: of `length` bytes each, but
-// the last, which has the rest. tried: room for their results.
+// Puts `count` blocks in place of number i, which begins at `start`: of `length` bytes each, at
+// least kMinBlockSize, but the last, which has the rest. False, with nothing changed, where they
+// are not smaller. tried: room for their results.
 bool split(Trials &t, BlockGroup &blocks, std::uint32_t i, std::uint32_t start,
            std::uint32_t length, std::uint32_t count, std::uint8_t *tried) {
+    assert(blocks.count + count - 1 <= kMaxGroup);
     IndexEntry *const whole = blocks.entries + i;
     const std::uint32_t end = start + whole->block_len;
     IndexEntry parts[kMaxGroup];

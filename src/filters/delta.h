@@ -16,7 +16,7 @@ namespace velk {
 constexpr std::uint32_t kDeltaTrailerBytes = 1;
 
 // The record size k of `n` bytes, 0 where the filter would not apply. same_before: how many bytes
-// equal the one k before, for k = 0 to 4 (0 for k = 0).
+// equal the one k before, for k = 1 to 4; left as it was for n below 4.
 [[nodiscard]] std::uint32_t find_record_size(const std::uint8_t *bytes, std::uint32_t n,
                                              std::uint32_t (&same_before)[5]);
 
