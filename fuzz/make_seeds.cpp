@@ -34,6 +34,9 @@ void write_seeds(const fs::path &folder) {
             write_seed(folder / target, name, i % 2 == 0 ? archive : join({indexed, archive}));
         write_seed(folder / "fuzz_round_trip", name,
                    join({{flags, static_cast<std::uint8_t>(i * 37), 0, 1, 0, 0}, bytes}));
+        write_seed(folder / "fuzz_flow", name,
+                   join({{static_cast<std::uint8_t>(i), 1, 2, 0, static_cast<std::uint8_t>(i * 37)},
+                         bytes}));
         for (std::size_t stage = 0; stage < kStages.size(); ++stage) {
             write_seed(
                 folder / "fuzz_inverse", kStages[stage]->name + " " + name,

@@ -2,6 +2,7 @@
 //
 // - memory to memory: velk_compress, velk_decompress
 // - streams through callbacks: velk_compress_stream, velk_decompress_stream
+// - streams in the caller's own loop: velk_flow
 // - any place of the original, without restoring what is before it: velk_reader
 // - single blocks, for programs that spread the work themselves: velk_encoder, velk_decoder
 //
@@ -63,7 +64,9 @@ typedef enum velk_status {
     VELK_ERROR_DAMAGED = 5,  // a check of the archive failed, or it is cut short
     VELK_ERROR_READ = 6,     // a read callback failed, or an input ended too early
     VELK_ERROR_WRITE = 7,    // a write callback failed
-    VELK_CANCELLED = 8       // the progress callback asked for it
+    VELK_CANCELLED = 8,      // the progress callback asked for it
+    VELK_DONE = 9,           // of velk_flow_run: all that was asked for is out
+    VELK_BUSY = 10           // of velk_flow_run: nothing can be done until a thread is
 } velk_status;
 
 // A short English text for any value, with neither a full stop nor a line end.
@@ -213,6 +216,63 @@ VELK_API velk_status velk_compress_stream(const velk_options *options, const vel
 // velk_decompress and velk_compress_stream: what was written before one is what the blocks
 // before it hold.
 VELK_API velk_status velk_decompress_stream(const velk_options *options, const velk_stream *stream);
+
+// ---- Streams in the caller's own loop
+//
+// For bindings, event loops and filters: bytes of the input are handed in as they come, those of
+// the output fetched, and none of the calls waits for either.
+
+// An archive that is compressed or restored, by threads of its own if it has several. One call at
+// a time.
+typedef struct velk_flow velk_flow;
+
+// What is to be taken, and room for what is given. A call moves the pointers on and takes what it
+// did off the sizes. A null pointer will do for no bytes.
+typedef struct velk_buffers {
+    const void *in;
+    size_t in_size;
+    void *out;
+    size_t out_size;
+} velk_buffers;
+
+typedef enum velk_action {
+    VELK_RUN = 0,   // more of the input may come
+    VELK_FLUSH = 1, // all that was taken is to be given out so that it can be restored, in a block
+                    // that ends there. Only for compressing with an index
+    VELK_FINISH = 2 // nothing comes behind these bytes
+} velk_action;
+
+// input_size, and errors: as velk_compress_stream. notify: null, or what is called with `user` by
+// the flow's threads, several at once even, each time that one of them is done with a block: to
+// have the loop, which may sleep elsewhere, call velk_flow_run. It must not do that itself.
+// *flow: null after an error.
+VELK_API velk_status velk_flow_compress(velk_flow **flow, const velk_options *options,
+                                        uint64_t input_size, void (*notify)(void *user),
+                                        void *user);
+VELK_API velk_status velk_flow_restore(velk_flow **flow, const velk_options *options,
+                                       void (*notify)(void *user), void *user);
+
+// Gives what is there and takes what it can, in this order, over and over. With one thread that
+// is the one that codes, else it never waits for the others. Returns
+//   VELK_OK    when all the input has been taken, or more output is there than room;
+//   VELK_BUSY  when input is left, or with VELK_FLUSH and VELK_FINISH output to come, and a
+//              thread has to be done first: see velk_flow_wait and `notify`;
+//   VELK_DONE  when the flush is complete, as far as the input was taken; when the archive is
+//              complete; or when all of the archive has been restored, and what is left of the
+//              input is no part of it, but for up to 18 bytes that were taken to see that;
+// or an error, as velk_compress_stream and velk_decompress_stream, behind all that the blocks
+// before it hold. From then on, and when the archive has ended, it returns the same again.
+// A member without an index goes on until VELK_FINISH, another header or something else.
+VELK_API velk_status velk_flow_run(velk_flow *flow, velk_buffers *buffers, velk_action action);
+
+// Waits until the oldest block that a thread has is done; not at all where there is none.
+VELK_API void velk_flow_wait(velk_flow *flow);
+
+// What has been given and taken so far, in whole blocks.
+VELK_API void velk_flow_report(const velk_flow *flow, velk_report *report);
+
+// Ends the threads and gives back the flow's memory, at whatever point it is; null will do.
+VELK_API void velk_flow_close(velk_flow *flow);
 
 // ---- Random access
 

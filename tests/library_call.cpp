@@ -123,6 +123,37 @@ Outcome restore_stream(const Bytes &archive, std::uint32_t threads, velk_report 
     return {status, stream.out};
 }
 
+Outcome run_flow(bool restoring, const velk_options &options, const Bytes &in, std::uint32_t seed,
+                 std::uint32_t flushes, std::uint64_t size, std::atomic<int> *blocks) {
+    std::atomic<int> uncounted = 0;
+    const auto count = [](void *user) { ++*static_cast<std::atomic<int> *>(user); };
+    void *const user = blocks != nullptr ? blocks : &uncounted;
+    velk_flow *flow;
+    Outcome outcome{restoring ? velk_flow_restore(&flow, &options, count, user)
+                              : velk_flow_compress(&flow, &options, size, count, user),
+                    {}};
+    Random random(seed);
+    const auto size_of = [&random] { return random.below(1u << random.below(20)); };
+    for (std::size_t at = 0; outcome.status == VELK_OK || outcome.status == VELK_BUSY;) {
+        if (outcome.status == VELK_BUSY) velk_flow_wait(flow);
+        Bytes out(size_of());
+        const std::size_t part = std::min<std::size_t>(size_of(), in.size() - at);
+        const bool flushing = random.below(16) < flushes;
+        const velk_action action = flushing                 ? VELK_FLUSH
+                                   : at + part == in.size() ? VELK_FINISH
+                                                            : VELK_RUN;
+        velk_buffers buffers = {in.data() + at, part, out.data(), out.size()};
+        outcome.status = velk_flow_run(flow, &buffers, action);
+        at += part - buffers.in_size;
+        out.resize(out.size() - buffers.out_size);
+        outcome.bytes.insert(outcome.bytes.end(), out.begin(), out.end());
+        if (flushing && outcome.status == VELK_DONE) outcome.status = VELK_OK;
+    }
+    velk_flow_close(flow);
+    if (outcome.status == VELK_DONE) outcome.status = VELK_OK;
+    return outcome;
+}
+
 std::string difference_to_program(const Bytes &archive) {
     const Restored program = restore_archive(archive);
     velk_report report, again;
@@ -139,6 +170,8 @@ std::string difference_to_program(const Bytes &archive) {
         again.damaged_offset != report.damaged_offset || again.whole != report.whole)
         return "threads";
     if (decompress(options_with(1), archive, right.bytes.size() + 1) != right) return "memory";
+    const std::uint32_t seed = crc32_append(0, archive.data(), archive.size());
+    if (run_flow(true, options_with(1 + seed % 3), archive, seed) != right) return "the flow";
     std::uint64_t bound;
     const velk_status bounded = velk_decompress_bound(archive.data(), archive.size(), &bound);
     if (ok && (bounded != VELK_OK || bound < right.bytes.size())) return "the bound";

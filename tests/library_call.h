@@ -4,6 +4,8 @@
 #include "data.h"
 #include "velk.h"
 
+#include <atomic>
+
 velk_options options_with(std::uint32_t threads, std::uint32_t block_size = VELK_MIN_BLOCK_SIZE);
 
 struct Outcome {
@@ -56,6 +58,13 @@ Outcome read_all(const Bytes &archive, std::size_t piece, int good_calls = -1,
                  velk_report *report = nullptr);
 
 Outcome restore_stream(const Bytes &archive, std::uint32_t threads, velk_report &report);
+
+// Compresses `in`, of this size, or restores it, by a flow that gets and gives as little at a time
+// as the random numbers say. flushes: how many of 16 calls ask for it. *blocks: what it was told
+// of.
+Outcome run_flow(bool restoring, const velk_options &options, const Bytes &in, std::uint32_t seed,
+                 std::uint32_t flushes = 0, std::uint64_t size = VELK_SIZE_UNKNOWN,
+                 std::atomic<int> *blocks = nullptr);
 
 // Restores the archive in every way that there is and compares with what the program would
 // make of it, and beyond its first member with each other. Returns what differs; nothing most

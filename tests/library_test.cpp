@@ -174,14 +174,17 @@ velk_status take_all_kinds_of_memory(const Bytes &in, const Bytes &archive) {
     velk_reader *reader;
     velk_encoder *encoder;
     velk_decoder *decoder;
+    velk_flow *flow;
     const velk_status worst =
         std::max({compressed.status, restored.status, open_reader(reader, test),
                   velk_compress_stream(&options, &callbacks, VELK_SIZE_UNKNOWN),
+                  velk_flow_restore(&flow, &options, nullptr, nullptr),
                   velk_encoder_new(&encoder, &options, in.size()),
                   velk_decoder_new(&decoder, nullptr, archive.data())});
     velk_reader_close(reader);
     velk_encoder_free(encoder);
     velk_decoder_free(decoder);
+    velk_flow_close(flow);
     return worst;
 }
 
@@ -328,6 +331,87 @@ TEST(Library, SettingsOutOfBounds) {
         EXPECT_EQ(velk_decompress_stream(nullptr, &stream), VELK_ERROR_ARGUMENT);
         reserved = nullptr;
     }
+    velk_options_init(nullptr);
+    std::size_t size;
+    EXPECT_EQ(velk_compress(nullptr, &bytes, SIZE_MAX, &bytes, 1, &size), VELK_ERROR_ARGUMENT);
+}
+
+TEST(Library, FlowsTakeAndGiveAnyPieces) {
+    for (const std::uint32_t threads : {1u, 2u, 3u}) {
+        const velk_options options = options_with(threads);
+        std::atomic<int> blocks = 0;
+        EXPECT_EQ(run_flow(false, options, mixed(), threads, 0, VELK_SIZE_UNKNOWN, &blocks),
+                  (Outcome{VELK_OK, mixed_archive()}));
+        EXPECT_EQ(blocks, threads == 1 ? 0 : 10);
+        EXPECT_EQ(run_flow(true, options, mixed_archive(), threads), (Outcome{VELK_OK, mixed()}));
+        const Outcome flushed = run_flow(false, options, mixed(), threads, 8, mixed().size());
+        EXPECT_NE(flushed.bytes, mixed_archive());
+        EXPECT_EQ(decompress(options, flushed.bytes, mixed().size()), (Outcome{VELK_OK, mixed()}));
+        EXPECT_EQ(run_flow(false, options, mixed(), threads, 0, mixed().size() + 1).status,
+                  VELK_ERROR_READ);
+    }
+}
+
+// A flow and all that it has given.
+struct Flow {
+    velk_flow *flow = nullptr;
+    Bytes out = {};
+    velk_status run(const Bytes &in, velk_action action) {
+        Bytes room(mixed().size());
+        velk_buffers buffers = {in.data(), in.size(), room.data(), room.size()};
+        velk_status status = velk_flow_run(flow, &buffers, action);
+        for (; status == VELK_BUSY; status = velk_flow_run(flow, &buffers, action))
+            velk_flow_wait(flow);
+        out.insert(out.end(), room.begin(), room.end() - static_cast<int>(buffers.out_size));
+        return status;
+    }
+};
+
+// What was flushed can be restored, before anything else comes; and a block leaves that is done.
+TEST(Library, FlowsHoldNothingBack) {
+    for (const std::uint32_t level : {1u, 5u, 9u}) {
+        velk_options options = options_with(1 + level % 4, 0);
+        options.level = static_cast<std::uint8_t>(level);
+        Flow forth, back;
+        ASSERT_EQ(velk_flow_compress(&forth.flow, &options, VELK_SIZE_UNKNOWN, nullptr, nullptr),
+                  VELK_OK);
+        ASSERT_EQ(velk_flow_restore(&back.flow, &options, nullptr, nullptr), VELK_OK);
+        EXPECT_EQ(forth.run({}, VELK_FLUSH), VELK_DONE);
+        EXPECT_EQ(forth.out.size(), 0u);
+        std::size_t at = 0, taken = 0;
+        for (const std::size_t size : {1u, 300000u, 2u}) {
+            const Bytes part(mixed().begin() + static_cast<int>(at),
+                             mixed().begin() + static_cast<int>(at + size));
+            at += size;
+            EXPECT_EQ(forth.run(part, VELK_FLUSH), VELK_DONE);
+            const std::size_t written = forth.out.size();
+            EXPECT_EQ(forth.run({}, VELK_FLUSH), VELK_DONE);
+            EXPECT_EQ(forth.out.size(), written);
+            Bytes more(forth.out.begin() + static_cast<int>(taken), forth.out.end());
+            taken = written;
+            for (; back.run(more, VELK_RUN) == VELK_OK && back.out.size() < at; more.clear())
+                velk_flow_wait(back.flow);
+            EXPECT_EQ(back.out, first_bytes(mixed(), at));
+        }
+        EXPECT_EQ(forth.run({}, VELK_FINISH), VELK_DONE);
+        EXPECT_EQ(back.run(Bytes(forth.out.begin() + static_cast<int>(taken), forth.out.end()),
+                           VELK_FINISH),
+                  VELK_DONE);
+        velk_report report;
+        velk_flow_report(back.flow, &report);
+        EXPECT_EQ(report.size, at);
+        EXPECT_TRUE(report.whole);
+        EXPECT_EQ(back.run({}, VELK_FLUSH), VELK_ERROR_ARGUMENT);
+        velk_flow_close(forth.flow);
+        velk_flow_close(back.flow);
+    }
+    // Given up at work.
+    Flow flow;
+    velk_options options = options_with(3);
+    ASSERT_EQ(velk_flow_compress(&flow.flow, &options, mixed().size(), nullptr, nullptr), VELK_OK);
+    velk_buffers buffers = {mixed().data(), mixed().size(), nullptr, 0};
+    EXPECT_EQ(velk_flow_run(flow.flow, &buffers, VELK_RUN), VELK_OK);
+    velk_flow_close(flow.flow);
 }
 
 // Text, code and records.

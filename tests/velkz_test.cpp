@@ -238,6 +238,10 @@ TEST_F(Velkz, LosesNothing) {
          "velkz: link: is a symbolic link, skipped\nvelkz: pipe: is not a regular file, skipped\n"
          "velkz: dir: is a folder, skipped\n2\nvelkz: dir: is a folder\n",
          2},
+        {"blocks before a silence", R"sh({ cat text.ref; for i in $(seq 500); do
+                [ "$(wc -c <a)" = 400001 ] && break; sleep .02; done; wc -c <a >b; } |
+            velkz -qdcT3 >a; cat b)sh",
+         "400001\n"},
         {"a link in the output's place",
          "echo old >a; ln -s a b; velkz -fo b text; cat a; velkcat b | cmp - text", "old\n"},
         {"another name of a stream", "velkz -o /dev/stdout text >a; velkcat a | cmp - text"},

@@ -61,9 +61,10 @@ void close_reader(BlockReader &reader) {
 
 std::uint8_t *next_input(BlockReader &reader, std::uint32_t &wanted) {
     const std::uint32_t there = reader.end - reader.start;
-    wanted = there >= reader.wanted ? 0
-                                    : static_cast<std::uint32_t>(std::min<std::uint64_t>(
-                                          reader.wanted - there, reader.left));
+    const bool enough = there >= reader.wanted || reader.flushes;
+    wanted = enough ? 0
+                    : static_cast<std::uint32_t>(
+                          std::min<std::uint64_t>(reader.wanted - there, reader.left));
     if (wanted > reader.room - reader.end) {
         std::memmove(reader.bytes, reader.bytes + reader.start, there);
         reader.start = 0;
@@ -82,6 +83,10 @@ bool take_input(BlockReader &reader, std::uint32_t count) {
     return true;
 }
 
+bool flush_input(BlockReader &reader) {
+    return reader.flushes = reader.start != reader.end;
+}
+
 const std::uint8_t *give_blocks(BlockReader &reader, BlockGroup &blocks) {
     const std::uint8_t *const given = reader.bytes + reader.start;
     blocks.length = blocks.count = 0;
@@ -95,6 +100,7 @@ const std::uint8_t *give_blocks(BlockReader &reader, BlockGroup &blocks) {
     if (blocks.length == 0) blocks.count = 0;
     reader.next_length = length;
     reader.start += blocks.length;
+    if (reader.start == reader.end) reader.flushes = false;
     if (!reader.gives_groups) reader.wanted = reader.block_limit; // once the header is settled
     return given;
 }

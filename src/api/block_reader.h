@@ -21,6 +21,7 @@ struct BlockReader {
     std::uint32_t block_limit; // the most bytes of a block
     std::uint32_t next_length; // bytes of the next block; 0: not known yet
     bool gives_groups;         // as many blocks at once as one could hold
+    bool flushes;              // what is in the window, before it takes more
     BlockCutter *cutter;       // null: blocks are full
 };
 
@@ -38,6 +39,9 @@ void close_reader(BlockReader &reader);
 
 // Takes the `count` bytes that came there; 0: the input ends. False where it had to have more.
 [[nodiscard]] bool take_input(BlockReader &reader, std::uint32_t count);
+
+// Has the reader want no more until all that came has been given out; false when nothing is left.
+[[nodiscard]] bool flush_input(BlockReader &reader);
 
 // The bytes of the next block or blocks, where no input is wanted; no blocks at the end of all.
 // They stay until the next call of next_input. `blocks`: how many, and their lengths.

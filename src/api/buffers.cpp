@@ -1,4 +1,5 @@
-// Memory to memory: streams whose two ends are buffers.
+// Memory to memory: a flow that is given all at once.
+#include "api/flow.h"
 #include "api/options.h"
 #include "archive/member.h"
 #include "base/block_size.h"
@@ -11,83 +12,65 @@ using namespace velk;
 
 namespace {
 
-struct Buffers {
-    const std::uint8_t *in;
-    std::size_t in_left;
-    std::uint8_t *out;
-    std::size_t room; // left in `out`
+struct Archive {
+    const std::uint8_t *bytes;
+    std::uint64_t size;
 };
 
-std::int64_t read_buffer(void *user, void *buffer, std::size_t size) {
-    Buffers &b = *static_cast<Buffers *>(user);
-    const std::size_t part = std::min(size, b.in_left);
-    if (part != 0) std::memcpy(buffer, b.in, part);
-    b.in += part;
-    b.in_left -= part;
-    return static_cast<std::int64_t>(part);
-}
-
-std::int64_t write_buffer(void *user, const void *buffer, std::size_t size) {
-    Buffers &b = *static_cast<Buffers *>(user);
-    const std::size_t part = std::min(size, b.room);
-    if (part != 0) std::memcpy(b.out, buffer, part);
-    b.out += part;
-    b.room -= part;
-    return static_cast<std::int64_t>(part);
-}
-
-// Of what has not been read from the front.
 bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t count,
                  std::uint32_t &got) {
-    const Buffers &b = *static_cast<const Buffers *>(user);
-    const std::uint64_t left = offset < b.in_left ? b.in_left - offset : 0;
+    const Archive &archive = *static_cast<const Archive *>(user);
+    const std::uint64_t left = offset < archive.size ? archive.size - offset : 0;
     got = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
-    if (got != 0) std::memcpy(bytes, b.in + offset, got);
+    if (got != 0) std::memcpy(bytes, archive.bytes + offset, got);
     return true;
 }
 
-// Calls run(stream) with the buffers as its ends.
-template<typename Run>
-velk_status run_on_buffers(const void *in, std::size_t in_size, void *out, std::size_t capacity,
-                           std::size_t *out_size, velk_report *report, Run run) {
+velk_status run_whole(const Coder &coder, const velk_options *options, const void *in,
+                      std::size_t in_size, void *out, std::size_t capacity, std::size_t *out_size,
+                      velk_report *report) {
     if (out_size == nullptr) return VELK_ERROR_ARGUMENT;
     *out_size = 0;
-    if ((in == nullptr && in_size != 0) || (out == nullptr && capacity != 0))
+    if ((in == nullptr && in_size != 0) || (out == nullptr && capacity != 0) ||
+        in_size == VELK_SIZE_UNKNOWN) // which no memory has
         return VELK_ERROR_ARGUMENT;
-    Buffers buffers = {static_cast<const std::uint8_t *>(in), in_size,
-                       static_cast<std::uint8_t *>(out), capacity};
-    const velk_stream stream = {&buffers, read_buffer, write_buffer, nullptr, report, {}};
-    const velk_status status = run(stream);
-    *out_size = capacity - buffers.room;
-    return status == VELK_ERROR_WRITE ? VELK_ERROR_SPACE : status;
+    velk_flow flow{};
+    velk_status status = start_flow(flow, coder, options, in_size);
+    if (status == VELK_ERROR_ARGUMENT) return status;
+    if (status == VELK_OK) {
+        velk_buffers buffers = {in, in_size, out, capacity};
+        while ((status = velk_flow_run(&flow, &buffers, VELK_FINISH)) == VELK_BUSY)
+            wait_for_output(flow);
+        *out_size = capacity - buffers.out_size;
+        end_flow(flow);
+    }
+    if (report != nullptr) *report = report_of(flow);
+    if (status == VELK_OK) return VELK_ERROR_SPACE; // for what is to come
+    return status == VELK_DONE ? VELK_OK : status;
 }
 
 } // namespace
 
 velk_status velk_compress(const velk_options *options, const void *in, std::size_t in_size,
                           void *out, std::size_t capacity, std::size_t *out_size) {
-    return run_on_buffers(
-        in, in_size, out, capacity, out_size, nullptr,
-        [=](const velk_stream &stream) { return velk_compress_stream(options, &stream, in_size); });
+    return run_whole(kCompressor, options, in, in_size, out, capacity, out_size, nullptr);
 }
 
 velk_status velk_decompress(const velk_options *options, const void *archive, std::size_t size,
                             void *out, std::size_t capacity, std::size_t *out_size,
                             velk_report *report) {
-    return run_on_buffers(
-        archive, size, out, capacity, out_size, report,
-        [=](const velk_stream &stream) { return velk_decompress_stream(options, &stream); });
+    return run_whole(kRestorer, options, archive, size, out, capacity, out_size, report);
 }
 
 velk_status velk_decompress_bound(const void *archive, std::size_t size, std::uint64_t *bound) {
     if (bound == nullptr) return VELK_ERROR_ARGUMENT;
     *bound = 0;
     if (archive == nullptr && size != 0) return VELK_ERROR_ARGUMENT;
-    Buffers buffers = {static_cast<const std::uint8_t *>(archive), size, nullptr, 0};
-    const PlacedSource source = {&buffers, read_placed};
+    Archive bytes = {static_cast<const std::uint8_t *>(archive), size};
+    const PlacedSource source = {&bytes, read_placed};
     std::uint64_t sum = 0;
     for (std::uint64_t at = 0;;) {
-        const std::uint8_t *const start = buffers.in + at;
+        const std::uint8_t *const start = bytes.bytes + at;
         const auto left =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(size - at, kFirstRecord));
         Settings settings{};

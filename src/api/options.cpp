@@ -105,6 +105,7 @@ velk_status status_of(ArchiveStatus status) {
 using namespace velk;
 
 void velk_options_init(velk_options *options) {
+    if (options == nullptr) return;
     *options = velk_options{};
     options->stages_off = VELK_OFF_ST;
 }

@@ -1,7 +1,6 @@
 // Random access: where the members' records lie, and the block decoded last.
 #include "api/coder.h"
 #include "api/growth.h"
-#include "api/read_fully.h"
 #include "archive/member.h"
 
 #include <algorithm>
@@ -59,9 +58,14 @@ bool read_placed(void *user, std::uint64_t offset, void *bytes, std::uint32_t co
     // What lies behind the archive is not looked at.
     const std::uint64_t left = offset < reader.archive_size ? reader.archive_size - offset : 0;
     count = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, left));
-    return read_fully(bytes, count, got, [&](std::uint8_t *to, std::uint32_t size) {
-        return reader.read_at(reader.user, offset + got, to, size);
-    });
+    for (got = 0; got < count;) {
+        const std::int64_t part = reader.read_at(
+            reader.user, offset + got, static_cast<std::uint8_t *>(bytes) + got, count - got);
+        if (part < 0 || part > count - got) return false;
+        if (part == 0) break;
+        got += static_cast<std::uint32_t>(part);
+    }
+    return true;
 }
 
 // Entry `number` of the index whose entries begin at `entries`. False if it can't be read.

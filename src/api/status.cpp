@@ -16,8 +16,10 @@ constexpr const char *kTexts[] = {
     "the input can't be read",
     "the output can't be written",
     "cancelled",
+    "all is out",
+    "a thread has to be done first",
 };
-static_assert(std::size(kTexts) == VELK_CANCELLED + 1);
+static_assert(std::size(kTexts) == VELK_BUSY + 1);
 
 } // namespace
 

@@ -17,45 +17,43 @@ bool has_ended(const Member &member) {
            (member.last_len < member.block_size || member.block_size % 1024 != 0);
 }
 
-// Reads an index, which must be that of the blocks restored.
-ArchiveStatus read_index(const ByteSource &source, const Member &member) {
-    std::uint8_t bytes[kChunkBytes], expected[kFooterBytes];
-    std::uint32_t crc = member.sum.header_crc, got;
-    for (std::uint64_t left = entry_bytes(member.sum.records); left != 0;) {
-        const auto count = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, kChunkBytes));
-        if (!source.read(source.user, bytes, count, got)) return kReadFailed;
-        if (got != count) return kMemberCut;
-        crc = crc32_append(crc, bytes, count);
-        left -= count;
-    }
-    if (!source.read(source.user, bytes, kFooterBytes, got)) return kReadFailed;
-    if (got != kFooterBytes) return kMemberCut;
-    put_footer(expected, member.sum);
-    const bool fits = crc == member.sum.crc && std::memcmp(bytes, expected, kFooterBytes) == 0;
-    return fits ? kGood : kIndexDamaged;
+// The entries and the footer that are to come are looked at as one: its last bytes, and a CRC.
+ArchiveStatus begin_index(MemberEnd &end, MemberEnd::Part part, const Member &member) {
+    end.part = part;
+    end.left = entry_bytes(member.sum.records) + kFooterBytes;
+    end.crc = member.sum.header_crc;
+    return kMore;
 }
 
-// Whether what follows the end mark of a plain member, `got` bytes of it in `start`, ends in
-// the footer of an index for its blocks: then only its header is wrong. found: false if the
-// source failed.
-bool has_index(const ByteSource &source, const Member &member, const std::uint8_t *start,
-               std::uint32_t got, bool &found) {
-    std::uint8_t last[kFooterBytes] = {}, bytes[kChunkBytes];
-    const auto shift_in = [&last](const std::uint8_t *more, std::uint32_t count) {
-        const std::uint32_t kept = count < kFooterBytes ? kFooterBytes - count : 0;
-        std::memmove(last, last + kFooterBytes - kept, kept);
-        std::memcpy(last + kept, more + count - (kFooterBytes - kept), kFooterBytes - kept);
-    };
-    shift_in(start, got);
-    static_assert(kFirstRecord <= kFooterBytes); // `got` is no more
-    std::uint64_t left = entry_bytes(member.sum.records) + kFooterBytes - got;
-    for (found = true; left != 0 && got != 0; left -= got) {
-        const auto count = static_cast<std::uint32_t>(std::min<std::uint64_t>(left, kChunkBytes));
-        if (!source.read(source.user, bytes, count, got)) return found = false;
-        shift_in(bytes, got);
-    }
+bool index_fits(const MemberEnd &end, const Member &member) {
+    std::uint8_t expected[kFooterBytes];
+    put_footer(expected, member.sum);
+    return std::memcmp(end.index, expected, kFooterBytes) == 0 &&
+           end.crc == crc32_append(member.sum.crc, expected, kFooterBytes);
+}
+
+// A plain member that ends in the footer of an index for its blocks: only its header is wrong.
+bool has_lost_index(const MemberEnd &end, const Member &member) {
     Footer footer;
-    return left == 0 && get_footer(last, footer) && footer.records == member.sum.records;
+    return end.left == 0 && get_footer(end.index, footer) && footer.records == member.sum.records;
+}
+
+// Once `start` holds what follows, or all that does.
+ArchiveStatus judge_behind(MemberEnd &end, const Member &member) {
+    const ArchiveStatus behind = classify_behind(end.start, end.got);
+    if (behind != kGarbage) return behind;
+    // No header after all, where a plain member may go on: its next head is damaged.
+    const bool has_mark = end.bytes != 0;
+    if (!has_mark && !has_ended(member)) {
+        end.closed = false;
+        return kHeadDamaged;
+    }
+    if (!has_mark || needs_index(member) || end.got < kFirstRecord) return behind;
+    static_assert(kFirstRecord <= kFooterBytes);
+    std::memcpy(end.index + kFooterBytes - kFirstRecord, end.start, kFirstRecord);
+    const ArchiveStatus status = begin_index(end, MemberEnd::Part::kLostIndex, member);
+    end.left -= kFirstRecord;
+    return status;
 }
 
 } // namespace
@@ -78,44 +76,66 @@ bool add_block(Member &member, const IndexEntry &entry) {
             entry.data_len >= kMinRecordData && entry.data_len <= member.block_size + kBlockSlack);
 }
 
-ArchiveStatus end_member(const ByteSource &source, const Member &member, ArchiveStatus met,
-                         const RecordIntake &intake, MemberEnd &end) {
+ArchiveStatus begin_end(MemberEnd &end, const Member &member, ArchiveStatus met,
+                        const RecordIntake &intake) {
     const bool indexed = needs_index(member);
-    std::uint32_t got = 0;
     if (met == kEndMark) {
         end.bytes = kRecordHeadBytes;
-        if (indexed) {
-            const ArchiveStatus index = read_index(source, member);
-            if (index != kGood) return index;
-            end.bytes += entry_bytes(member.sum.records) + kFooterBytes;
-        }
+        if (indexed) return begin_index(end, MemberEnd::Part::kIndex, member);
     } else if (indexed) {
         return met == kEnd || met == kNextHeader ? kMemberCut : met;
     } else if (!has_ended(member)) {
         if (met != kEnd && met != kNextHeader) return met;
         if (member.block_size % 1024 != 0) return kMemberCut;
     }
-    if (met != kEndMark) {
-        got = intake.taken;
-        std::memcpy(end.start, intake.head, got);
-    }
     end.closed = true;
-    end.whole = indexed || has_ended(member);
+    end.whole = has_ended(member);
     if (met == kEnd) return kEnd;
-    std::uint32_t more;
-    if (!source.read(source.user, end.start + got, kFirstRecord - got, more)) return kReadFailed;
-    got += more;
-    const ArchiveStatus behind = classify_behind(end.start, got);
-    // No header after all, where a plain member may go on: its next head is damaged.
-    if (met == kNextHeader && behind == kGarbage && !has_ended(member)) {
-        end.closed = false;
-        return kHeadDamaged;
+    if (met != kEndMark) std::memcpy(end.start, intake.head, end.got = intake.taken);
+    return kMore;
+}
+
+std::uint8_t *next_place(MemberEnd &end, std::uint32_t &wanted) {
+    if (end.part == MemberEnd::Part::kBehind) {
+        wanted = kFirstRecord - end.got;
+        return end.start + end.got;
     }
-    if (behind != kGarbage || met != kEndMark || indexed) return behind;
-    bool found;
-    if (!has_index(source, member, end.start, got, found)) return found ? kGarbage : kReadFailed;
-    end.closed = false;
-    return kIndexDamaged;
+    wanted = static_cast<std::uint32_t>(
+        std::min<std::uint64_t>(end.left, sizeof end.index - kFooterBytes));
+    return end.index + kFooterBytes;
+}
+
+ArchiveStatus take_in(MemberEnd &end, const Member &member, std::uint32_t count) {
+    if (end.part == MemberEnd::Part::kBehind) {
+        end.got += count;
+        return count != 0 && end.got != kFirstRecord ? kMore : judge_behind(end, member);
+    }
+    end.crc = crc32_append(end.crc, end.index + kFooterBytes, count);
+    std::memmove(end.index, end.index + count, kFooterBytes);
+    end.left -= count;
+    if (count != 0 && end.left != 0) return kMore;
+    if (end.part == MemberEnd::Part::kLostIndex) {
+        end.closed = !has_lost_index(end, member);
+        return end.closed ? kGarbage : kIndexDamaged;
+    }
+    if (end.left != 0) return kMemberCut;
+    if (!index_fits(end, member)) return kIndexDamaged;
+    end.bytes += entry_bytes(member.sum.records) + kFooterBytes;
+    end.closed = end.whole = true;
+    end.part = MemberEnd::Part::kBehind;
+    return kMore;
+}
+
+ArchiveStatus end_member(const ByteSource &source, const Member &member, ArchiveStatus met,
+                         const RecordIntake &intake, MemberEnd &end) {
+    ArchiveStatus status = begin_end(end, member, met, intake);
+    while (status == kMore) {
+        std::uint32_t wanted, got;
+        std::uint8_t *const place = next_place(end, wanted);
+        if (!source.read(source.user, place, wanted, got)) return kReadFailed;
+        status = take_in(end, member, got);
+    }
+    return status;
 }
 
 ArchiveStatus classify_behind(const std::uint8_t *start, std::uint32_t got) {

@@ -29,18 +29,34 @@ struct Member {
 // Counts a restored block, the next one. False for one that no compressor writes there.
 [[nodiscard]] bool add_block(Member &member, const IndexEntry &entry);
 
-// What a member ends with, and where the next one begins.
+// What a member ends with, and where the next one begins, as the bytes behind its records come, in
+// pieces of any size.
 struct MemberEnd {
     bool closed = false;                   // nothing is wrong with it, whatever follows
     bool whole = false;                    // or else it may have been cut between two records
     std::uint64_t bytes = 0;               // of end mark and index
     std::uint8_t start[kFirstRecord] = {}; // the header of the next member
+
+    enum class Part { kIndex, kBehind, kLostIndex } part = Part::kBehind; // that comes next
+    std::uint32_t got = 0;                                                // bytes of `start`
+    std::uint64_t left = 0;                                               // bytes of the index
+    std::uint32_t crc = 0;
+    std::uint8_t index[kFooterBytes + 4096] = {}; // its last bytes so far, and room for more
 };
 
-// Ends the member all of whose records have been restored. met: what next_place's bytes turned
-// out to be in place of another record, kEnd to kLengthInvalid; intake: those bytes; source:
-// what follows. Returns kNextHeader when another member follows, kEnd when nothing does,
-// kGarbage when what does is no part of the archive, or what is wrong.
+// Begins with the end of the member all of whose records have been restored. met: what
+// next_place's bytes turned out to be in place of another record, kEnd to kLengthInvalid; intake:
+// those bytes. Returns kMore when what follows them has to be seen; kNextHeader when another member
+// follows, kEnd when nothing does, kGarbage when what does is no part of the archive, or what is
+// wrong.
+[[nodiscard]] ArchiveStatus begin_end(MemberEnd &end, const Member &member, ArchiveStatus met,
+                                      const RecordIntake &intake);
+
+// As those of a record; 0 bytes at the end of all. Returns as above.
+[[nodiscard]] std::uint8_t *next_place(MemberEnd &end, std::uint32_t &wanted);
+[[nodiscard]] ArchiveStatus take_in(MemberEnd &end, const Member &member, std::uint32_t count);
+
+// All of that, with bytes from the source.
 [[nodiscard]] ArchiveStatus end_member(const ByteSource &source, const Member &member,
                                        ArchiveStatus met, const RecordIntake &intake,
                                        MemberEnd &end);

@@ -1,5 +1,6 @@
 #include "work.h"
 
+#include "bell.h"
 #include "failure.h"
 #include "input.h"
 #include "output.h"
@@ -7,53 +8,101 @@
 #include "progress.h"
 #include "random_access.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
+#include <vector>
 
 using namespace velk;
 
 namespace {
 
-// One call of the library.
+constexpr std::size_t kPartBytes = 256 << 10; // of input and of output
+
+// One archive, or several in a row.
 struct Run {
     const Input &input;
     const Output *output; // null: what is restored is only checked
     const Options &options;
+    std::uint64_t size; // of the input; VELK_SIZE_UNKNOWN: up to its end
     Progress progress;
-    Amounts done; // up to the last block that was written
-    std::uint64_t bytes_read = 0;
-    int callback_error = 0; // errno
     velk_report told{};
+    std::uint64_t bytes_read = 0;
+    int stream_error = 0; // errno
+    std::vector<std::uint8_t> in = std::vector<std::uint8_t>(kPartBytes), out = in;
+
+    [[nodiscard]] bool compresses() const { return options.mode == Mode::kCompress; }
+    [[nodiscard]] Amounts done() const { // up to the last block that was written
+        return compresses() ? Amounts{told.size, told.archive_size}
+                            : Amounts{told.archive_size, told.size};
+    }
 };
 
-std::int64_t read_input(void *user, void *buffer, std::size_t size) {
-    Run &run = *static_cast<Run *>(user);
-    const std::int64_t got = read_some(run.input.fd, buffer, size);
-    if (got < 0) run.callback_error = errno;
-    if (got > 0) run.bytes_read += static_cast<std::uint64_t>(got);
-    run.progress.show(run.done);
-    return got;
+// Reads a part, and no more than belongs to the input. ended: there is no more.
+bool read_part(Run &run, velk_buffers &buffers, bool &ended) {
+    const std::uint64_t left = run.size - run.bytes_read;
+    const auto most = static_cast<std::size_t>(std::min<std::uint64_t>(kPartBytes, left));
+    const std::int64_t got = most == 0 ? 0 : read_some(run.input.fd, run.in.data(), most);
+    if (got < 0) return false;
+    buffers.in = run.in.data();
+    buffers.in_size = static_cast<std::size_t>(got);
+    run.bytes_read += buffers.in_size;
+    ended = got == 0 || run.bytes_read == run.size;
+    return true;
 }
 
-std::int64_t write_output(void *user, const void *buffer, std::size_t size) {
-    Run &run = *static_cast<Run *>(user);
-    if (run.output == nullptr) return static_cast<std::int64_t>(size);
-    const std::int64_t put = write_some(run.output->fd, buffer, size);
-    if (put < 0) run.callback_error = errno;
-    return put;
+bool write_part(const Run &run, std::size_t size) {
+    for (std::size_t at = 0; run.output != nullptr && at < size;) {
+        const std::int64_t put = write_some(run.output->fd, run.out.data() + at, size - at);
+        if (put <= 0) return false;
+        at += static_cast<std::size_t>(put);
+    }
+    return true;
 }
 
-int note_block(void *user, std::uint64_t bytes_in, std::uint64_t bytes_out) {
-    Run &run = *static_cast<Run *>(user);
-    run.done = {bytes_in, bytes_out};
-    run.progress.show(run.done);
-    return 0;
+// Takes and gives what can be, and tells how much was given.
+velk_status step(Run &run, velk_flow *flow, velk_buffers &buffers, bool ended, std::size_t &given) {
+    buffers.out = run.out.data();
+    buffers.out_size = kPartBytes;
+    const velk_status status = velk_flow_run(flow, &buffers, ended ? VELK_FINISH : VELK_RUN);
+    given = kPartBytes - buffers.out_size;
+    if (!write_part(run, given)) {
+        run.stream_error = errno;
+        return VELK_ERROR_WRITE;
+    }
+    velk_flow_report(flow, &run.told);
+    run.progress.show(run.done());
+    return status;
+}
+
+// A finished block leaves at once, also while the input is silent.
+velk_status run_flow(Run &run, velk_flow *flow, Bell &bell) {
+    velk_buffers buffers{};
+    std::size_t given;
+    for (bool ended = false;;) {
+        const velk_status status = step(run, flow, buffers, ended, given);
+        if (status == VELK_BUSY) {
+            velk_flow_wait(flow);
+        } else if (status != VELK_OK) {
+            return status == VELK_DONE ? VELK_OK : status;
+        } else if (buffers.in_size == 0 && buffers.out_size != 0 &&
+                   bell.wait_for_input(run.input.fd) && !read_part(run, buffers, ended)) {
+            run.stream_error = errno;
+            break;
+        }
+    }
+    do { // what came before the fault
+        velk_flow_wait(flow);
+        const velk_status status = step(run, flow, buffers, false, given);
+        if (status != VELK_OK) return status;
+    } while (given != 0);
+    return VELK_ERROR_READ;
 }
 
 Status report(const Run &run, velk_status status) {
-    errno = run.callback_error;
+    errno = run.stream_error;
     if (status == VELK_ERROR_WRITE)
         return error(run.output->name, "can't be written: " + errno_text());
     if (status == VELK_ERROR_READ && errno == 0)
@@ -67,20 +116,32 @@ bool more_follows(const Input &input) {
     return read_some(input.fd, &byte, 1) > 0;
 }
 
-Status compress(Run &run, const velk_stream &stream) {
-    const bool told = run.options.size != VELK_SIZE_UNKNOWN;
-    const std::uint64_t size = told ? run.options.size : run.input.size;
-    const velk_status status = velk_compress_stream(&run.options.library, &stream, size);
+velk_status transfer(Run &run) {
+    Bell bell; // outlives the flow
+    velk_flow *flow;
+    const velk_options *const options = &run.options.library;
+    const velk_status status = run.compresses()
+                                   ? velk_flow_compress(&flow, options, run.size, Bell::ring, &bell)
+                                   : velk_flow_restore(&flow, options, Bell::ring, &bell);
+    if (status != VELK_OK) return status;
+    const velk_status ended = run_flow(run, flow, bell);
+    velk_flow_close(flow);
+    return ended;
+}
+
+Status compress(Run &run) {
+    const velk_status status = transfer(run);
     if (status != VELK_OK) return report(run, status);
-    if (told && more_follows(run.input))
+    if (run.options.size != VELK_SIZE_UNKNOWN && more_follows(run.input))
         return error(run.input.name,
-                     "has more than the " + std::to_string(size) + " bytes of --size");
+                     "has more than the " + std::to_string(run.size) + " bytes of --size");
     return has_changed(run.input) ? warning(run.input.name, "was written to while it was read")
                                   : kSuccess;
 }
 
-Status restore(Run &run, const velk_stream &stream) {
-    const velk_status status = velk_decompress_stream(&run.options.library, &stream);
+Status restore(Run &run) {
+    run.size = VELK_SIZE_UNKNOWN;
+    const velk_status status = transfer(run);
     if (status != VELK_OK) return report(run, status);
     return run.told.bytes_follow != 0
                ? warning(run.input.name, "what follows the archive's end is left out")
@@ -95,19 +156,13 @@ Status transfer(const Input &input, const Output *output, const Options &options
     const bool shown =
         !options.quiet && !options.no_progress && !text_on_terminal && is_terminal(kStandardError);
     const std::uint64_t size = options.size != VELK_SIZE_UNKNOWN ? options.size : input.size;
-    Run run{input, output, options, {input.name, size, compresses, shown}, {}};
-    velk_stream stream{};
-    stream.user = &run;
-    stream.read = read_input;
-    stream.write = write_output;
-    stream.progress = note_block;
-    stream.report = &run.told;
-    const Status status = compresses ? compress(run, stream) : restore(run, stream);
+    Run run{input, output, options, size, {input.name, size, compresses, shown}};
+    const Status status = compresses ? compress(run) : restore(run);
     whole = run.told.whole != 0;
     if (status != kError && options.verbose) {
         clear_progress();
         std::fprintf(stderr, "%s: %s%s\n", printable(input.name).c_str(),
-                     run.progress.summary(run.done).c_str(),
+                     run.progress.summary(run.done()).c_str(),
                      whole ? ""
                            : ", a plain archive, which can't tell whether its end was cut off");
     }
