@@ -105,8 +105,8 @@ enum {
 
 // The settings of a call. Set them by velk_options_init first, then change what is to
 // differ: what a later version adds has its default there. A null pointer in place of
-// options stands for the defaults. Restoring takes only `threads` and `memory_limit` from
-// them, and the reader only `memory_limit`.
+// options stands for the defaults. Restoring takes only `threads`, `memory_limit` and `one_member`
+// from them, and the reader only `memory_limit`.
 typedef struct velk_options {
     uint32_t block_size;      // bytes: VELK_MIN_BLOCK_SIZE to VELK_MAX_BLOCK_SIZE, a multiple
                               // of 1024; 0: the level's. With an index at most 16382 KiB are used
@@ -119,7 +119,8 @@ typedef struct velk_options {
     uint8_t no_fallback;      // 1: sorting and coding are kept even where they do not pay
     uint8_t plain;            // 1: no index, and all blocks but the last are full
     uint8_t level;            // 1 to VELK_MAX_LEVEL; 0: 5. See above
-    uint8_t reserved[43];     // 0
+    uint8_t one_member;       // 1: velk_flow_restore ends behind the first member
+    uint8_t reserved[42];     // 0
 } velk_options;
 
 VELK_API void velk_options_init(velk_options *options);
@@ -147,6 +148,7 @@ typedef struct velk_report {
     uint8_t whole;           // 0: may have been cut between two records; a plain one can't tell
     uint8_t bytes_follow;    // 1: behind the archive are bytes that are no part of it
     uint8_t damaged_part;    // velk_part
+    uint8_t cut;             // 1: that is all there is of it, in a stream
 } velk_report;
 
 // ---- Memory to memory
@@ -258,8 +260,8 @@ VELK_API velk_status velk_flow_restore(velk_flow **flow, const velk_options *opt
 //   VELK_BUSY  when input is left, or with VELK_FLUSH and VELK_FINISH output to come, and a
 //              thread has to be done first: see velk_flow_wait and `notify`;
 //   VELK_DONE  when the flush is complete, as far as the input was taken; when the archive is
-//              complete; or when all of the archive has been restored, and what is left of the
-//              input is no part of it, but for up to 18 bytes that were taken to see that;
+//              complete; or when all of the archive, or one member, has been restored. What is left
+//              of the input is no part of that, nor is what velk_flow_unused tells of;
 // or an error, as velk_compress_stream and velk_decompress_stream, behind all that the blocks
 // before it hold. From then on, and when the archive has ended, it returns the same again.
 // A member without an index goes on until VELK_FINISH, another header or something else.
@@ -270,6 +272,10 @@ VELK_API void velk_flow_wait(velk_flow *flow);
 
 // What has been given and taken so far, in whole blocks.
 VELK_API void velk_flow_report(const velk_flow *flow, velk_report *report);
+
+// How many bytes behind one member were taken to see that it ends, at most VELK_HEADER_SIZE, and in
+// `bytes` what they are; behind an index 0. Once velk_flow_run has returned VELK_DONE.
+VELK_API size_t velk_flow_unused(const velk_flow *flow, const void **bytes);
 
 // Ends the threads and gives back the flow's memory, at whatever point it is; null will do.
 VELK_API void velk_flow_close(velk_flow *flow);

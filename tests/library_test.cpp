@@ -43,13 +43,13 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
         velk_options options;
         std::size_t size;
     } cases[] = {
-        {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, {}}, mixed().size()},
-        {"-b200t", {204800, 0, 0, VELK_OFF_BWT, 0, 0, 1, 0, {}}, mixed().size()},
-        {"-b128zedfo", {kBlock, 0, 0, 0xAB, 0, 1, 1, 0, {}}, 3 * kBlock},
-        {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, {}}, kBlock},
-        {"-a", {0, 0, 0, VELK_OFF_ST, 1, 0, 1, 0, {}}, 1000},
-        {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, {}}, kBlock + 1},
-        {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, {}}, 0},
+        {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, 0, {}}, mixed().size()},
+        {"-b200t", {204800, 0, 0, VELK_OFF_BWT, 0, 0, 1, 0, 0, {}}, mixed().size()},
+        {"-b128zedfo", {kBlock, 0, 0, 0xAB, 0, 1, 1, 0, 0, {}}, 3 * kBlock},
+        {"-b128", {kBlock, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, 0, {}}, kBlock},
+        {"-a", {0, 0, 0, VELK_OFF_ST, 1, 0, 1, 0, 0, {}}, 1000},
+        {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, 0, {}}, kBlock + 1},
+        {"-s", {0, 0, 0, VELK_OFF_ST, 0, 0, 1, 0, 0, {}}, 0},
     };
     for (auto c : cases) {
         const Bytes in = first_bytes(mixed(), c.size);
@@ -89,12 +89,12 @@ TEST(Library, WritesTheProgramsBytesWithAnyNumberOfThreads) {
 // What the stages can add at most, and small blocks that take it.
 TEST(Library, BoundIsReachedAndNeverPassed) {
     const std::pair<velk_options, std::size_t> cases[] = {
-        {{kBlock, 1, 0, VELK_OFF_ST, 0, 0, 0, 0, {}}, 29},
-        {{kBlock, 1, 0, 0xA0, 0, 0, 0, 0, {}}, 18},
-        {{kBlock, 1, 0, VELK_OFF_ST, 0, 1, 0, 0, {}}, 29},
-        {{kBlock, 1, 0, VELK_OFF_BWT, 0, 1, 0, 0, {}}, 28},
-        {{kBlock, 1, 0, 0xFF, 0, 1, 0, 0, {}}, 12},
-        {{kBlock, 1, 0, 0xFF, 0, 0, 0, 0, {}}, 9}};
+        {{kBlock, 1, 0, VELK_OFF_ST, 0, 0, 0, 0, 0, {}}, 29},
+        {{kBlock, 1, 0, 0xA0, 0, 0, 0, 0, 0, {}}, 18},
+        {{kBlock, 1, 0, VELK_OFF_ST, 0, 1, 0, 0, 0, {}}, 29},
+        {{kBlock, 1, 0, VELK_OFF_BWT, 0, 1, 0, 0, 0, {}}, 28},
+        {{kBlock, 1, 0, 0xFF, 0, 1, 0, 0, 0, {}}, 12},
+        {{kBlock, 1, 0, 0xFF, 0, 0, 0, 0, 0, {}}, 9}};
     for (const auto &[options, added] : cases) {
         velk_options plain = options;
         plain.plain = 1;
@@ -306,13 +306,14 @@ TEST(Library, MemoryLimit) {
 }
 
 TEST(Library, SettingsOutOfBounds) {
-    std::vector<velk_options> wrong = {{kBlock - 1, 1, 0, 0x20, 0, 0, 0, 0, {}},
-                                       {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, 0, 0, {}},
-                                       {kBlock, 1, 0, 0, 0, 0, 0, 0, {}},
-                                       {kBlock, 1, 0, 0x20, 2, 0, 0, 0, {}},
-                                       {kBlock, 1, 0, 0x20, 0, 2, 0, 0, {}},
-                                       {kBlock, 1, 0, 0x20, 0, 0, 2, 0, {}},
-                                       {kBlock + 512, 1, 0, 0x20, 0, 0, 0, 0, {}}};
+    std::vector<velk_options> wrong = {{kBlock - 1, 1, 0, 0x20, 0, 0, 0, 0, 0, {}},
+                                       {VELK_MAX_BLOCK_SIZE + 1, 1, 0, 0x20, 0, 0, 0, 0, 0, {}},
+                                       {kBlock, 1, 0, 0, 0, 0, 0, 0, 0, {}},
+                                       {kBlock, 1, 0, 0x20, 2, 0, 0, 0, 0, {}},
+                                       {kBlock, 1, 0, 0x20, 0, 2, 0, 0, 0, {}},
+                                       {kBlock, 1, 0, 0x20, 0, 0, 2, 0, 0, {}},
+                                       {kBlock, 1, 0, 0x20, 0, 0, 0, 0, 2, {}},
+                                       {kBlock + 512, 1, 0, 0x20, 0, 0, 0, 0, 0, {}}};
     for (std::size_t i = 0; i < sizeof wrong[0].reserved; ++i) {
         wrong.push_back(options_with(1));
         wrong.back().reserved[i] = 1;
@@ -412,6 +413,34 @@ TEST(Library, FlowsHoldNothingBack) {
     velk_buffers buffers = {mixed().data(), mixed().size(), nullptr, 0};
     EXPECT_EQ(velk_flow_run(flow.flow, &buffers, VELK_RUN), VELK_OK);
     velk_flow_close(flow.flow);
+}
+
+// Of one member nothing behind it is taken but what shows that it ends, which is told.
+TEST(Library, FlowsOfOneMember) {
+    const Bytes in = first_bytes(mixed(), 1000);
+    for (const bool plain : {false, true}) {
+        velk_options options = options_with(1);
+        options.plain = plain;
+        options.one_member = 1;
+        const Bytes archive = compress(options, in).bytes;
+        for (const Bytes &behind : {Bytes{}, to_bytes("no"), archive}) {
+            Flow flow;
+            ASSERT_EQ(velk_flow_restore(&flow.flow, &options, nullptr, nullptr), VELK_OK);
+            Bytes out(in.size());
+            const Bytes all = join({archive, behind});
+            velk_buffers buffers = {all.data(), all.size(), out.data(), out.size()};
+            const bool seen = !plain || behind.size() > 5;
+            EXPECT_EQ(velk_flow_run(flow.flow, &buffers, VELK_RUN), seen ? VELK_DONE : VELK_OK);
+            EXPECT_EQ(velk_flow_run(flow.flow, &buffers, VELK_FINISH), VELK_DONE);
+            EXPECT_EQ(out, in);
+            const void *unused;
+            const std::size_t taken = velk_flow_unused(flow.flow, &unused);
+            EXPECT_EQ(taken + buffers.in_size, behind.size());
+            EXPECT_EQ(taken, plain ? std::min<std::size_t>(behind.size(), 18) : 0);
+            EXPECT_EQ(std::memcmp(unused, behind.data(), taken), 0);
+            velk_flow_close(flow.flow);
+        }
+    }
 }
 
 // Text, code and records.
@@ -641,6 +670,7 @@ TEST(Library, CutsOfMembersInARow) {
         const Outcome right = right_of_cut(parts, n);
         velk_report report;
         const Outcome restored = restore_stream(cut, 1, report);
+        EXPECT_EQ(report.cut, restored.status == VELK_ERROR_DAMAGED);
         ASSERT_EQ(restored.status, right.status) << n;
         ASSERT_TRUE(restored.bytes.size() >= right.bytes.size() &&
                     (right.status != VELK_OK || restored == right))

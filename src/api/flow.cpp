@@ -195,14 +195,17 @@ velk_status open_member(velk_flow &f) {
 
 // behind: what follows the member, or what is wrong.
 velk_status close_member(velk_flow &f, ArchiveStatus behind) {
+    using enum ArchiveStatus;
+    f.report.cut = behind == kMemberCut || behind == kHeadCut || behind == kHeaderCut;
     if (!f.end.closed) return status_of(behind);
     f.report.damaged_part = VELK_PART_HEADER; // of the next one
     f.report.archive_size += f.end.bytes;
     ++f.report.members;
     if (!f.end.whole) f.report.whole = 0;
     f.has_news = true;
-    if (behind != ArchiveStatus::kNextHeader) {
-        f.report.bytes_follow = behind == ArchiveStatus::kGarbage;
+    if (f.options.one_member) return VELK_DONE;
+    if (behind != kNextHeader) {
+        f.report.bytes_follow = behind == kGarbage;
         const velk_status status = status_of(behind);
         return status == VELK_OK ? VELK_DONE : status;
     }
@@ -219,6 +222,7 @@ velk_status close_member(velk_flow &f, ArchiveStatus behind) {
 void take_start(velk_flow &f, std::uint32_t count) {
     f.start_len += count;
     if (count == 0 || f.start_len == kFirstRecord) f.status = open_member(f);
+    f.report.cut = count == 0 && f.status == VELK_ERROR_DAMAGED;
 }
 
 void take_record(velk_flow &f, std::uint32_t count) {
@@ -235,11 +239,18 @@ void take_record(velk_flow &f, std::uint32_t count) {
     f.slot = nullptr;
 }
 
+// status: of what has come of the member's end.
+void go_on_at_end(velk_flow &f, ArchiveStatus status) {
+    // Of one member nothing is taken behind an end mark.
+    const bool ends_here = f.options.one_member && f.end.closed && f.end.got == 0;
+    if (status == ArchiveStatus::kMore && ends_here) status = ArchiveStatus::kEnd;
+    if (status != ArchiveStatus::kMore) f.status = close_member(f, status);
+}
+
 void begin_end_of_member(velk_flow &f) {
     if (f.met == ArchiveStatus::kEndMark) f.report.damaged_part = VELK_PART_INDEX;
     f.end = {};
-    const ArchiveStatus status = begin_end(f.end, f.member, f.met, f.intake);
-    if (status != ArchiveStatus::kMore) f.status = close_member(f, status);
+    go_on_at_end(f, begin_end(f.end, f.member, f.met, f.intake));
 }
 
 // Both ---------------------------------------------------------------------------
@@ -252,6 +263,7 @@ bool step(velk_flow &f) {
         if (!f.last_submitted || f.queue.under_way != 0) return false;
         f.phase = Phase::kEnd;
         f.status = f.failed;
+        f.report.cut = f.status == VELK_ERROR_DAMAGED;
         if (f.status == VELK_OK && !f.compresses()) begin_end_of_member(f);
         return true;
     }
@@ -338,8 +350,7 @@ void take_input(velk_flow &flow, std::uint32_t count) {
     } else if (flow.phase == Phase::kBlocks) {
         take_record(flow, count);
     } else {
-        const ArchiveStatus status = take_in(flow.end, flow.member, count);
-        if (status != ArchiveStatus::kMore) flow.status = close_member(flow, status);
+        go_on_at_end(flow, take_in(flow.end, flow.member, count));
     }
 }
 
@@ -439,6 +450,13 @@ void velk_flow_wait(velk_flow *flow) {
 
 void velk_flow_report(const velk_flow *flow, velk_report *report) {
     if (flow != nullptr && report != nullptr) *report = report_of(*flow);
+}
+
+std::size_t velk_flow_unused(const velk_flow *flow, const void **bytes) {
+    const bool ended = flow != nullptr && bytes != nullptr && flow->status == VELK_DONE;
+    if (!ended || flow->compresses()) return 0;
+    *bytes = flow->end.start;
+    return flow->end.got;
 }
 
 void velk_flow_close(velk_flow *flow) {

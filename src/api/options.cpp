@@ -31,7 +31,8 @@ bool check_options(const velk_options *options, CheckedOptions &checked) {
     velk_options defaults;
     velk_options_init(&defaults);
     const velk_options &o = options == nullptr ? defaults : *options;
-    const bool flags_hold = o.fixed_block_size <= 1 && o.no_fallback <= 1 && o.plain <= 1;
+    const bool flags_hold =
+        o.fixed_block_size <= 1 && o.no_fallback <= 1 && o.plain <= 1 && o.one_member <= 1;
     const bool reserved_hold = std::all_of(o.reserved, o.reserved + sizeof o.reserved,
                                            [](auto byte) { return byte == 0; });
     if (!flags_hold || !reserved_hold || o.block_size % 1024 != 0 ||
@@ -45,6 +46,7 @@ bool check_options(const velk_options *options, CheckedOptions &checked) {
     checked.settings.max_block_size = o.block_size == 0 ? kLevelSizes[o.level] : o.block_size;
     checked.plain = o.plain != 0;
     checked.tries = o.level == VELK_MAX_LEVEL && !checked.plain;
+    checked.one_member = o.one_member != 0;
     checked.threads = std::min(o.threads == 0 ? processors() : o.threads, VELK_MAX_THREADS);
     checked.memory_limit =
         o.memory_limit == 0 ? std::numeric_limits<std::uint64_t>::max() : o.memory_limit;

@@ -13,6 +13,7 @@ struct CheckedOptions {
     Settings settings;
     bool plain;
     bool tries;                 // how to cut the input into blocks
+    bool one_member;            // is restored
     std::uint32_t threads;      // 1 to VELK_MAX_THREADS
     std::uint64_t memory_limit; // bytes
 };
