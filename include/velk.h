@@ -148,7 +148,7 @@ typedef struct velk_report {
     uint8_t whole;           // 0: may have been cut between two records; a plain one can't tell
     uint8_t bytes_follow;    // 1: behind the archive are bytes that are no part of it
     uint8_t damaged_part;    // velk_part
-    uint8_t cut;             // 1: that is all there is of it, in a stream
+    uint8_t cut;             // 1: of a stream that fails: what there is of it is right
 } velk_report;
 
 // ---- Memory to memory
@@ -274,7 +274,7 @@ VELK_API void velk_flow_wait(velk_flow *flow);
 VELK_API void velk_flow_report(const velk_flow *flow, velk_report *report);
 
 // How many bytes behind one member were taken to see that it ends, at most VELK_HEADER_SIZE, and in
-// `bytes` what they are; behind an index 0. Once velk_flow_run has returned VELK_DONE.
+// *bytes what they are; behind an index 0. Once velk_flow_run has returned VELK_DONE.
 VELK_API size_t velk_flow_unused(const velk_flow *flow, const void **bytes);
 
 // Ends the threads and gives back the flow's memory, at whatever point it is; null will do.

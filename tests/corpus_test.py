@@ -46,7 +46,7 @@ class Corpus(unittest.TestCase):
             if out.stat().st_size <= len(original):
                 self.assertTrue(original.startswith(out.read_bytes()))
 
-        if find_spec("velk"):
+        if find_spec("velk") and archive:  # of nothing Python takes it that there are no members
             if status == 1:
                 self.assertRaises(velk.VelkError, velk.decompress, archive, threads=1)
             else:

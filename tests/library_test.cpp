@@ -272,6 +272,10 @@ TEST(Library, MemoryLimit) {
         check(threads * (kBlock * 5 + waiting + (334 << 10)), threads, true);
     }
     velk_options options = options_with(1);
+    options.level = VELK_MAX_LEVEL;
+    options.memory_limit = kBlock * 12 + (776 << 10); // leaves less than what is tried takes
+    EXPECT_EQ(compress(options, in).status, VELK_ERROR_MEMORY);
+    options = options_with(1);
     options.memory_limit = kBlock * 9 + (776 << 10); // leaves less than the window
     TestStream stream(in);
     const velk_stream callbacks = stream.callbacks();
@@ -406,6 +410,18 @@ TEST(Library, FlowsHoldNothingBack) {
         velk_flow_close(forth.flow);
         velk_flow_close(back.flow);
     }
+    // Indexes that just fit into the bytes that are written at once, or not.
+    for (const std::size_t blocks : {338u, 339u, 341u}) {
+        Flow many;
+        const velk_options quick = quick_options(1);
+        ASSERT_EQ(velk_flow_compress(&many.flow, &quick, VELK_SIZE_UNKNOWN, nullptr, nullptr),
+                  VELK_OK);
+        for (std::size_t i = 0; i < blocks; ++i)
+            EXPECT_EQ(many.run({7}, VELK_FLUSH), VELK_DONE);
+        EXPECT_EQ(many.run({}, VELK_FINISH), VELK_DONE);
+        EXPECT_EQ(decompress(quick, many.out, 400), (Outcome{VELK_OK, Bytes(blocks, 7)}));
+        velk_flow_close(many.flow);
+    }
     // Given up at work.
     Flow flow;
     velk_options options = options_with(3);
@@ -423,20 +439,22 @@ TEST(Library, FlowsOfOneMember) {
         options.plain = plain;
         options.one_member = 1;
         const Bytes archive = compress(options, in).bytes;
-        for (const Bytes &behind : {Bytes{}, to_bytes("no"), archive}) {
+        for (const Bytes &behind : {Bytes{}, to_bytes("more"), to_bytes("much more"), archive}) {
             Flow flow;
             ASSERT_EQ(velk_flow_restore(&flow.flow, &options, nullptr, nullptr), VELK_OK);
             Bytes out(in.size());
             const Bytes all = join({archive, behind});
             velk_buffers buffers = {all.data(), all.size(), out.data(), out.size()};
-            const bool seen = !plain || behind.size() > 5;
+            const bool seen = !plain || behind.size() >= 5;
             EXPECT_EQ(velk_flow_run(flow.flow, &buffers, VELK_RUN), seen ? VELK_DONE : VELK_OK);
             EXPECT_EQ(velk_flow_run(flow.flow, &buffers, VELK_FINISH), VELK_DONE);
             EXPECT_EQ(out, in);
             const void *unused;
             const std::size_t taken = velk_flow_unused(flow.flow, &unused);
             EXPECT_EQ(taken + buffers.in_size, behind.size());
-            EXPECT_EQ(taken, plain ? std::min<std::size_t>(behind.size(), 18) : 0);
+            EXPECT_EQ(taken, !plain || behind.empty() ? 0
+                             : behind == archive      ? 18
+                                                      : std::min<std::size_t>(behind.size(), 5));
             EXPECT_EQ(std::memcmp(unused, behind.data(), taken), 0);
             velk_flow_close(flow.flow);
         }
@@ -671,6 +689,7 @@ TEST(Library, CutsOfMembersInARow) {
         velk_report report;
         const Outcome restored = restore_stream(cut, 1, report);
         EXPECT_EQ(report.cut, restored.status == VELK_ERROR_DAMAGED);
+        EXPECT_TRUE(report.cut == 0 || report.whole == 0);
         ASSERT_EQ(restored.status, right.status) << n;
         ASSERT_TRUE(restored.bytes.size() >= right.bytes.size() &&
                     (right.status != VELK_OK || restored == right))
@@ -737,6 +756,12 @@ TEST(Library, ReaderWithinItsBounds) {
 }
 
 // An indexed archive whose header became that of a plain one shows itself by its index.
+TEST(Library, NoEmptyBlockBeforeAnIndex) {
+    velk_report report;
+    const Bytes archive = make_indexed(0x20, {to_bytes("abc"), {}});
+    EXPECT_EQ(restore_stream(archive, 1, report), (Outcome{VELK_ERROR_DAMAGED, to_bytes("abc")}));
+}
+
 TEST(Library, IndexOfALostHeader) {
     const Bytes a = prose(150, 60, "\n", 1);
     for (const std::size_t blocks : {0u, 1u, 3u}) {

@@ -1,110 +1,52 @@
 """Archives as files: VelkFile and open."""
 
 import builtins
+import collections
 import io
+import operator
 import os
-import queue
 import threading
-import types
 import weakref
 
-from velk._library import (
-    Report,
-    checked_options,
-    compress_stream,
-    read_block,
-    read_piece,
-    restore_stream,
-    serve_reader,
-)
+from velk._velk import Reader, VelkCompressor, VelkDecompressor
 
-_PIECE = 64 * 1024  # bytes that are read at a time, of one block as most sizes of blocks are
+_PIECE = 64 * 1024  # bytes that are read at a time
 
+Block = collections.namedtuple("Block", "offset start header record_size size crc indexed")
+Block.__doc__ = """A block of an archive, of `size` bytes from `start` of the original on.
 
-class _Worker:
-    """The library at work in a thread of its own.
-
-    It asks for bytes of the archive. The thread that waits for a result reads them, so that
-    errors and signals come out of the call that they belong to. What is asked stays so until
-    it is answered, and a second answer goes unheard: whatever an exception breaks into may be
-    repeated.
-    """
-
-    def __init__(self, work, *arguments):
-        shared = types.SimpleNamespace(asked=(None, None), ended=False)
-        news = queue.SimpleQueue()  # a signal can't leave it locked, as it can an event
-
-        def ask(request):
-            answers = queue.SimpleQueue()
-            shared.asked = request, answers
-            news.put(None)
-            return None if shared.ended else answers.get()
-
-        def end():
-            shared.ended = True
-            answers = shared.asked[1]
-            if answers is not None:
-                answers.put(None)
-            if thread is not threading.current_thread():
-                thread.join()
-
-        self._shared, self._news = shared, news
-        self._asked = self._answered = shared.asked
-        self.report = Report()
-        arguments = (ask, *arguments, self.report)
-        thread = threading.Thread(target=work, args=arguments, daemon=True)
-        thread.start()
-        self.end = weakref.finalize(self, end)  # as the process ends, too
-
-    def request(self):
-        return self._asked[0]
-
-    def answer(self, answer):
-        self._asked[1].put(answer)
-        self._answered = self._asked
-
-    def result(self, read):
-        """Reads for the thread until it hands over a result; that stays its request."""
-        while True:
-            asked = self._shared.asked
-            if asked is self._answered:
-                self._news.get()  # perhaps of a question that was answered without
-                continue
-            self._asked = asked
-            if not isinstance(self.request(), tuple):
-                return self.request()
-            self.answer(read(*self.request()))
-
-
-def _returned(result):
-    if isinstance(result, Exception):
-        raise result.with_traceback(None)
-    return result
+Its record is `record_size` bytes from `offset` of the archive on, its member's header is at
+`header`. `crc` is what zlib.crc32 gives for the block, where `indexed` is true.
+"""
 
 
 class _Original(io.RawIOBase):
-    """The original of an archive, to be read; the piece read last is kept.
+    """The original of an archive, to be read.
 
-    What is read in order from the start is restored as a stream. Anything else is read by the
-    library's reader, from then on.
+    What is read in order from the start is restored as a stream, ahead by threads where nobody
+    waits at the archive's other end. Anything else is read by the library's reader.
     """
 
-    def __init__(self, archive):
+    def __init__(self, archive, threads):
         seekable = getattr(archive, "seekable", None)
-        self._archive = archive
         self._seekable = seekable is not None and seekable()
+        # Of a pipe what there is will do; a block that is complete is not to wait for more.
+        name = "read" if self._seekable or not hasattr(archive, "read1") else "read1"
+        self._archive, self._read_name = archive, name
+        self._threads = threads if self._seekable else 1
         self._base = archive.tell() if self._seekable else 0  # of the header
         self._lock = threading.RLock()  # of all below, and the archive's place
-        self._stream = self._reader = None  # their workers
-        # The piece, where it begins, and the end of what the stream has restored (-1: no stream
-        # any more): one tuple, as a signal may break in between any two assignments.
-        self._kept = b"", 0, 0
+        self._reader = None
         self._position = 0
+        self._start_stream()
+
+    def _start_stream(self):
+        self._stream = None
+        self._restored = self._taken = 0  # bytes by the stream
+        self._ended = False
 
     def close(self):
-        for worker in (self._stream, self._reader):
-            if worker is not None:
-                worker.end()
+        self._stream = self._reader = None
         super().close()
 
     def readable(self):
@@ -114,134 +56,122 @@ class _Original(io.RawIOBase):
         return self._seekable
 
     def readinto(self, buffer):
-        piece, start, _ = self._kept
-        if not 0 <= self._position - start < len(piece):
-            with self._lock:
-                self._fetch()
-            piece, start, _ = self._kept
-        at = self._position - start
-        with memoryview(buffer) as view, view.cast("B") as room:
-            part = memoryview(piece)[at : at + len(room)]
-            room[: len(part)] = part
-        self._position += len(part)
-        return len(part)
+        with self._lock, memoryview(buffer) as view, view.cast("B") as room:
+            if self._position == 0 and self._restored != 0:
+                self._start_stream()
+            if not room:
+                return 0
+            if self._position == self._restored:
+                piece = self._restore(len(room))
+            else:
+                piece = self.open().read(self._position, len(room))
+            room[: len(piece)] = piece
+            self._position += len(piece)
+            return len(piece)
+
+    def readall(self):
+        return b"".join(iter(lambda: self.read(16 * _PIECE), b""))
 
     def seek(self, offset, whence=io.SEEK_SET):
+        """As the standard modules' files, to the start or the end at most."""
         if whence == io.SEEK_CUR:
             offset += self._position
         elif whence == io.SEEK_END:
             offset += self.open().size
         elif whence != io.SEEK_SET:
             raise ValueError(f"Invalid value for whence: {whence}")
-        if offset < 0:
-            raise ValueError(f"negative seek position {offset}")
-        self._position = offset
-        return offset
+        if offset > self._position:
+            offset = min(offset, self.open().size)
+        self._position = max(offset, 0)
+        return self._position
+
+    def tell(self):
+        return self._position
 
     def open(self):
-        """What the reader tells of the archive."""
-        self._ask_reader(lambda reader: b"")
-        return self._reader.report
-
-    def whole(self):
-        if self._seekable:
-            return True if self.open().whole else None
-        return True if self._stream is not None and self._stream.report.whole else None
-
-    def blocks(self):
-        count = self.open().blocks
-        return self._ask_reader(lambda reader: [read_block(reader, i) for i in range(count)])
-
-    def _fetch(self):
-        """Reads the piece in which the position is."""
-        if self._position == self._kept[2]:
-            if self._stream is None:
-                self._stream = _Worker(restore_stream)
-            if self._stream.request() is self._kept[0]:  # it has been taken
-                self._stream.answer(True)
-            piece = _returned(self._stream.result(self._read))
-            self._kept = piece, self._position, self._position + len(piece)
-            return
-        start = self._position - self._position % _PIECE
-        piece = self._ask_reader(lambda reader: read_piece(reader, start, _PIECE))
-        self._kept = piece, start, -1
-        if self._stream is not None:
-            self._stream.end()
-
-    def _ask_reader(self, function):
+        """The library's reader of the archive."""
         if not self._seekable:
             raise io.UnsupportedOperation("the archive's file can't seek")
         with self._lock:
             if self._reader is None:
                 size = self._archive.seek(0, io.SEEK_END) - self._base
-                self._reader = _Worker(serve_reader, size)
-            self._reader.result(self._read)  # of a call that an exception ended
-            self._reader.answer(function)
-            return _returned(self._reader.result(self._read))
+                self._reader = Reader(self._archive, self._base, size)
+            return self._reader
 
-    def _read(self, size, offset):
+    def whole(self):
         if self._seekable:
-            self._archive.seek(self._base + offset)
-        return bytes(self._archive.read(size) or b"")
+            return True if self.open().whole else None
+        return True if self._stream is not None and self._stream.whole else None
+
+    def _restore(self, size):
+        """The next bytes of the stream, at most so many; none at its end."""
+        if self._stream is None:
+            self._stream = VelkDecompressor(members=True, threads=self._threads)
+        stream, piece = self._stream, b""
+        while not piece and not stream.eof:
+            data = b""
+            if stream.needs_input and not self._ended:
+                data = self._read_archive()
+            step = stream.finish if self._ended else stream.decompress
+            piece = step(data, size)
+        self._restored += len(piece)
+        return piece
+
+    def _read_archive(self):
+        if self._seekable:
+            self._archive.seek(self._base + self._taken)
+        data = getattr(self._archive, self._read_name)(_PIECE)
+        if data is None:
+            raise BlockingIOError("the archive's file would block")
+        self._taken += len(data)
+        self._ended = not data
+        return data
 
 
 class _Writer:
-    """Hands the input to the library, which cuts and compresses it, and writes what it gives."""
+    """Compresses what is written, and writes the archive."""
 
-    def __init__(self, settings):
-        self.archive = None  # the file to write to
+    def __init__(self, archive, settings):
         self.position = 0
-        self._options = checked_options(settings)
-        self._compressor = None  # from the first write on: a process may fork before
-        self._failed = False     # or a call is under way, which an exception may end
+        self._archive = archive
+        self._compressor = VelkCompressor(**settings)
+        self._lock = threading.Lock()
+        self._failed = False  # or a call is under way, which an exception may end
         self._finished = False
 
     def write(self, data):
-        with memoryview(data) as view, view.cast("B") as rest:
-            at = 0
-            while at < len(rest):
-                part = rest[at : at + self._wanted()]
-                self._compressor.answer(bytes(part))
-                self._failed = False
-                at += len(part)
-            self.position += at
-            return at
+        with self._lock, memoryview(data) as view:
+            self._put(self._compressor.compress, view)
+            self.position += view.nbytes
+            return view.nbytes
 
     def finish(self):
-        """Writes what is left; after an error, nothing, as records would be missing."""
-        finished, self._finished = self._finished, True
-        if finished:
-            return
-        try:
-            if not self._failed:
-                while self._wanted():
-                    self._compressor.answer(b"")
-                    self._failed = False
-        finally:
-            if self._compressor is not None:
-                self._compressor.end()
+        """Writes what is left; after an error nothing, as something would be missing before."""
+        with self._lock:
+            finished, self._finished = self._finished, True
+            if not finished and not self._failed:
+                self._put(self._compressor.flush)
 
-    def _wanted(self):
-        """How many bytes of input are wanted, once what there is of the archive is written."""
+    def _put(self, compress, *data):
         failed, self._failed = self._failed, True
         if failed:
             raise ValueError("an earlier write to the archive failed")
-        if self._compressor is None:
-            self._compressor = _Worker(compress_stream, self._options)
-            self._compressor.end.atexit = False  # VelkFile's finalizer needs it then
-        return _returned(self._compressor.result(self._put))
-
-    def _put(self, piece):
-        self.archive.write(piece)
-        return True
+        rest = compress(*data)
+        while rest:
+            put = self._archive.write(rest)
+            if put is None and isinstance(self._archive, io.RawIOBase):
+                raise BlockingIOError("the archive's file would block")
+            rest = rest[len(rest) if put is None else put :]
+        self._failed = False
 
 
 class VelkFile(io.BufferedIOBase):
     """The original of an archive as a file, to be read or to be written.
 
     `filename` is the archive: a path, or a file object, which is not closed with this one.
-    `mode` is "r" (default), "w" to write over what is there, or "x" to make a new file,
-    with a "b" behind it or without. `settings` go with writing only.
+    `mode` is "r" (default), "w" to write over what is there, "x" to make a new file or "a" to
+    add another archive in a row, with a "b" behind it or without. `threads` may be given for
+    reading, and all `settings` for writing.
 
     Reading may seek if the archive's file can: what is read costs the blocks that it lies
     in. What is written is compressed by threads, in memory for 11 blocks each, 13 at level 9, and
@@ -250,47 +180,47 @@ class VelkFile(io.BufferedIOBase):
 
     _file = None  # the archive's, while this one is open
     _own_file = False
-    _reader = None
-    _writer = None
+    _buffer = None  # to read
+    _writer = None  # or to write
 
     def __init__(self, filename, mode="r", **settings):
-        mode = mode.replace("b", "", 1) or "r"
-        if mode == "a":
-            raise ValueError("an archive can't be appended to: its index would no longer be at its end")
-        if mode not in ("r", "w", "x"):
+        kind = mode.replace("b", "", 1) or "r"
+        if kind not in ("r", "w", "x", "a"):
             raise ValueError(f"Invalid mode: {mode!r}")
-        if mode == "r" and settings:
+        reads = kind == "r"
+        if reads and settings.keys() - {"threads"}:
             raise ValueError("settings are for writing")
-        writer = None if mode == "r" else _Writer(settings)
+        VelkCompressor(**settings)  # a mistake is to empty no file
         if isinstance(filename, (str, bytes, os.PathLike)):
             # Each read asks for as much as it needs.
-            self._file = builtins.open(filename, mode + "b", 0 if mode == "r" else -1)
+            self._file = builtins.open(filename, kind + "b", 0 if reads else -1)
             self._own_file = True
-        elif hasattr(filename, "read" if mode == "r" else "write"):
+        elif hasattr(filename, "read" if reads else "write"):
             self._file = filename
         else:
             raise TypeError("filename must be a str, bytes, file or PathLike object")
-        if writer is None:
-            self._reader = io.BufferedReader(_Original(self._file), _PIECE)
+        self.mode = "rb" if reads else "wb"
+        if reads:
+            self._buffer = io.BufferedReader(
+                _Original(self._file, settings.get("threads", 0)), _PIECE)
         else:
-            self._writer = writer
-            writer.archive = self._file
-            # Before the process ends, or a cycle's objects go: later there are no threads.
-            self._finalizer = weakref.finalize(self, writer.finish)
+            self._writer = _Writer(self._file, settings)
+            # As the process ends, or a cycle's objects go, before the archive's file does.
+            self._finalizer = weakref.finalize(self, self._writer.finish)
 
     def close(self):
-        """Completes an archive that is written. A second call does nothing."""
+        """Complete an archive that is written. A second call does nothing."""
         if self.closed:
             return
         try:
-            if self._reader is not None:
-                self._reader.close()
+            if self._buffer is not None:
+                self._buffer.close()
             if self._writer is not None:
                 self._finalizer.detach()
                 self._writer.finish()
         finally:
             file, self._file = self._file, None
-            self._reader = self._writer = None
+            self._buffer = self._writer = None
             if self._own_file:
                 file.close()
 
@@ -298,15 +228,21 @@ class VelkFile(io.BufferedIOBase):
     def closed(self):
         return self._file is None
 
+    @property
+    def name(self):
+        """The name of the archive's file."""
+        self._check_open()
+        return self._file.name
+
     def _check_open(self):
         if self.closed:
             raise ValueError("I/O operation on closed file")
 
     def _to_read(self):
         self._check_open()
-        if self._reader is None:
+        if self._buffer is None:
             raise io.UnsupportedOperation("File not open for reading")
-        return self._reader
+        return self._buffer
 
     @property
     def whole(self):
@@ -318,7 +254,8 @@ class VelkFile(io.BufferedIOBase):
 
     def blocks(self):
         """Return the Blocks of an archive whose file can seek, in order."""
-        return self._to_read().raw.blocks()
+        reader = self._to_read().raw.open()
+        return [Block(*reader.block(number)) for number in range(reader.blocks)]
 
     def fileno(self):
         """The descriptor of the archive's file."""
@@ -327,14 +264,14 @@ class VelkFile(io.BufferedIOBase):
 
     def readable(self):
         self._check_open()
-        return self._reader is not None
+        return self._buffer is not None
 
     def writable(self):
         self._check_open()
         return self._writer is not None
 
     def seekable(self):
-        return self.readable() and self._reader.seekable()
+        return self.readable() and self._buffer.seekable()
 
     def read(self, size=-1):
         return self._to_read().read(size)
@@ -346,10 +283,10 @@ class VelkFile(io.BufferedIOBase):
         return self._to_read().readinto(buffer)
 
     def readline(self, size=-1):
-        return self._to_read().readline(size)
+        return self._to_read().readline(operator.index(size))
 
     def readlines(self, hint=-1):
-        return self._to_read().readlines(hint)
+        return self._to_read().readlines(operator.index(hint))
 
     def peek(self, size=0):
         """At least one byte, unless at the end; the position stays."""
@@ -360,7 +297,7 @@ class VelkFile(io.BufferedIOBase):
 
     def tell(self):
         self._check_open()
-        return self._writer.position if self._reader is None else self._reader.tell()
+        return self._writer.position if self._buffer is None else self._buffer.tell()
 
     def write(self, data):
         self._check_open()

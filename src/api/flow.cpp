@@ -222,7 +222,7 @@ velk_status close_member(velk_flow &f, ArchiveStatus behind) {
 void take_start(velk_flow &f, std::uint32_t count) {
     f.start_len += count;
     if (count == 0 || f.start_len == kFirstRecord) f.status = open_member(f);
-    f.report.cut = count == 0 && f.status == VELK_ERROR_DAMAGED;
+    f.report.cut = count == 0 && classify_behind(f.start, f.start_len) != ArchiveStatus::kGarbage;
 }
 
 void take_record(velk_flow &f, std::uint32_t count) {
@@ -241,8 +241,9 @@ void take_record(velk_flow &f, std::uint32_t count) {
 
 // status: of what has come of the member's end.
 void go_on_at_end(velk_flow &f, ArchiveStatus status) {
-    // Of one member nothing is taken behind an end mark.
-    const bool ends_here = f.options.one_member && f.end.closed && f.end.got == 0;
+    // Of one member no more is taken than shows that it ends.
+    const bool ends_here = f.options.one_member && f.end.closed &&
+                           (f.end.got == 0 || f.met != ArchiveStatus::kNextHeader);
     if (status == ArchiveStatus::kMore && ends_here) status = ArchiveStatus::kEnd;
     if (status != ArchiveStatus::kMore) f.status = close_member(f, status);
 }
