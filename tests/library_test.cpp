@@ -482,10 +482,12 @@ std::vector<std::uint32_t> blocks_of(const Bytes &archive) {
 
 TEST(Library, BlocksEndWhereTheContentChanges) {
     const Bytes &in = changing();
-    for (const std::uint32_t level : {4u, 5u, 8u, 9u}) {
+    const std::pair<std::uint8_t, std::uint32_t> cases[] = {
+        {4, 0}, {5, 0}, {8, 0}, {9, 0}, {9, 1 << 20}};
+    for (const auto &[level, block_size] : cases) {
         SCOPED_TRACE(level);
-        velk_options options = options_with(1, 0);
-        options.level = static_cast<std::uint8_t>(level);
+        velk_options options = options_with(1, block_size);
+        options.level = level;
         const Bytes archive = compress(options, in).bytes;
         for (const std::uint32_t threads : {2u, 5u, 8u}) {
             options.threads = threads;
