@@ -121,6 +121,31 @@ TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
             velkz -9 -c mix | velkcat | cmp - mix)sh"},
         {"processors", "VELK_CPU=baseline velkz -V | grep -o 'code for .*'", "code for baseline\n"},
         {"memory limit", "velkz -b128K -T9 -M3M text -c | velkcat -T9 -M1M | cmp - text"},
+        {"environment",
+         R"sh(VELKZ_OPT=' -T2  -M1M' velkz text; VELKZ_OPT=-M1M velkz -M9M -b128K -c text |
+            velkcat | cmp - text; VELKZ_OPT=-9 velkz -c text | wc -c)sh",
+         "velkz: text: the memory limit is too low for blocks of this size\n"
+         "velkz: VELKZ_OPT: holds -T and -M with their numbers, nothing else\n"
+         "Try 'velkz --help'.\n0\n"},
+        {"folders",
+         R"sh(mkdir -p d/e; cp text d/e/a; cp text d/B.VELK; ln -s ../text d/c; ln -s . d/d
+            velkz -qr d; find d -type f | sort; rm d/e/a; velkz -d d/e/*; cmp d/e/a text
+            velkz -tr d; velkz -d d; velkz -r -o x d)sh",
+         "d/B.VELK\nd/e/a\nd/e/a.velk\nvelkz: d/B.VELK: is not a VELK archive\n"
+         "velkz: d: is a folder, skipped\nvelkz: --output: does not go with -r\n"
+         "Try 'velkz --help'.\n",
+         1},
+        {"suffixes", R"sh(velkz -c text >a.TVELK; velkz -d a.TVELK; cmp a.tar text
+            velkz -c text >b.Velk; velkz -d b.Velk; cmp b text)sh"},
+        {"what is no archive", R"sh(for n in 0 3 17 18 400001; do
+                { printf v; sleep .01; head -c $n text; } >b; velkcat -f b code.ref >a
+                cat b code | cmp - a; { head -c 3 b; sleep .1; tail -c +4 b; } | velkz -dcf | cmp - b
+            done; velkcat -f <bad.velk | wc -c)sh",
+         damage("standard input") + "131072\n"},
+        {"holes",
+         R"sh({ cat text; head -c 3000000 /dev/zero; printf x; head -c 200000 /dev/zero; } >a
+            velkz -b128K a; velkz -d a.velk -o b; velkz -d --no-sparse a.velk -o c; cmp a b; cmp a c
+            [ $(stat -c %b b) -lt $(($(stat -c %b c) - 4000)) ] || stat -c %b b c)sh"},
     });
 }
 
@@ -170,6 +195,17 @@ TEST_F(Velkz, SaysWhatIsWrong) {
          "velkz: b.velk: kept, as a plain archive can't tell whether its end was cut "
          "off\nb.velk\n0\n",
          1},
+        {"escapes",
+         R"sh(velkz "$(printf -- '--a\033')" "$(printf '\302\233\303\233')"; velkz -=; velkz -b
+            velkz "$(printf '\302\233\303\233')")sh",
+         "velkz: --a?: unknown option\nTry 'velkz --help'.\n"
+         "velkz: -=: unknown option\nTry 'velkz --help'.\n"
+         "velkz: -b: needs an argument\nTry 'velkz --help'.\n"
+         "velkz: ?\xC3\x9B: No such file or directory\n",
+         1},
+        {"more behind a file's end",
+         "{ cat text.ref; printf '\\34\\0\\0\\0\\0more'; } >a; velkz -t a",
+         "velkz: a: 4 bytes that follow the archive's end are left out\n", 2},
         {"more behind the end", "{ cat text.ref; printf '\\34\\0\\0\\0\\0more'; } | velkz -t",
          "velkz: standard input: what follows the archive's end is left out\n", 2},
         {"range beyond the end",
@@ -218,6 +254,9 @@ TEST_F(Velkz, LosesNothing) {
         {"the input removed",
          "cp text a; velkz --rm a; ls a; velkz -d --rm a.velk; cmp a text; ls *k",
          "ls: cannot access 'a': No such file or directory\nbad.velk\n"},
+        {"the input changed at last", R"sh(cat code code code code code >a; velkz -9 -T1 --rm a &
+            while kill -0 $! && ! ls .velkz-*; do :; done >b 2>&1; chmod 600 a; wait; ls a)sh",
+         "velkz: a: has changed since it was read, kept\na\n"},
         {"the input kept",
          R"sh(mkfifo f; cat f >b & velkz --rm -o f code; wait; velkcat b | cmp - code
             velkz -d --rm bad.velk

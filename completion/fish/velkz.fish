@@ -10,7 +10,9 @@ for program in velkz unvelkz velkcat
     complete -c $program -s k -l keep -d 'Keep the input'
     complete -c $program -l rm -d 'Remove the input'
     complete -c $program -s f -l force -d Overwrite
-    complete -c $program -l range -x -d 'Part of the original, OFFSET:LENGTH'
+    complete -c $program -s r -l recursive -d 'Files in folders'
+    complete -c $program -l no-sparse -d 'No holes for zeros'
+    complete -c $program -l range -x -d 'Part of the original, OFFSET:[LENGTH]'
     complete -c $program -s b -l block-size -x -a '1M 2M 4M 8M 16383K' -d 'Block size'
     complete -c $program -s 1 -l fast -d 'Fastest, largest archive'
     complete -c $program -s 9 -l best -d 'Slowest, smallest archive'

@@ -9,6 +9,14 @@
 
 namespace velk {
 
+// The block of zeros that was coded last, which disk images have by the thousand: its length, and
+// the data of its record. Both 0: there was none.
+struct ZeroBlock {
+    std::uint32_t block_len;
+    std::uint32_t data_len;
+    std::uint8_t data[64];
+};
+
 // A plain record that may be filled with zeros. `alloc_compress` or
 // `alloc_decompress` (archive/memory.h) sets the memory members, whose layout is
 // told there.
@@ -35,6 +43,7 @@ struct CoderContext {
     std::uint32_t ms_dce;    // milliseconds in the DCE stage or its inverse
     std::uint32_t ms_other;  // milliseconds in all other stages
     Settings settings;
+    ZeroBlock zeros;
 };
 
 // The block size N, in bytes, that the memory was set up for.

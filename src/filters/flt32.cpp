@@ -37,15 +37,15 @@ bool is_text(std::uint32_t zeros, std::uint32_t spaces) {
 
 CallStatistics find_calls(const std::uint8_t *block, std::uint32_t n) {
     constexpr std::uint32_t kLikelyBits = 24, kMaxReachBits = 29;
-    const auto counts = count_bytes(block, n);
-    std::uint32_t zeros = counts[0], spaces = counts[' '], all = 0;
+    std::uint32_t zeros = 0, spaces = 0; // in operands
+    std::uint32_t all = 0;
     std::uint32_t calls[33] = {}; // by the bits of how far from the start they go
     std::uint32_t inside = 0;     // of those that stay in the block
     for (std::uint32_t p = 0; (p = find_byte(block, p, n, kCall)) + kOperandBytes < n;
          p += 1 + kOperandBytes) {
         for (std::uint32_t i = 1; i <= kOperandBytes; ++i) {
-            zeros -= block[p + i] == 0;
-            spaces -= block[p + i] == ' ';
+            zeros += block[p + i] == 0;
+            spaces += block[p + i] == ' ';
         }
         const std::uint32_t target = get_u32(block + p + 1) + p;
         ++calls[std::bit_width(std::min(target, 0 - target))];
@@ -56,7 +56,10 @@ CallStatistics find_calls(const std::uint8_t *block, std::uint32_t n) {
     std::uint32_t sum = 0, within_reach = 0;
     for (std::uint32_t bits = 0; bits <= kMaxReachBits; ++bits) {
         sum += calls[bits];
-        if (bits == kLikelyBits) found.is_code = !is_text(zeros, spaces) && sum > n / 400;
+        if (bits == kLikelyBits && sum > n / 400) {
+            const auto counts = count_bytes(block, n);
+            found.is_code = !is_text(counts[0] - zeros, counts[' '] - spaces);
+        }
         // Is this more than one in 50, and than twice of what random operands would give?
         if (calls[bits] <= sum / 50 || calls[bits] <= all >> (31 - bits)) continue;
         found.reach = 1u << bits;

@@ -22,6 +22,7 @@ struct FileFacts {
     std::uint64_t volume, number; // no two files have both in common
     std::uint64_t size;           // bytes of a file
     FileTime read, written;       // when it was last
+    FileTime changed;             // or what the system knows of it; zero where it doesn't
     unsigned mode, owner, group;  // of POSIX
 };
 
@@ -43,6 +44,9 @@ struct FileFacts {
 [[nodiscard]] std::int64_t read_some_at(int fd, std::uint64_t offset, void *buffer,
                                         std::size_t size);
 [[nodiscard]] std::int64_t write_some(int fd, const void *buffer, std::size_t size);
+// Moves on beyond the end of the file by so many bytes, which are zeros then and take no room where
+// the file system can do that.
+[[nodiscard]] bool leave_hole(int fd, std::uint64_t size);
 // Where the file stands, in bytes.
 [[nodiscard]] std::int64_t position_of(int fd);
 

@@ -1,5 +1,6 @@
 // The command `list`: as a table, as charts, or for programs.
 #include "archive/format.h"
+#include "platform/printable.h"
 #include "platform/streams.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
@@ -170,7 +171,8 @@ void print_start(const BlockReader &reader, ListForm form, const Layout &layout)
                     size, reader.indexed ? "true" : "false", block_size);
     } else {
         std::printf("%s: %llu bytes, index: %s\nblock size %u, stages on:",
-                    reader.archive.name.c_str(), size, reader.indexed ? "yes" : "no", block_size);
+                    printable(reader.archive.name).c_str(), size, reader.indexed ? "yes" : "no",
+                    block_size);
     }
     const char *between = "";
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {

@@ -1,4 +1,5 @@
 // velkinfo: looks into archives. The command line, and the command `test`.
+#include "platform/printable.h"
 #include "platform/streams.h"
 #include "velkinfo/archive_blocks.h"
 #include "velkinfo/commands.h"
@@ -91,8 +92,9 @@ int run(int argument_count, char **arguments) {
         {nullptr, 0, nullptr, 0},
     };
     int chosen;
+    opterr = 0; // its own messages have names as they are
     while ((chosen = getopt_long(argument_count, arguments, "", options, nullptr)) != -1) {
-        if (chosen == '?') return usage_error("command line", "wrong option");
+        if (chosen == '?') return usage_error(arguments[optind - 1], "unknown option");
     }
     if (o.help != 0) {
         std::fputs(kHelp, stdout);
@@ -111,7 +113,7 @@ int run(int argument_count, char **arguments) {
 void complain(const char *subject, const char *message) {
     clear_progress();
     std::fflush(stdout);
-    std::fprintf(stderr, "velkinfo: %s: %s\n", subject, message);
+    std::fprintf(stderr, "velkinfo: %s: %s\n", printable(subject).c_str(), message);
 }
 
 int test_archive(const char *name) {

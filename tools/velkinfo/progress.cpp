@@ -1,5 +1,6 @@
 #include "velkinfo/progress.h"
 
+#include "platform/printable.h"
 #include "platform/streams.h"
 
 #include <chrono>
@@ -17,7 +18,7 @@ void show_progress(const velk::ArchiveFile &archive, std::uint64_t offset) {
     static Clock::time_point next = Clock::now() + std::chrono::seconds(1);
     if (!watched || Clock::now() < next) return;
     next = Clock::now() + std::chrono::milliseconds(250);
-    columns = std::fprintf(stderr, "\r%s: %3.0f%%", archive.name.c_str(),
+    columns = std::fprintf(stderr, "\r%s: %3.0f%%", velk::printable(archive.name).c_str(),
                            100 * static_cast<double>(offset) / static_cast<double>(archive.size));
     std::fflush(stderr);
 }

@@ -1,4 +1,5 @@
 // velkz: VELK archives as streams and beside their files, by all processors.
+#include "folders.h"
 #include "platform/streams.h"
 #include "random_access.h"
 #include "signals.h"
@@ -17,8 +18,9 @@ int main(int argument_count, char **arguments) {
     Status status = kSuccess;
     if (parse_options(argument_count, arguments, options, status)) {
         if (options.quiet) silence_warnings();
+        if (options.recursive) status = expand_folders(options);
         if (options.mode == Mode::kList) {
-            status = list_archives(options);
+            status = worse(status, list_archives(options));
         } else {
             for (const std::string &name : options.names)
                 status = worse(status, process(name, options));

@@ -39,11 +39,3 @@ void silence_warnings() {
 std::string errno_text() {
     return std::strerror(errno);
 }
-
-std::string printable(const std::string &name) {
-    std::string result = name;
-    for (char &c : result) {
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
-    }
-    return result;
-}

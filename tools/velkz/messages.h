@@ -1,7 +1,11 @@
 // What velkz says on the error stream, and the exit status that follows from it.
 #pragma once
 
+#include "platform/printable.h"
+
 #include <string>
+
+using velk::printable;
 
 enum Status { kSuccess = 0, kError = 1, kWarning = 2 };
 
@@ -16,7 +20,3 @@ void silence_warnings();
 
 // The text of `errno`.
 std::string errno_text();
-
-// The name with a question mark for each control character, which could end the line or
-// steer the terminal.
-std::string printable(const std::string &name);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <getopt.h>
 
@@ -26,8 +27,11 @@ constexpr const char *kHelp =
     "  -S, --suffix SUFFIX      in place of .velk\n"
     "  -k, --keep               keep the input (the default)\n"
     "      --rm                 remove the input once the output is safe\n"
-    "  -f, --force              overwrite; read links and devices too\n"
-    "      --range OFFSET:LENGTH  with -d: only these bytes of the original\n"
+    "  -f, --force              overwrite; read links and devices too; with -dc pass on\n"
+    "                           what is no archive\n"
+    "  -r, --recursive          the files in folders, too\n"
+    "      --range OFFSET:[LENGTH]  with -d: only these bytes of the original\n"
+    "      --no-sparse          with -d: no holes in place of zeros\n"
     "\n"
     "  -1 .. -9                 level: blocks of 128K, 256K, 512K, 1M, 2M (-5, the default),\n"
     "                           4M, 8M, 16383K (-8); -9: and try what is smaller\n"
@@ -44,10 +48,11 @@ constexpr const char *kHelp =
     "  -h, --help               this text\n"
     "  -V, --version            the version\n"
     "\n"
-    "A SIZE may end in K, M or G. Exit status: 0, 1 after an error, 2 after a warning.\n";
+    "VELKZ_OPT in the environment may hold -T and -M. A SIZE may end in K, M, G or T. Exit status: "
+    "0, 1 after an error, 2 after a warning.\n";
 
 // Options without a letter.
-enum { kRemove = 256, kRange, kSize, kNoProgress, kPlain };
+enum { kRemove = 256, kRange, kSize, kNoProgress, kPlain, kNoSparse };
 
 constexpr option kLongOptions[] = {
     {"compress", no_argument, nullptr, 'z'},
@@ -60,7 +65,9 @@ constexpr option kLongOptions[] = {
     {"keep", no_argument, nullptr, 'k'},
     {"rm", no_argument, nullptr, kRemove},
     {"force", no_argument, nullptr, 'f'},
+    {"recursive", no_argument, nullptr, 'r'},
     {"range", required_argument, nullptr, kRange},
+    {"no-sparse", no_argument, nullptr, kNoSparse},
     {"fast", no_argument, nullptr, '1'},
     {"best", no_argument, nullptr, '9'},
     {"block-size", required_argument, nullptr, 'b'},
@@ -87,10 +94,15 @@ constexpr struct {
     int letter;
     bool value;
 } kSwitches[] = {
-    {&Options::to_stdout, 'c', true}, {&Options::remove, 'k', false},
-    {&Options::force, 'f', true},     {&Options::remove, kRemove, true},
-    {&Options::quiet, 'q', true},     {&Options::no_progress, kNoProgress, true},
+    {&Options::to_stdout, 'c', true},
+    {&Options::remove, 'k', false},
+    {&Options::force, 'f', true},
+    {&Options::remove, kRemove, true},
+    {&Options::recursive, 'r', true},
+    {&Options::quiet, 'q', true},
+    {&Options::no_progress, kNoProgress, true},
     {&Options::verbose, 'v', true},
+    {&Options::no_sparse, kNoSparse, true},
 };
 
 Status usage_error(const std::string &subject, const std::string &what) {
@@ -197,6 +209,7 @@ Status check_conflicts(const Options &o) {
     const Conflict conflicts[] = {
         {one_file && (!writes || o.to_stdout), "--output", "goes with neither -c, -t nor -l"},
         {one_file && o.names.size() != 1, "--output", "takes one input"},
+        {one_file && o.recursive, "--output", "does not go with -r"},
         {o.remove && (!writes || o.to_stdout || o.ranged), "--rm",
          "goes with neither -c, -t, -l nor --range"},
         {o.ranged && o.mode != Mode::kRestore, "--range", "goes with -d"},
@@ -219,26 +232,52 @@ void set_by_program_name(const char *path, Options &options) {
     options.to_stdout = name == "velkcat";
 }
 
+const std::string kTarSuffix = ".tvelk"; // of .tar.velk
+
+// In letters of either case.
+bool ends_in(const std::string &path, const std::string &suffix) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+    return path.size() >= suffix.size() &&
+           std::equal(suffix.begin(), suffix.end(), path.end() - static_cast<int>(suffix.size()),
+                      [&](char a, char b) { return lower(a) == lower(b); });
+}
+
+// What the environment says, for all runs: of what changes no archive.
+bool apply_environment(Options &options, Status &status) {
+    const char *const given = std::getenv("VELKZ_OPT");
+    const std::string text = given == nullptr ? "" : given;
+    for (std::size_t end, at = 0; (at = text.find_first_not_of(' ', at)) != text.npos; at = end) {
+        end = std::min(text.find(' ', at), text.size());
+        const std::string word = text.substr(at, end - at);
+        if (word.size() < 3 || word[0] != '-' || (word[1] != 'T' && word[1] != 'M')) {
+            status = usage_error("VELKZ_OPT", "holds -T and -M with their numbers, nothing else");
+            return false;
+        }
+        if (!apply(word[1], word.c_str() + 2, options, status)) return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool parse_options(int argument_count, char **arguments, Options &options, Status &status) {
     velk_options_init(&options.library);
-    if (argument_count > 0) {
-        set_by_program_name(arguments[0], options);
-        static char name[] = "velkz"; // for the messages of getopt_long
-        arguments[0] = name;
-    }
+    if (argument_count > 0) set_by_program_name(arguments[0], options);
+    if (!apply_environment(options, status)) return false;
     int letter;
-    while ((letter = getopt_long(argument_count, arguments, "zdtlco:S:kf123456789b:T:M:qvhV",
+    opterr = 0; // its own messages have names as they are
+    while ((letter = getopt_long(argument_count, arguments, ":zdtlco:S:kfr123456789b:T:M:qvhV",
                                  kLongOptions, nullptr)) != -1) {
         status = kSuccess;
         if (letter == 'h') std::fputs(kHelp, stdout);
         if (letter == 'V')
             std::printf("velkz (VELK) %s, code for %s\n", velk_version(), velk_cpu());
         if (letter == 'h' || letter == 'V') return false;
-        if (letter == '?') {
-            std::fputs("Try 'velkz --help'.\n", stderr);
-            status = kError;
+        if (letter == '?' || letter == ':') {
+            const bool is_letter = optopt > 0 && optopt < 256;
+            status = usage_error(is_letter ? std::string("-") + static_cast<char>(optopt)
+                                           : arguments[optind - 1],
+                                 letter == ':' ? "needs an argument" : "unknown option");
             return false;
         }
         if (!apply(letter, optarg, options, status)) return false;
@@ -247,4 +286,16 @@ bool parse_options(int argument_count, char **arguments, Options &options, Statu
     if (options.names.empty()) options.names.emplace_back(kStandardStream);
     status = check_conflicts(options);
     return status == kSuccess;
+}
+
+bool has_suffix(const std::string &path, const Options &options) {
+    return ends_in(path, options.suffix) || ends_in(path, kTarSuffix);
+}
+
+std::string without_suffix(const std::string &path, const Options &options) {
+    const bool of_tar = ends_in(path, kTarSuffix);
+    const std::size_t length = (of_tar ? kTarSuffix : options.suffix).size();
+    const std::string name = path.substr(0, path.size() - length);
+    const bool named = !name.empty() && std::strchr(kFolderEnds, name.back()) == nullptr;
+    return named && of_tar ? name + ".tar" : named ? name : "";
 }

@@ -19,6 +19,8 @@ struct Options {
     bool quiet = false;
     bool verbose = false;
     bool no_progress = false;
+    bool recursive = false;
+    bool no_sparse = false;                  // write zeros in place of holes
     bool ranged = false;                     // restore only the range
     std::uint64_t range_offset = 0;          // bytes of the original
     std::uint64_t range_length = UINT64_MAX; // bytes; UINT64_MAX: up to the end
@@ -33,3 +35,8 @@ struct Options {
 // was reported.
 [[nodiscard]] bool parse_options(int argument_count, char **arguments, Options &options,
                                  Status &status);
+
+// Whether the path ends as an archive does, in letters of either case: in the suffix, or in .tvelk.
+[[nodiscard]] bool has_suffix(const std::string &path, const Options &options);
+// The name of what such an archive restores to; empty where the suffix is all of a name.
+[[nodiscard]] std::string without_suffix(const std::string &path, const Options &options);

@@ -15,6 +15,8 @@ struct Output {
     std::string name;      // for messages
     std::string temporary; // empty for what is written where it is: streams and devices
     bool replaces = false; // may take the place of another file
+
+    [[nodiscard]] bool is_own() const { return !temporary.empty(); }
 };
 
 // Opens `path` for what is made of `input`, never the input itself. Another file is only

@@ -20,6 +20,7 @@ using namespace velk;
 namespace {
 
 constexpr std::size_t kPartBytes = 256 << 10; // of input and of output
+constexpr std::size_t kHoleBytes = 64 << 10;
 
 // One archive, or several in a row.
 struct Run {
@@ -29,11 +30,16 @@ struct Run {
     std::uint64_t size; // of the input; VELK_SIZE_UNKNOWN: up to its end
     Progress progress;
     velk_report told{};
-    std::uint64_t bytes_read = 0;
+    std::uint64_t bytes_read = 0, bytes_written = 0;
     int stream_error = 0; // errno
+    std::size_t kept = 0; // bytes in `in` of an input that is no archive
     std::vector<std::uint8_t> in = std::vector<std::uint8_t>(kPartBytes), out = in;
 
     [[nodiscard]] bool compresses() const { return options.mode == Mode::kCompress; }
+    // What is no archive, from its first bytes on.
+    [[nodiscard]] bool passes_on() const {
+        return !compresses() && options.force && options.to_stdout && output != nullptr;
+    }
     [[nodiscard]] Amounts done() const { // up to the last block that was written
         return compresses() ? Amounts{told.size, told.archive_size}
                             : Amounts{told.archive_size, told.size};
@@ -42,22 +48,44 @@ struct Run {
 
 // Reads a part, and no more than belongs to the input. ended: there is no more.
 bool read_part(Run &run, velk_buffers &buffers, bool &ended) {
+    // Until a header can be there, behind what came before.
+    if (run.bytes_read >= VELK_HEADER_SIZE) run.kept = 0;
     const std::uint64_t left = run.size - run.bytes_read;
-    const auto most = static_cast<std::size_t>(std::min<std::uint64_t>(kPartBytes, left));
-    const std::int64_t got = most == 0 ? 0 : read_some(run.input.fd, run.in.data(), most);
+    const auto most =
+        static_cast<std::size_t>(std::min<std::uint64_t>(kPartBytes - run.kept, left));
+    std::uint8_t *const place = run.in.data() + run.kept;
+    const std::int64_t got = most == 0 ? 0 : read_some(run.input.fd, place, most);
     if (got < 0) return false;
-    buffers.in = run.in.data();
+    buffers.in = place;
     buffers.in_size = static_cast<std::size_t>(got);
+    run.kept += buffers.in_size;
     run.bytes_read += buffers.in_size;
     ended = got == 0 || run.bytes_read == run.size;
     return true;
 }
 
-bool write_part(const Run &run, std::size_t size) {
-    for (std::size_t at = 0; run.output != nullptr && at < size;) {
-        const std::int64_t put = write_some(run.output->fd, run.out.data() + at, size - at);
-        if (put <= 0) return false;
-        at += static_cast<std::size_t>(put);
+bool is_zeros(const std::uint8_t *bytes, std::size_t size) {
+    return bytes[0] == 0 && std::memcmp(bytes, bytes + 1, size - 1) == 0;
+}
+
+// Writes what was given; in place of kHoleBytes zeros, at a multiple of that, it leaves a hole in a
+// file of its own.
+bool write_part(Run &run, std::size_t size) {
+    if (run.output == nullptr) return true;
+    const bool sparse = !run.compresses() && !run.options.no_sparse && run.output->is_own();
+    for (std::size_t at = 0; at < size;) {
+        const std::uint8_t *const bytes = run.out.data() + at;
+        const std::size_t room = kHoleBytes - run.bytes_written % kHoleBytes;
+        std::size_t part = sparse ? std::min(size - at, room) : size - at;
+        if (sparse && part == kHoleBytes && is_zeros(bytes, part)) {
+            if (!leave_hole(run.output->fd, part)) return false;
+        } else {
+            const std::int64_t put = write_some(run.output->fd, bytes, part);
+            if (put <= 0) return false;
+            part = static_cast<std::size_t>(put);
+        }
+        at += part;
+        run.bytes_written += part;
     }
     return true;
 }
@@ -116,6 +144,18 @@ bool more_follows(const Input &input) {
     return read_some(input.fd, &byte, 1) > 0;
 }
 
+// Writes the input as it is.
+Status pass_on(Run &run) {
+    std::int64_t got = static_cast<std::int64_t>(run.kept);
+    for (; got > 0; got = read_some(run.input.fd, run.in.data(), kPartBytes)) {
+        run.out.swap(run.in);
+        if (!write_part(run, static_cast<std::size_t>(got)))
+            return error(run.output->name, "can't be written: " + errno_text());
+        run.out.swap(run.in);
+    }
+    return got == 0 ? kSuccess : error(run.input.name, "can't be read: " + errno_text());
+}
+
 velk_status transfer(Run &run) {
     Bell bell; // outlives the flow
     velk_flow *flow;
@@ -142,10 +182,15 @@ Status compress(Run &run) {
 Status restore(Run &run) {
     run.size = VELK_SIZE_UNKNOWN;
     const velk_status status = transfer(run);
+    if (status == VELK_ERROR_FORMAT && run.passes_on() && run.told.archive_size == 0)
+        return pass_on(run);
     if (status != VELK_OK) return report(run, status);
-    return run.told.bytes_follow != 0
-               ? warning(run.input.name, "what follows the archive's end is left out")
-               : kSuccess;
+    if (run.told.bytes_follow == 0) return kSuccess;
+    const std::uint64_t size = run.input.size;
+    if (size == VELK_SIZE_UNKNOWN)
+        return warning(run.input.name, "what follows the archive's end is left out");
+    return warning(run.input.name, std::to_string(size - run.told.archive_size) +
+                                       " bytes that follow the archive's end are left out");
 }
 
 // whole: whether the archive is known to be.
@@ -175,19 +220,16 @@ Status name_output(const Input &input, const Options &options, std::string &path
     if (!path.empty()) return kSuccess;
     path = kStandardStream;
     if (options.to_stdout || input.standard()) return kSuccess;
-    path = input.path;
-    const bool suffixed = path.ends_with(options.suffix);
+    const bool suffixed = has_suffix(input.path, options);
     if (options.mode == Mode::kCompress) {
-        path += options.suffix;
+        path = input.path + options.suffix;
         if (!suffixed || options.force) return kSuccess;
         return warning(input.name, "has the suffix " + options.suffix + " already, skipped");
     }
-    if (suffixed) path.resize(path.size() - options.suffix.size());
-    const bool named =
-        suffixed && !path.empty() && std::strchr(kFolderEnds, path.back()) == nullptr;
-    return named ? kSuccess
-                 : warning(input.name,
-                           "does not end in " + options.suffix + ", skipped; -o names the output");
+    path = suffixed ? without_suffix(input.path, options) : "";
+    return !path.empty() ? kSuccess
+                         : warning(input.name, "does not end in " + options.suffix +
+                                                   ", skipped; -o names the output");
 }
 
 } // namespace
@@ -208,7 +250,7 @@ Status process(const std::string &path, const Options &options) {
     status = options.ranged ? restore_range(input, output, options)
                             : transfer(input, &output, options, whole);
     if (status == kError) return status;
-    const bool in_place = output.temporary.empty();
+    const bool in_place = !output.is_own();
     status = worse(status, keep_output(output, input));
     if (status != kSuccess || !options.remove || input.standard()) return status;
     if (in_place) return warning(input.name, "kept, as the output is not a file of its own");

@@ -40,9 +40,11 @@ FileFacts facts_of(const struct stat &file) {
 #ifdef __APPLE__
     facts.read = time_of(file.st_atimespec);
     facts.written = time_of(file.st_mtimespec);
+    facts.changed = time_of(file.st_ctimespec);
 #else
     facts.read = time_of(file.st_atim);
     facts.written = time_of(file.st_mtim);
+    facts.changed = time_of(file.st_ctim);
 #endif
     facts.mode = file.st_mode & 07777;
     facts.owner = file.st_uid;
@@ -125,6 +127,11 @@ std::int64_t write_some(int fd, const void *buffer, std::size_t size) {
         put = write(fd, buffer, std::min(size, kMostAtOnce));
     while (put < 0 && wait_for(fd, POLLOUT));
     return put;
+}
+
+bool leave_hole(int fd, std::uint64_t size) {
+    const off_t end = lseek(fd, static_cast<off_t>(size), SEEK_CUR);
+    return end >= 0 && ftruncate(fd, end) == 0;
 }
 
 std::int64_t position_of(int fd) {

@@ -146,6 +146,11 @@ std::int64_t write_some(int fd, const void *buffer, std::size_t size) {
     return put;
 }
 
+bool leave_hole(int fd, std::uint64_t size) {
+    const __int64 end = _lseeki64(fd, static_cast<__int64>(size), SEEK_CUR);
+    return end >= 0 && _chsize_s(fd, end) == 0;
+}
+
 std::int64_t position_of(int fd) {
     return _lseeki64(fd, 0, SEEK_CUR);
 }

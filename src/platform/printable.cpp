@@ -1,0 +1,19 @@
+#include "platform/printable.h"
+
+#include <cstddef>
+
+namespace velk {
+
+std::string printable(const std::string &name) {
+    std::string result;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(name[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < name.size() ? name[i + 1] : '\0');
+        const bool of_two = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+        result += byte < ' ' || byte == 0x7F || of_two ? '?' : name[i];
+        i += of_two;
+    }
+    return result;
+}
+
+} // namespace velk
