@@ -5,7 +5,8 @@ set(VELK_PYTHON_DIR lib/python3/dist-packages CACHE STRING
 install(DIRECTORY python/velk DESTINATION ${VELK_PYTHON_DIR} COMPONENT python
         PATTERN __pycache__ EXCLUDE)
 set(docdir ${CMAKE_INSTALL_DATAROOTDIR}/doc/python3-velk)
-install(FILES examples/dask_compress.py examples/dask_read.py DESTINATION ${docdir}/examples COMPONENT python)
+install(FILES examples/dask_compress.py examples/dask_read.py examples/nbdkit_velk.py
+        DESTINATION ${docdir}/examples COMPONENT python)
 install(FILES LICENSE DESTINATION ${docdir} RENAME copyright COMPONENT python)
 install_changelog(python3-velk python)
 
