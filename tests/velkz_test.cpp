@@ -304,11 +304,12 @@ TEST_F(Velkz, LosesNothing) {
 TEST_F(Velkz, SignalsLeaveNothingHalf) {
     expect({
         {"while it waits", R"sh(mkfifo in; echo old >a
-            for s in HUP INT PIPE TERM; do
+            for s in HUP INT PIPE TERM USR1 ALRM 29; do
                 env --default-signal velkz -fo a <in &
                 exec 3>in; cat code >&3; ls .velkz-* | wc -l; kill -$s $!; wait $!; echo $?
             done 2>../messages; cat a; ls -A)sh",
-         "1\n129\n1\n130\n1\n141\n1\n143\nold\na\nbad.velk\ncode\ncode.ref\nin\ntext\ntext.ref\n"},
+         "1\n129\n1\n130\n1\n141\n1\n143\n1\n138\n1\n142\n1\n157\nold\na\nbad.velk\ncode\ncode."
+         "ref\nin\ntext\ntext.ref\n"},
         {"at any time", R"sh(cp code saved
             for t in .003 .01 .03 .06 .1 .15; do for s in HUP INT TERM KILL; do
                 cp text.ref a; env --default-signal velkz --plain -b128K -fo a code &

@@ -8,7 +8,17 @@
 
 namespace {
 
-constexpr int kDeadly[] = {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGXCPU};
+// All that end a program unasked, but for faults of its own and SIGKILL.
+constexpr int kDeadly[] = {
+    SIGHUP,  SIGINT,  SIGQUIT, SIGPIPE,   SIGTERM, SIGXCPU,
+    SIGALRM, SIGUSR1, SIGUSR2, SIGVTALRM, SIGPROF,
+#ifdef SIGPOLL
+    SIGPOLL,
+#endif
+#ifdef SIGPWR
+    SIGPWR,
+#endif
+};
 
 std::atomic<const char *> unfinished = nullptr;
 static_assert(std::atomic<const char *>::is_always_lock_free); // for the handler
