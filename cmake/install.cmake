@@ -1,10 +1,8 @@
 # cmake --install puts the programs, their man pages, completions, what makes archives known to
-# others, and the C library in place; cpack makes packages, a .deb for each component, and a
-# .tar.gz of all.
+# others, and the C library in place. The components are Debian's packages (scripts/package).
 include(GNUInstallDirs)
-set(CPACK_PACKAGE_CONTACT "The VELK authors <velk@authors.invalid>")
 set(CMAKE_INSTALL_DOCDIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/velk)
-set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME velk)
 
 if(WIN32)
   # A .zip is unpacked into one folder.
@@ -36,17 +34,9 @@ function(install_page page component)
                      DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
 
-# What a Debian package has to have beside its files.
-function(install_changelog package component)
-  string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-  configure_file(packaging/debian-changelog.in ${PROJECT_BINARY_DIR}/${package}/changelog @ONLY)
-  install_compressed(${PROJECT_BINARY_DIR}/${package}/changelog
-                     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
-endfunction()
-
 if(UNIX)
   foreach(page VELK.1 velkinfo.1 velk.5)
-    install_page(${page} programs)
+    install_page(${page} velk)
   endforeach()
   set(completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES completion/velk DESTINATION ${completions} RENAME VELK)
@@ -59,7 +49,6 @@ if(UNIX)
   # For file(1) and for desktops.
   install(FILES packaging/magic DESTINATION ${CMAKE_INSTALL_DATADIR}/file/magic RENAME velk)
   install(FILES packaging/velk.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/mime/packages)
-  install_changelog(velk programs)
 endif()
 if(TARGET velkz)
   include(cmake/install_velkz.cmake)
@@ -77,32 +66,9 @@ if(UNIX AND NOT APPLE)
   install_compressed(${links}/velk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
-if(WIN32)
-  set(CPACK_GENERATOR ZIP)
-  set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
-else()
-  set(CPACK_GENERATOR DEB TGZ)
-endif()
-set(CPACK_PACKAGE_NAME velk)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
-set(CPACK_STRIP_FILES ON)
-set(CPACK_VERBATIM_VARIABLES ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_DEBIAN_PROGRAMS_PACKAGE_NAME velk)
-set(CPACK_COMPONENT_PROGRAMS_DESCRIPTION
-"VELK compresses one file into one archive and restores it. It sorts the
- file in large blocks and codes what is left with adaptive models: for when
- size matters. With it come velkz, which does so in pipes, for many files
- and by all processors, and velkinfo, which lists, tests and salvages
- archives.")
 if(TARGET velk_shared)
   include(cmake/install_library.cmake)
   if(UNIX)
     include(cmake/install_python.cmake)
   endif()
 endif()
-include(CPack)

@@ -5,7 +5,7 @@ if(WIN32)
           DESTINATION ${CMAKE_INSTALL_BINDIR})
   return()
 endif()
-install_page(velkz.1 programs)
+install_page(velkz.1 velk)
 install(FILES completion/velkz DESTINATION ${completions})
 
 set(links ${PROJECT_BINARY_DIR}/velkz_links)
