@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <thread>
@@ -17,6 +18,37 @@
 using namespace velk;
 
 namespace {
+
+// Where programs that are compiled already look for the fields: there these stay. What is new
+// takes the place of reserved ones.
+static_assert(sizeof(velk_options) == 64 && offsetof(velk_options, block_size) == 0 &&
+              offsetof(velk_options, threads) == 4 && offsetof(velk_options, memory_limit) == 8 &&
+              offsetof(velk_options, stages_off) == 16 &&
+              offsetof(velk_options, fixed_block_size) == 17 &&
+              offsetof(velk_options, no_fallback) == 18 && offsetof(velk_options, plain) == 19 &&
+              offsetof(velk_options, level) == 20);
+static_assert(sizeof(velk_report) == (alignof(velk_report) == 8 ? 64 : 60) &&
+              offsetof(velk_report, size) == 0 && offsetof(velk_report, archive_size) == 8 &&
+              offsetof(velk_report, blocks) == 16 && offsetof(velk_report, members) == 24 &&
+              offsetof(velk_report, damaged_block) == 32 &&
+              offsetof(velk_report, damaged_offset) == 40 && offsetof(velk_report, crc) == 48 &&
+              offsetof(velk_report, block_size) == 52 && offsetof(velk_report, has_crc) == 56 &&
+              offsetof(velk_report, whole) == 57 && offsetof(velk_report, bytes_follow) == 58 &&
+              offsetof(velk_report, damaged_part) == 59);
+constexpr std::size_t kPointer = sizeof(void *);
+static_assert(sizeof(velk_stream) == 8 * kPointer && offsetof(velk_stream, user) == 0 &&
+              offsetof(velk_stream, read) == kPointer &&
+              offsetof(velk_stream, write) == 2 * kPointer &&
+              offsetof(velk_stream, progress) == 3 * kPointer &&
+              offsetof(velk_stream, report) == 4 * kPointer);
+static_assert(sizeof(velk_buffers) == 4 * kPointer && offsetof(velk_buffers, in) == 0 &&
+              offsetof(velk_buffers, in_size) == kPointer &&
+              offsetof(velk_buffers, out) == 2 * kPointer &&
+              offsetof(velk_buffers, out_size) == 3 * kPointer);
+static_assert(sizeof(velk_block) == 40 && offsetof(velk_block, offset) == 0 &&
+              offsetof(velk_block, start) == 8 && offsetof(velk_block, header) == 16 &&
+              offsetof(velk_block, record_size) == 24 && offsetof(velk_block, size) == 28 &&
+              offsetof(velk_block, crc) == 32 && offsetof(velk_block, indexed) == 36);
 
 constexpr std::uint32_t kBlock = VELK_MIN_BLOCK_SIZE;
 
