@@ -155,7 +155,7 @@ class View {
     this.chosen = undefined;
     this.list.removeAttribute("aria-activedescendant");
     const { coded, original } = this.total;
-    const title = `${plural(this.count, "block")} in all, ${number(original)} bytes to ` +
+    const title = `${plural(this.count, "block")} restored, ${number(original)} bytes to ` +
       `${number(coded)}, ${percent(coded, original)}`;
     $(".figures", this.section).replaceChildren(figures(title, this.total));
   }
@@ -323,19 +323,21 @@ function finish(job, result) {
   offer(job, ...save, closing(job));
 }
 
+const written = ({ sink }) => (sink.name ? `Written to ${sink.name}. ` : "");
+
 function restored(job, { size, crc, blocks, warning }) {
-  return (warning ? `${warning}. ` : "") +
+  return (warning ? `${warning}. ` : "") + written(job) +
     `Restored: ${plural(size, "byte")} in ${plural(blocks, "block")}, CRC-32 ${hex(crc)}.`;
 }
 
 function packed(job, { size, archiveSize }) {
-  return `Compressed at level ${job.level}: ${number(size)} to ${plural(archiveSize, "byte")}` +
+  return written(job) + `Compressed at level ${job.level}: ${number(size)} to ${plural(archiveSize, "byte")}` +
     (size === 0 ? "." : `, ${percent(archiveSize, size)}.`);
 }
 
 function salvaged(job, { size, blocks, lost, early }) {
   const most = 8;
-  const text = `${plural(blocks, "intact block")}, ${plural(size, "byte")}`;
+  const text = written(job) + `${plural(blocks, "intact block")}, ${plural(size, "byte")}`;
   if (early) return `${text}, before the damage; 'velkinfo salvage' may find more.`;
   const places = lost.slice(0, most).map(({ number: n, from, to }) =>
     `block ${n}, bytes ${number(from)} to ${number(to - 1)} of the original`);

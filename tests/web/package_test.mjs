@@ -9,7 +9,7 @@ const original = made(3_000_000);
 
 test("the same archives as velkz", async () => {
   for (const [options, args] of [[{}, []], [{ level: 1 }, ["-1"]], [{ level: 9 }, ["-9"]],
-    [{ blockSize: 1 << 20, plain: true }, ["-b1024", "--plain", "--size=3000000"]]]) {
+    [{ blockSize: 1 << 20, plain: true }, ["-b1M", "--plain", "--size=3000000"]]]) {
     const archive = velkz(original, "-T1", ...args).stdout;
     assert(archive.equals(await compress(original, options)), args);
     assert(original.equals(await decompress(archive)));
