@@ -26,15 +26,14 @@ static_assert(sizeof(velk_options) == 64 && offsetof(velk_options, block_size) =
               offsetof(velk_options, stages_off) == 16 &&
               offsetof(velk_options, fixed_block_size) == 17 &&
               offsetof(velk_options, no_fallback) == 18 && offsetof(velk_options, plain) == 19 &&
-              offsetof(velk_options, level) == 20);
-static_assert(sizeof(velk_report) == (alignof(velk_report) == 8 ? 64 : 60) &&
-              offsetof(velk_report, size) == 0 && offsetof(velk_report, archive_size) == 8 &&
-              offsetof(velk_report, blocks) == 16 && offsetof(velk_report, members) == 24 &&
-              offsetof(velk_report, damaged_block) == 32 &&
+              offsetof(velk_options, level) == 20 && offsetof(velk_options, one_member) == 21);
+static_assert(sizeof(velk_report) == 64 && offsetof(velk_report, size) == 0 &&
+              offsetof(velk_report, archive_size) == 8 && offsetof(velk_report, blocks) == 16 &&
+              offsetof(velk_report, members) == 24 && offsetof(velk_report, damaged_block) == 32 &&
               offsetof(velk_report, damaged_offset) == 40 && offsetof(velk_report, crc) == 48 &&
               offsetof(velk_report, block_size) == 52 && offsetof(velk_report, has_crc) == 56 &&
               offsetof(velk_report, whole) == 57 && offsetof(velk_report, bytes_follow) == 58 &&
-              offsetof(velk_report, damaged_part) == 59);
+              offsetof(velk_report, damaged_part) == 59 && offsetof(velk_report, cut) == 60);
 constexpr std::size_t kPointer = sizeof(void *);
 static_assert(sizeof(velk_stream) == 8 * kPointer && offsetof(velk_stream, user) == 0 &&
               offsetof(velk_stream, read) == kPointer &&

@@ -72,8 +72,7 @@ Status remove_input(const Input &input) {
     FileFacts now;
     if (!look_at(input.path, true, now)) return error(input.name, errno_text());
     if (!same_file(now, input.opened)) return warning(input.name, "is another file now, kept");
-    if (now.size != input.opened.size || now.written != input.opened.written ||
-        now.changed != input.opened.changed)
+    if (has_changed(input) || now.changed != input.opened.changed)
         return warning(input.name, "has changed since it was read, kept");
     return unlink(input.path.c_str()) == 0 ? kSuccess
                                            : error(input.name, "can't be removed: " + errno_text());
