@@ -38,9 +38,10 @@ async function pump(file, flow, done = () => {}) {
 async function restore({ file }) {
   await openAt(file);
   const flow = await Flow.restore((block) => postMessage({ type: "block", block }));
-  const { size, crc, blocks, whole, bytesFollow } = await pump(file, flow);
+  const { size, archiveSize, crc, blocks, whole, bytesFollow } = await pump(file, flow);
   const warnings = [
-    ...(bytesFollow ? ["what follows the archive's end is left out"] : []),
+    ...(bytesFollow
+      ? [`${file.size - archiveSize} bytes that follow the archive's end are left out`] : []),
     ...(whole ? [] : ["a plain archive, which can't tell whether its end was cut off"]),
   ];
   return { size, crc, blocks, warning: warnings.join("; ") };

@@ -95,9 +95,7 @@ test("a large file there and back, its figures, by the keyboard", async () => {
   await said(1);
   assert(archive.equals(await saved(0, "large")));
   await give(inFolder("large.velk"));
-  const start = performance.now();
   await said(2);
-  console.log(`restored by the page in ${((performance.now() - start) / 1000).toFixed(2)} s`);
   assert(original.equals(await saved(1, "large")));
 
   const told = JSON.parse(run("velkinfo", ["list", "--json", inFolder("large.velk")]).stdout);
