@@ -148,7 +148,7 @@ typedef struct velk_report {
     uint8_t whole;           // 0: may have been cut between two records; a plain one can't tell
     uint8_t bytes_follow;    // 1: behind the archive are bytes that are no part of it
     uint8_t damaged_part;    // velk_part
-    uint8_t cut;             // 1: of a stream that fails: what there is of it is right
+    uint8_t cut;             // 1: a stream or flow failed as the archive's end is missing
 } velk_report;
 
 // ---- Memory to memory
@@ -204,9 +204,8 @@ typedef struct velk_stream {
 
 // Compresses `input_size` bytes of the stream, and reads no more than them. Fewer:
 // VELK_ERROR_READ, after the blocks that were settled: a block takes a block size of input to come
-// to that, at level 9 two. VELK_SIZE_UNKNOWN: all up to the end
-// of the input. That gives the archive of a known size; only a plain one, of more than a block of
-// machine code, may differ.
+// to that, at level 9 two. VELK_SIZE_UNKNOWN: all up to the end of the input. That gives the
+// archive of a known size; only a plain one, of more than a block of machine code, may differ.
 //
 // Errors come in the order of the blocks, as if one thread did all: what was written before
 // is the beginning of the archive. Threads that can't be had, and memory for them, only

@@ -52,7 +52,8 @@ void *work(void *argument) {
 bool set_up(BlockQueue &queue, Worker &worker, const CoderContext &context, bool alone) {
     const std::uint32_t room = slot_room(queue.block_size, queue.tries);
     const std::uint64_t bytes = worker_bytes(queue.block_size, queue.tries, alone);
-    if (bytes != 0) worker.memory = static_cast<std::uint8_t *>(std::malloc(bytes));
+    if (bytes != 0)
+        worker.memory = static_cast<std::uint8_t *>(std::malloc(static_cast<std::size_t>(bytes)));
     if (bytes != 0 && worker.memory == nullptr) return false;
     worker.queue = &queue;
     worker.context = context;

@@ -32,7 +32,7 @@ velk_status run_whole(const Coder &coder, const velk_options *options, const voi
     if (out_size == nullptr) return VELK_ERROR_ARGUMENT;
     *out_size = 0;
     if ((in == nullptr && in_size != 0) || (out == nullptr && capacity != 0) ||
-        in_size == VELK_SIZE_UNKNOWN) // which no memory has
+        in_size == SIZE_MAX) // which no memory has
         return VELK_ERROR_ARGUMENT;
     velk_flow flow{};
     velk_status status = start_flow(flow, coder, options, in_size);

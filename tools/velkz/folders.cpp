@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <dirent.h>
+#include <functional>
 
 using namespace velk;
 

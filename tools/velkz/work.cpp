@@ -146,6 +146,7 @@ bool more_follows(const Input &input) {
 
 // Writes the input as it is.
 Status pass_on(Run &run) {
+    run.told.whole = 1; // what is no archive has no end to miss
     std::int64_t got = static_cast<std::int64_t>(run.kept);
     for (; got > 0; got = read_some(run.input.fd, run.in.data(), kPartBytes)) {
         run.out.swap(run.in);
@@ -187,7 +188,7 @@ Status restore(Run &run) {
     if (status != VELK_OK) return report(run, status);
     if (run.told.bytes_follow == 0) return kSuccess;
     const std::uint64_t size = run.input.size;
-    if (size == VELK_SIZE_UNKNOWN)
+    if (size == VELK_SIZE_UNKNOWN || size < run.told.archive_size) // it has grown
         return warning(run.input.name, "what follows the archive's end is left out");
     return warning(run.input.name, std::to_string(size - run.told.archive_size) +
                                        " bytes that follow the archive's end are left out");
