@@ -34,9 +34,6 @@ struct FileFacts {
 // through_links: also opens links, and waits for devices that are not ready.
 [[nodiscard]] int open_to_read(const std::string &path, bool through_links);
 [[nodiscard]] int open_to_write(const std::string &path);
-// name: six letters X at its end become others. Only who may read whatever is made in the
-// folder, or else only the user, may read the new file.
-[[nodiscard]] int make_temporary(std::string &name);
 
 // As read(2), pread(2) and write(2), but signals, and streams that are to be waited for, are
 // no errors. To read at a place may change where the file stands.
@@ -52,11 +49,30 @@ struct FileFacts {
 
 // Gives the file as much of the other's mode, owner and times as the system has and allows.
 void copy_attributes(int fd, const FileFacts &from);
-// What was written is on the disk after it; of a folder, the names in it.
+// What was written is on the disk after it.
 [[nodiscard]] bool sync_file(int fd);
-[[nodiscard]] bool sync_folder(const std::string &folder);
+
+// A folder that files are made in, under whatever name it goes by then: on POSIX by its
+// descriptor, on Windows, which renames no folder with open files in it, by its path.
+struct Folder {
+    int fd = -1;
+    std::string path; // with the character that ends it
+};
+[[nodiscard]] bool open_folder(const std::string &path, Folder &folder);
+void close_folder(Folder &folder);
+// A new file, to be written. Only who may read whatever is made in the folder, or else only the
+// user, may read it. Without a name it is gone when it is closed; not every system has that.
+[[nodiscard]] int create_file(const Folder &folder, const std::string &name);
+[[nodiscard]] int create_nameless(const Folder &folder);
+// Gives a nameless file its name; fails with EEXIST where there is one.
+[[nodiscard]] bool name_file(int fd, const Folder &folder, const std::string &name);
 // replaces: another file; or else fails with EEXIST where there is one.
-[[nodiscard]] bool rename_file(const std::string &from, const std::string &to, bool replaces);
+[[nodiscard]] bool rename_file(const Folder &folder, const std::string &from, const std::string &to,
+                               bool replaces);
+// May be called by a signal handler.
+void remove_file(const Folder &folder, const std::string &name);
+// The names in it are on the disk after it.
+[[nodiscard]] bool sync_folder(const Folder &folder);
 
 // The characters that end the name of a folder in a path.
 extern const char *const kFolderEnds;

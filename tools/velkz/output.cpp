@@ -5,15 +5,16 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <random>
 #include <unistd.h>
 
 using namespace velk;
 
 namespace {
 
-std::string folder_of(const std::string &path) {
-    const std::size_t end = path.find_last_of(kFolderEnds);
-    return end == std::string::npos ? "./" : path.substr(0, end + 1);
+// Where the name of the file begins in the path.
+std::size_t name_place(const std::string &path) {
+    return path.find_last_of(kFolderEnds) + 1;
 }
 
 // A question on the error stream; only "y" is a yes.
@@ -45,37 +46,80 @@ Status open_in_place(Output &output, const Input &input, const Options &options)
     return kSuccess;
 }
 
-// The file is the user's alone until it gets the input's mode. Its name is short enough
-// wherever the output's is.
-Status open_temporary(Output &output) {
-    std::string name = folder_of(output.path) + ".velkz-" + std::string(6, 'X');
+// Takes names that nobody has, short enough wherever the output's is, until one is given.
+template<typename Give>
+bool give_temporary(Output &output, Give give) {
+    std::random_device random;
+    for (int tries = 0; tries < 100; ++tries) {
+        std::string name = ".velkz-";
+        for (int i = 0; i < 6; ++i)
+            name += "abcdefghijklmnopqrstuvwxyz234567"[random() % 32];
+        if (give(name)) {
+            output.temporary = name;
+            remove_on_signal(&output.folder, &output.temporary);
+            return true;
+        }
+        if (errno != EEXIST) break;
+    }
+    return false;
+}
+
+// The file is the user's alone until it gets the input's mode.
+Status open_own(Output &output) {
+    const std::size_t place = name_place(output.path);
+    if (!open_folder(place == 0 ? "./" : output.path.substr(0, place), output.folder))
+        return error(output.name, "can't be made: " + errno_text());
+    output.is_own = true;
+    output.fd = create_nameless(output.folder);
+    if (output.fd >= 0) return kSuccess;
     const SignalsHeld held;
-    output.fd = make_temporary(name);
-    if (output.fd < 0) return error(output.name, "can't be made: " + errno_text());
-    output.temporary = name;
-    remove_on_signal(output.temporary.c_str());
-    return kSuccess;
+    const bool made = give_temporary(output, [&](const std::string &name) {
+        output.fd = create_file(output.folder, name);
+        return output.fd >= 0;
+    });
+    return made ? kSuccess : error(output.name, "can't be made: " + errno_text());
+}
+
+// By way of another name where a nameless file is to replace one.
+bool take_name(Output &output, const std::string &name) {
+    if (output.temporary.empty()) {
+        if (name_file(output.fd, output.folder, name)) return true;
+        if (errno != EEXIST || !output.replaces) return false;
+        if (!give_temporary(output, [&](const std::string &temporary) {
+                return name_file(output.fd, output.folder, temporary);
+            }))
+            return false;
+    }
+    return rename_file(output.folder, output.temporary, name, output.replaces);
 }
 
 Status give_name(Output &output) {
     const SignalsHeld held;
-    if (!rename_file(output.temporary, output.path, output.replaces)) {
-        return error(output.name,
-                     errno == EEXIST ? "exists by now; -f overwrites it" : errno_text());
+    if (!take_name(output, output.path.substr(name_place(output.path)))) {
+        return error(output.name, errno == EEXIST ? "exists by now; -f overwrites it"
+                                                  : "can't get its name: " + errno_text());
     }
     output.temporary.clear();
-    remove_on_signal(nullptr);
+    remove_on_signal(nullptr, nullptr);
     return kSuccess;
+}
+
+bool close_file(Output &output) {
+    const bool closed = output.fd < 0 || close(output.fd) == 0;
+    output.fd = -1;
+    return closed;
 }
 
 } // namespace
 
 Output::~Output() {
-    if (fd >= 0 && fd != kStandardOutput) close(fd);
-    if (temporary.empty()) return;
-    const SignalsHeld held;
-    unlink(temporary.c_str());
-    remove_on_signal(nullptr);
+    if (fd != kStandardOutput) close_file(*this);
+    if (!temporary.empty()) {
+        const SignalsHeld held;
+        remove_file(folder, temporary);
+        remove_on_signal(nullptr, nullptr);
+    }
+    close_folder(folder);
 }
 
 Status open_output(Output &output, const std::string &path, const Input &input,
@@ -85,7 +129,7 @@ Status open_output(Output &output, const std::string &path, const Input &input,
     if (path == kStandardStream) return open_in_place(output, input, options);
     if (!look_at(path, false, there)) {
         // Known now rather than when all is done: a name that is too long, for one.
-        return errno == ENOENT ? open_temporary(output) : error(output.name, errno_text());
+        return errno == ENOENT ? open_own(output) : error(output.name, errno_text());
     }
     if (look_at(path, true, there)) {
         if (there.kind == Kind::kFolder) return error(output.name, "is a folder");
@@ -108,21 +152,20 @@ Status open_output(Output &output, const std::string &path, const Input &input,
         if (!agrees(output.name)) return warning(output.name, "exists, skipped");
     }
     output.replaces = true;
-    return open_temporary(output);
+    return open_own(output);
 }
 
 Status keep_output(Output &output, const Input &input) {
     if (output.fd == kStandardOutput) return kSuccess; // closed when all is done
-    const bool named_later = !output.temporary.empty();
-    if (named_later) copy_attributes(output.fd, input.opened);
-    bool safe = !named_later || sync_file(output.fd);
-    safe = close(output.fd) == 0 && safe;
-    output.fd = -1;
+    if (output.is_own) copy_attributes(output.fd, input.opened);
+    bool safe = !output.is_own || sync_file(output.fd);
+    // A nameless file must be open to get a name.
+    if (!output.is_own || !output.temporary.empty()) safe = close_file(output) && safe;
     if (!safe) return error(output.name, "can't be written: " + errno_text());
-    if (!named_later) return kSuccess;
+    if (!output.is_own) return kSuccess;
     const Status status = give_name(output);
     if (status != kSuccess) return status;
-    return sync_folder(folder_of(output.path))
+    return sync_folder(output.folder)
                ? kSuccess
                : warning(output.name, "written, but its folder can't be synchronised");
 }

@@ -1,5 +1,6 @@
-// What velkz writes. A file gets its name when all of it is on the disk; until then it has
-// a name of its own in the same folder, which is gone again however the run ends.
+// What velkz writes. A file gets its name when all of it is on the disk; until then it has none,
+// or, where the system has no such files, one of its own in the same folder, which is gone again
+// however the run ends.
 #pragma once
 
 #include "input.h"
@@ -13,10 +14,10 @@ struct Output {
     int fd = -1;
     std::string path;      // kStandardStream for standard output
     std::string name;      // for messages
-    std::string temporary; // empty for what is written where it is: streams and devices
+    bool is_own = false;   // a new file; or else a stream or device, written where it is
+    velk::Folder folder;   // of a new file
+    std::string temporary; // its name until it gets its own; empty: none
     bool replaces = false; // may take the place of another file
-
-    [[nodiscard]] bool is_own() const { return !temporary.empty(); }
 };
 
 // Opens `path` for what is made of `input`, never the input itself. Another file is only

@@ -72,7 +72,7 @@ bool is_zeros(const std::uint8_t *bytes, std::size_t size) {
 // file of its own.
 bool write_part(Run &run, std::size_t size) {
     if (run.output == nullptr) return true;
-    const bool sparse = !run.compresses() && !run.options.no_sparse && run.output->is_own();
+    const bool sparse = !run.compresses() && !run.options.no_sparse && run.output->is_own;
     for (std::size_t at = 0; at < size;) {
         const std::uint8_t *const bytes = run.out.data() + at;
         const std::size_t room = kHoleBytes - run.bytes_written % kHoleBytes;
@@ -251,7 +251,7 @@ Status process(const std::string &path, const Options &options) {
     status = options.ranged ? restore_range(input, output, options)
                             : transfer(input, &output, options, whole);
     if (status == kError) return status;
-    const bool in_place = !output.is_own();
+    const bool in_place = !output.is_own;
     status = worse(status, keep_output(output, input));
     if (status != kSuccess || !options.remove || input.standard()) return status;
     if (in_place) return warning(input.name, "kept, as the output is not a file of its own");

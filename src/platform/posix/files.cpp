@@ -99,12 +99,6 @@ int open_to_write(const std::string &path) {
     return open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
 }
 
-int make_temporary(std::string &name) {
-    const int fd = mkstemp(name.data());
-    if (fd >= 0) fcntl(fd, F_SETFD, FD_CLOEXEC);
-    return fd;
-}
-
 std::int64_t read_some(int fd, void *buffer, std::size_t size) {
     ssize_t got;
     do
@@ -165,26 +159,63 @@ bool sync_file(int fd) {
     return fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP || errno == ENOSYS;
 }
 
-bool sync_folder(const std::string &folder) {
-    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool safe = sync_file(fd);
-    close(fd);
-    return safe;
+bool open_folder(const std::string &path, Folder &folder) {
+    folder.path = path;
+    folder.fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+#ifdef O_PATH // one that may be written to, but not read
+    if (folder.fd < 0) folder.fd = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+#endif
+    return folder.fd >= 0;
 }
 
-// link(2), other than rename(2), fails where a file has come to be meanwhile; but not all
+void close_folder(Folder &folder) {
+    if (folder.fd >= 0) close(folder.fd);
+    folder.fd = -1;
+}
+
+int create_file(const Folder &folder, const std::string &name) {
+    return openat(folder.fd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+}
+
+// What /proc shows of a descriptor is the only way to a name that every user has.
+static std::string path_of(int fd) {
+    return "/proc/self/fd/" + std::to_string(fd);
+}
+
+int create_nameless([[maybe_unused]] const Folder &folder) {
+#ifdef O_TMPFILE
+    if (access(path_of(folder.fd).c_str(), F_OK) == 0)
+        return openat(folder.fd, ".", O_WRONLY | O_TMPFILE | O_CLOEXEC, 0600);
+#endif
+    return -1;
+}
+
+bool name_file(int fd, const Folder &folder, const std::string &name) {
+    return linkat(AT_FDCWD, path_of(fd).c_str(), folder.fd, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+// linkat(2), other than renameat(2), fails where a file has come to be meanwhile; but not all
 // file systems have it.
-bool rename_file(const std::string &from, const std::string &to, bool replaces) {
-    FileFacts there;
+bool rename_file(const Folder &folder, const std::string &from, const std::string &to,
+                 bool replaces) {
+    struct stat there;
     if (!replaces) {
-        if (link(from.c_str(), to.c_str()) == 0) return unlink(from.c_str()) == 0;
-        if (errno == EEXIST || look_at(to, false, there)) {
+        if (linkat(folder.fd, from.c_str(), folder.fd, to.c_str(), 0) == 0)
+            return unlinkat(folder.fd, from.c_str(), 0) == 0;
+        if (errno == EEXIST || fstatat(folder.fd, to.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
             errno = EEXIST;
             return false;
         }
     }
-    return rename(from.c_str(), to.c_str()) == 0;
+    return renameat(folder.fd, from.c_str(), folder.fd, to.c_str()) == 0;
+}
+
+void remove_file(const Folder &folder, const std::string &name) {
+    unlinkat(folder.fd, name.c_str(), 0);
+}
+
+bool sync_folder(const Folder &folder) {
+    return sync_file(folder.fd);
 }
 
 } // namespace velk

@@ -115,21 +115,6 @@ int open_to_write(const std::string &path) {
     return open_file(path, GENERIC_WRITE, OPEN_EXISTING);
 }
 
-// The number of the process, which no other has now: what one that was killed left is passed
-// over.
-int make_temporary(std::string &name) {
-    constexpr std::size_t kLetters = 6;
-    std::uint64_t number = GetCurrentProcessId();
-    for (int i = 0; i < 100; ++i, number += 0x9E3779B1) {
-        std::uint64_t rest = number;
-        for (std::size_t at = name.size() - kLetters; at != name.size(); ++at, rest /= 32)
-            name[at] = "abcdefghijklmnopqrstuvwxyz234567"[rest % 32];
-        const int fd = open_file(name, GENERIC_WRITE, CREATE_NEW);
-        if (fd >= 0 || errno != EEXIST) return fd;
-    }
-    return -1;
-}
-
 std::int64_t read_some(int fd, void *buffer, std::size_t size) {
     return _read(fd, buffer, static_cast<unsigned>(std::min(size, kMostAtOnce)));
 }
@@ -166,16 +151,40 @@ bool sync_file(int fd) {
     return _commit(fd) == 0;
 }
 
-// Names are on the disk as `rename_file` returns.
-bool sync_folder(const std::string &) {
+bool open_folder(const std::string &path, Folder &folder) {
+    folder.path = path;
     return true;
 }
 
-bool rename_file(const std::string &from, const std::string &to, bool replaces) {
+void close_folder(Folder &) {}
+
+int create_file(const Folder &folder, const std::string &name) {
+    return open_file(folder.path + name, GENERIC_WRITE, CREATE_NEW);
+}
+
+int create_nameless(const Folder &) {
+    return -1;
+}
+
+bool name_file(int, const Folder &, const std::string &) {
+    return false;
+}
+
+bool rename_file(const Folder &folder, const std::string &from, const std::string &to,
+                 bool replaces) {
     const DWORD flags = MOVEFILE_WRITE_THROUGH | (replaces ? MOVEFILE_REPLACE_EXISTING : 0);
-    if (MoveFileExA(from.c_str(), to.c_str(), flags)) return true;
+    if (MoveFileExA((folder.path + from).c_str(), (folder.path + to).c_str(), flags)) return true;
     set_errno();
     return false;
+}
+
+void remove_file(const Folder &folder, const std::string &name) {
+    DeleteFileA((folder.path + name).c_str());
+}
+
+// Names are on the disk as `rename_file` returns.
+bool sync_folder(const Folder &) {
+    return true;
 }
 
 } // namespace velk

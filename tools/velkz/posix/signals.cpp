@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <unistd.h>
 
 namespace {
 
@@ -20,8 +19,10 @@ constexpr int kDeadly[] = {
 #endif
 };
 
-std::atomic<const char *> unfinished = nullptr;
-static_assert(std::atomic<const char *>::is_always_lock_free); // for the handler
+// Written while the signals are held.
+const velk::Folder *folder;
+std::atomic<const std::string *> unfinished = nullptr;
+static_assert(std::atomic<const std::string *>::is_always_lock_free); // for the handler
 
 sigset_t before_held;
 
@@ -35,8 +36,8 @@ sigset_t deadly_signals() {
 
 // SA_RESETHAND has restored the default, which ends the program as this returns.
 void end_by(int number) {
-    const char *const path = unfinished;
-    if (path != nullptr) unlink(path);
+    const std::string *const name = unfinished;
+    if (name != nullptr) velk::remove_file(*folder, *name);
     clear_progress();
     raise(number);
 }
@@ -56,8 +57,9 @@ void catch_signals() {
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-void remove_on_signal(const char *path) {
-    unfinished = path;
+void remove_on_signal(const velk::Folder *its_folder, const std::string *name) {
+    folder = its_folder;
+    unfinished = name;
 }
 
 SignalsHeld::SignalsHeld() {

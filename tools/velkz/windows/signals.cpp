@@ -9,13 +9,14 @@
 namespace {
 
 std::mutex holding; // guards the name
-const char *unfinished = nullptr;
+const velk::Folder *folder;
+const std::string *unfinished = nullptr;
 
 // Runs in a thread of its own, and the program ends as it returns: what it removed is not to
 // be given a name before.
 BOOL WINAPI end_by(DWORD) {
     holding.lock();
-    if (unfinished != nullptr) DeleteFileA(unfinished);
+    if (unfinished != nullptr) velk::remove_file(*folder, *unfinished);
     clear_progress();
     return FALSE;
 }
@@ -26,8 +27,9 @@ void catch_signals() {
     SetConsoleCtrlHandler(end_by, TRUE);
 }
 
-void remove_on_signal(const char *path) {
-    unfinished = path;
+void remove_on_signal(const velk::Folder *its_folder, const std::string *name) {
+    folder = its_folder;
+    unfinished = name;
 }
 
 SignalsHeld::SignalsHeld() {
