@@ -1,7 +1,7 @@
 // velkz: VELK archives as streams and beside their files, by all processors.
 #include "folders.h"
+#include "list.h"
 #include "platform/streams.h"
-#include "random_access.h"
 #include "signals.h"
 #include "work.h"
 

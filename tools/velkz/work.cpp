@@ -31,8 +31,9 @@ struct Run {
     Progress progress;
     velk_report told{};
     std::uint64_t bytes_read = 0, bytes_written = 0;
-    int stream_error = 0; // errno
-    std::size_t kept = 0; // bytes in `in` of an input that is no archive
+    int stream_error = 0;                       // errno
+    std::size_t kept = 0;                       // bytes in `in` of an input that is no archive
+    std::uint8_t header[VELK_HEADER_SIZE] = {}; // of an archive
     std::vector<std::uint8_t> in = std::vector<std::uint8_t>(kPartBytes), out = in;
 
     [[nodiscard]] bool compresses() const { return options.mode == Mode::kCompress; }
@@ -59,6 +60,8 @@ bool read_part(Run &run, velk_buffers &buffers, bool &ended) {
     buffers.in = place;
     buffers.in_size = static_cast<std::size_t>(got);
     run.kept += buffers.in_size;
+    if (run.bytes_read < VELK_HEADER_SIZE)
+        std::memcpy(run.header, run.in.data(), std::min<std::size_t>(run.kept, VELK_HEADER_SIZE));
     run.bytes_read += buffers.in_size;
     ended = got == 0 || run.bytes_read == run.size;
     return true;
@@ -136,7 +139,13 @@ Status report(const Run &run, velk_status status) {
     if (status == VELK_ERROR_READ && errno == 0)
         return error(run.input.name,
                      "ended early, after " + std::to_string(run.bytes_read) + " bytes");
-    return report(run.input.name, status, run.told, run.options);
+    if (status == VELK_ERROR_MEMORY && run.options.library.memory_limit != 0)
+        return report_limit(run.input, run.options.library, run.size,
+                            run.compresses() ? nullptr : run.header);
+    Archive archive{run.input, run.options};
+    if (status == VELK_ERROR_DAMAGED && run.input.regular()) [[maybe_unused]]
+        const velk_status unknown = open_reader(archive);
+    return report(run.input, status, run.told, archive.reader.get());
 }
 
 bool more_follows(const Input &input) {
@@ -194,8 +203,10 @@ Status restore(Run &run) {
                                        " bytes that follow the archive's end are left out");
 }
 
-// whole: whether the archive is known to be.
-Status transfer(const Input &input, const Output *output, const Options &options, bool &whole) {
+} // namespace
+
+Status transfer(const Input &input, const Output *output, const Options &options,
+                velk_report &told) {
     const bool compresses = options.mode == Mode::kCompress;
     const bool text_on_terminal =
         output != nullptr && output->fd == kStandardOutput && is_terminal(kStandardOutput);
@@ -204,16 +215,19 @@ Status transfer(const Input &input, const Output *output, const Options &options
     const std::uint64_t size = options.size != VELK_SIZE_UNKNOWN ? options.size : input.size;
     Run run{input, output, options, size, {input.name, size, compresses, shown}};
     const Status status = compresses ? compress(run) : restore(run);
-    whole = run.told.whole != 0;
-    if (status != kError && options.verbose) {
+    told = run.told;
+    if (status != kError && options.verbose && options.mode != Mode::kList) {
         clear_progress();
         std::fprintf(stderr, "%s: %s%s\n", printable(input.name).c_str(),
                      run.progress.summary(run.done()).c_str(),
-                     whole ? ""
-                           : ", a plain archive, which can't tell whether its end was cut off");
+                     told.whole != 0
+                         ? ""
+                         : ", a plain archive, which can't tell whether its end was cut off");
     }
     return status;
 }
+
+namespace {
 
 // Where the output goes: kStandardStream, or the name of a file.
 Status name_output(const Input &input, const Options &options, std::string &path) {
@@ -239,8 +253,8 @@ Status process(const std::string &path, const Options &options) {
     Input input;
     Status status = open_input(input, path, options);
     if (status != kSuccess) return status;
-    bool whole = true;
-    if (options.mode == Mode::kTest) return transfer(input, nullptr, options, whole);
+    velk_report told{};
+    if (options.mode == Mode::kTest) return transfer(input, nullptr, options, told);
 
     std::string output_path;
     status = name_output(input, options, output_path);
@@ -249,13 +263,13 @@ Status process(const std::string &path, const Options &options) {
     status = open_output(output, output_path, input, options);
     if (status != kSuccess) return status;
     status = options.ranged ? restore_range(input, output, options)
-                            : transfer(input, &output, options, whole);
+                            : transfer(input, &output, options, told);
     if (status == kError) return status;
     const bool in_place = !output.is_own;
     status = worse(status, keep_output(output, input));
     if (status != kSuccess || !options.remove || input.standard()) return status;
     if (in_place) return warning(input.name, "kept, as the output is not a file of its own");
-    if (whole) return remove_input(input);
+    if (told.whole != 0) return remove_input(input);
     warning(input.name, "kept, as a plain archive can't tell whether its end was cut off");
     return kSuccess;
 }
