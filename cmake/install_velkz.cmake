@@ -1,4 +1,4 @@
-# velkz, under its three names.
+# velkz, under its three names, and the scripts over it.
 install(TARGETS velkz RUNTIME)
 if(WIN32)
   install(PROGRAMS ${PROJECT_BINARY_DIR}/unvelkz.exe ${PROJECT_BINARY_DIR}/velkcat.exe
@@ -12,8 +12,11 @@ set(links ${PROJECT_BINARY_DIR}/velkz_links)
 file(MAKE_DIRECTORY ${links})
 foreach(name unvelkz velkcat)
   file(CREATE_LINK velkz ${links}/${name} SYMBOLIC)
-  file(WRITE ${links}/${name}.1 ".so man1/velkz.1\n")
   install(FILES ${links}/${name} DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES ${links}/${name} DESTINATION ${completions})
+endforeach()
+install(PROGRAMS tools/velkz/velkgrep tools/velkz/velkless DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(name unvelkz velkcat velkgrep velkless)
+  file(WRITE ${links}/${name}.1 ".so man1/velkz.1\n")
   install_compressed(${links}/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
