@@ -1,5 +1,8 @@
 #include "platform/printable.h"
 
+#include "platform/files.h"
+#include "platform/streams.h"
+
 #include <cstddef>
 
 namespace velk {
@@ -14,6 +17,14 @@ std::string printable(const std::string &name) {
         i += of_two;
     }
     return result;
+}
+
+void put_message(const std::string &text) {
+    std::int64_t put = 0;
+    for (std::size_t done = 0; done < text.size(); done += static_cast<std::size_t>(put)) {
+        put = write_some(kStandardError, text.data() + done, text.size() - done);
+        if (put <= 0) return;
+    }
 }
 
 } // namespace velk

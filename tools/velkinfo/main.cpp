@@ -113,7 +113,7 @@ int run(int argument_count, char **arguments) {
 void complain(const char *subject, const char *message) {
     clear_progress();
     std::fflush(stdout);
-    std::fprintf(stderr, "velkinfo: %s: %s\n", printable(subject).c_str(), message);
+    put_message("velkinfo: " + printable(subject) + ": " + message + "\n");
 }
 
 int test_archive(const char *name) {

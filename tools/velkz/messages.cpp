@@ -3,7 +3,6 @@
 #include "progress.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -12,7 +11,7 @@ bool quiet = false;
 
 void print(const std::string &name, const std::string &what) {
     clear_progress();
-    std::fprintf(stderr, "velkz: %s: %s\n", printable(name).c_str(), what.c_str());
+    velk::put_message("velkz: " + printable(name) + ": " + what + "\n");
 }
 
 } // namespace

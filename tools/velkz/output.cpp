@@ -19,7 +19,7 @@ std::size_t name_place(const std::string &path) {
 
 // A question on the error stream; only "y" is a yes.
 bool agrees(const std::string &name) {
-    std::fprintf(stderr, "velkz: %s exists; overwrite it? (y/N) ", printable(name).c_str());
+    put_message("velkz: " + printable(name) + " exists; overwrite it? (y/N) ");
     char answer = 'n', byte = 0;
     for (bool first = true; read_some(kStandardInput, &byte, 1) == 1 && byte != '\n';
          first = false) {

@@ -18,11 +18,6 @@ constexpr auto kBetween = std::chrono::milliseconds(100);
 
 volatile std::sig_atomic_t on_screen = 0;
 
-void put(const std::string &text) {
-    [[maybe_unused]] const ssize_t written =
-        write(kStandardError, text.data(), static_cast<unsigned>(text.size()));
-}
-
 bool begins_character(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; // in UTF-8
 }
@@ -102,6 +97,7 @@ void Progress::show(const Amounts &done) {
     const std::size_t known = terminal_width(kStandardError);
     const std::size_t width = (known == 0 ? 80 : known) - 1;
     const std::size_t room = text.size() + 8 < width ? width - text.size() : 8;
-    put("\r" + shortened(name_, room) + text.substr(0, width - std::min(room, width)) + "\x1B[K");
+    put_message("\r" + shortened(name_, room) + text.substr(0, width - std::min(room, width)) +
+                "\x1B[K");
     on_screen = 1;
 }

@@ -218,11 +218,10 @@ Status transfer(const Input &input, const Output *output, const Options &options
     told = run.told;
     if (status != kError && options.verbose && options.mode != Mode::kList) {
         clear_progress();
-        std::fprintf(stderr, "%s: %s%s\n", printable(input.name).c_str(),
-                     run.progress.summary(run.done()).c_str(),
-                     told.whole != 0
-                         ? ""
-                         : ", a plain archive, which can't tell whether its end was cut off");
+        const char *const plain =
+            told.whole != 0 ? ""
+                            : ", a plain archive, which can't tell whether its end was cut off";
+        put_message(printable(input.name) + ": " + run.progress.summary(run.done()) + plain + "\n");
     }
     return status;
 }

@@ -1,5 +1,7 @@
 #include "platform/streams.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
@@ -11,11 +13,33 @@ HANDLE handle_of(int fd) {
     return reinterpret_cast<HANDLE>(_get_osfhandle(fd));
 }
 
+UINT console_had; // a code page
+
+void restore_console() {
+    SetConsoleOutputCP(console_had);
+}
+
+BOOL WINAPI restore_at_end(DWORD) {
+    restore_console();
+    return FALSE; // ends the program
+}
+
+// Names are in UTF-8, whatever code page the console has before and behind this program.
+void prepare_console() {
+    console_had = GetConsoleOutputCP();
+    if (console_had == CP_UTF8 || !SetConsoleOutputCP(CP_UTF8)) return;
+    std::atexit(restore_console);
+    SetConsoleCtrlHandler(restore_at_end, TRUE);
+}
+
 } // namespace
 
 void prepare_standard_streams(bool) {
     for (int fd = kStandardInput; fd <= kStandardError; ++fd)
         _setmode(fd, _O_BINARY);
+    if (is_terminal(kStandardOutput) || is_terminal(kStandardError)) prepare_console();
+    // Or else a console gets names byte by byte.
+    if (is_terminal(kStandardOutput)) std::setvbuf(stdout, nullptr, _IOFBF, 4096);
 }
 
 bool is_terminal(int fd) {
