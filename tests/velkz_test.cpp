@@ -369,7 +369,10 @@ TEST_F(Velkz, KnowsATerminal) {
 
     const std::string slow = "{ cat text; sleep .7; cat text; } | velkz -b128K -o a ";
     const std::string shown = on_terminal(slow.c_str());
-    EXPECT_TRUE(shown.starts_with("\rstandard input  ") && shown.ends_with("\r\x1B[K")) << shown;
+    EXPECT_TRUE(shown.starts_with("\rstandard input  ") &&
+                shown.find(" MB, block 4, ratio ") != std::string::npos &&
+                shown.ends_with("\r\x1B[K"))
+        << shown;
     EXPECT_EQ(on_terminal((slow + "--no-progress").c_str()), "");
     EXPECT_EQ(on_terminal((slow + "2>a.log; cat a.log").c_str()), "");
     const std::string text = on_terminal("{ cat text.ref; sleep .7; } | velkcat");

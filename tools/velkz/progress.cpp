@@ -87,7 +87,8 @@ void Progress::show(const Amounts &done) {
     } else {
         text = formatted("  %3.0f%%", percent(done.in, size_));
     }
-    if (done.in != 0 && done.out != 0) text += "  ratio " + figures(done);
+    text += formatted(", block %llu", static_cast<unsigned long long>(done.blocks + 1));
+    if (done.in != 0 && done.out != 0) text += ", ratio " + figures(done);
     if (done.in != 0 && size_ != UINT64_MAX) {
         const double left = static_cast<double>(size_ - std::min(done.in, size_)) * seconds() /
                             static_cast<double>(done.in);

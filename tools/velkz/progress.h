@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-// Bytes done so far. The size is that of the input; UINT64_MAX where it is unknown.
+// Bytes and blocks done so far. The size is that of the input; UINT64_MAX where it is unknown.
 struct Amounts {
-    std::uint64_t in = 0, out = 0;
+    std::uint64_t in = 0, out = 0, blocks = 0;
 };
 
 class Progress {

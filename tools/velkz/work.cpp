@@ -42,8 +42,8 @@ struct Run {
         return !compresses() && options.force && options.to_stdout && output != nullptr;
     }
     [[nodiscard]] Amounts done() const { // up to the last block that was written
-        return compresses() ? Amounts{told.size, told.archive_size}
-                            : Amounts{told.archive_size, told.size};
+        return compresses() ? Amounts{told.size, told.archive_size, told.blocks}
+                            : Amounts{told.archive_size, told.size, told.blocks};
     }
 };
 
