@@ -99,15 +99,17 @@ class Library {
   fail(status, told) {
     let text = this.text(status);
     const at = ` at offset ${told?.damagedOffset}`;
-    const remedy = " is damaged or cut short; 'velkinfo salvage' may restore ";
+    const isDamaged = " is damaged or cut short";
+    const remedy = "; 'velkinfo salvage' may restore ";
     if (status === kFormat) {
       text = "is not a VELK archive";
     } else if (status === kDamaged && told.damagedPart === kPartBlock) {
-      text = `block ${told.damagedBlock + 1}${at}${remedy}the others`;
+      const lost = `up to ${told.blockSize + 512} bytes from ${told.size} on are lost`;
+      text = `block ${told.damagedBlock + 1}${at}${isDamaged}, ${lost}${remedy}the others`;
     } else if (status === kDamaged && told.damagedPart === kPartIndex) {
       text = `the index${at} does not fit the blocks, or is cut short`;
     } else if (status === kDamaged) {
-      text = `the header${told.damagedOffset === 0 ? "" : at}${remedy}the blocks`;
+      text = `the header${told.damagedOffset === 0 ? "" : at}${isDamaged}${remedy}the blocks`;
     }
     throw new VelkError(text, status, told);
   }
