@@ -165,7 +165,8 @@ Status keep_output(Output &output, const Input &input) {
     if (!output.is_own) return kSuccess;
     const Status status = give_name(output);
     if (status != kSuccess) return status;
-    return sync_folder(output.folder)
+    // To some file systems a new name is a change of the file, too.
+    return (output.fd < 0 || sync_file(output.fd)) && sync_folder(output.folder)
                ? kSuccess
                : warning(output.name, "written, but its folder can't be synchronised");
 }
