@@ -6,6 +6,7 @@ bundle.py FOLDER, in which velk.wasm is
 import base64
 import gzip
 import hashlib
+import io
 import pathlib
 import re
 import shutil
@@ -39,6 +40,15 @@ def make_page(library):
                  STYLE_HASH=source_hash(style), SCRIPT_HASH=source_hash(script))
 
 
+def nobodys(member):
+    """A member of a tar file that is the same whoever makes it, and when."""
+    member.mode = 0o755 if member.isdir() else 0o644
+    member.uid = member.gid = 0
+    member.uname = member.gname = ""
+    member.mtime = 499162500  # npm's
+    return member
+
+
 def make_package(library):
     top = (WEB.parent / "CMakeLists.txt").read_text()
     version = re.search(r"^project\(.*VERSION (\d+\.\d+)", top, re.MULTILINE)[1] + ".0"
@@ -50,8 +60,10 @@ def make_package(library):
     for file in (WEB / "velk.d.ts", WEB / "README.md", WEB.parent / "LICENSE"):
         shutil.copy(file, package)
     # As npm pack does it: with that, Debian's npm would bring 400 packages.
-    with tarfile.open(FOLDER / f"velk-{version}.tgz", "w:gz") as archive:
-        archive.add(package, "package")
+    tar = io.BytesIO()
+    with tarfile.open(fileobj=tar, mode="w") as archive:
+        archive.add(package, "package", filter=nobodys)
+    (FOLDER / f"velk-{version}.tgz").write_bytes(gzip.compress(tar.getvalue(), 9, mtime=0))
 
 
 def main():
