@@ -109,11 +109,12 @@ Restored restore_archive(const Bytes &archive, std::size_t readable) {
     context.file_size = length_of(archive);
     std::uint32_t memory_bytes, coded_len;
     BlockTrace trace;
-    Restored restored{start_reading(source, context, memory_bytes), {}};
+    Restored restored{start_reading(source, context, memory_bytes), {}, {}};
     while (restored.status == ArchiveStatus::kGood) {
         restored.status = read_block(source, context, coded_len, trace);
-        if (restored.status == ArchiveStatus::kGood)
-            write_bytes(&restored.bytes, context.buf_out, context.out_len);
+        if (restored.status != ArchiveStatus::kGood) break;
+        write_bytes(&restored.bytes, context.buf_out, context.out_len);
+        restored.lengths.push_back(context.out_len);
     }
     free_decompress(context);
     return restored;

@@ -37,8 +37,9 @@ Bytes make_archive(std::uint8_t flags, const std::vector<Bytes> &blocks);
 Bytes make_indexed(std::uint8_t flags, const std::vector<Bytes> &blocks);
 
 struct Restored {
-    ArchiveStatus status; // what ended the reading
-    Bytes bytes;          // the blocks before it
+    ArchiveStatus status;             // what ended the reading
+    Bytes bytes;                      // the blocks before it
+    std::vector<std::size_t> lengths; // of the blocks
     bool whole() const {
         return status == ArchiveStatus::kEnd || status == ArchiveStatus::kEndMark;
     }

@@ -1,5 +1,6 @@
 #include "library_call.h"
 
+#include "archive/index.h"
 #include "archive_call.h"
 #include "base/byte_order.h"
 
@@ -154,20 +155,29 @@ Outcome run_flow(bool restoring, const velk_options &options, const Bytes &in, s
     return outcome;
 }
 
-std::string difference_to_program(const Bytes &archive) {
+std::string difference_to_program(const Bytes &archive, bool with_threads) {
     const Restored program = restore_archive(archive);
     velk_report report, again;
     const Outcome right = restore_stream(archive, 1, report);
     const bool ok = right.status == VELK_OK;
-    if (!begins(right.bytes, program.bytes)) return "the program's bytes";
+    const std::uint32_t block_size = archive.size() < 18 ? 0 : get_u32(&archive[14]);
+    // Where an index must follow, the library refuses blocks of no bytes and of N or more.
+    bool refused = is_marked(block_size) && report.damaged_part == VELK_PART_BLOCK &&
+                   report.damaged_block < program.lengths.size();
+    if (refused) {
+        const std::size_t length = program.lengths[report.damaged_block];
+        refused = length == 0 || length >= block_size;
+    }
+    if (!begins(right.bytes, program.bytes) && !(refused && begins(program.bytes, right.bytes)))
+        return "the program's bytes";
     if (ok && !program.whole() && report.bytes_follow == 0 && report.members < 2)
         return "what the program refuses";
-    const std::uint32_t block_size = archive.size() < 18 ? 0 : get_u32(&archive[14]);
     if (!ok && program.status == ArchiveStatus::kEnd && block_size % 1024 == 0)
         return "what the program restores";
-    if (restore_stream(archive, 3, again) != right || again.size != report.size ||
-        again.crc != report.crc || again.damaged_part != report.damaged_part ||
-        again.damaged_offset != report.damaged_offset || again.whole != report.whole)
+    if (with_threads &&
+        (restore_stream(archive, 3, again) != right || again.size != report.size ||
+         again.crc != report.crc || again.damaged_part != report.damaged_part ||
+         again.damaged_offset != report.damaged_offset || again.whole != report.whole))
         return "threads";
     const std::uint32_t seed = crc32_append(0, archive.data(), archive.size());
     if (run_flow(true, options_with(1), archive, seed) != right) return "the flow";

@@ -68,5 +68,5 @@ Outcome run_flow(bool restoring, const velk_options &options, const Bytes &in, s
 
 // Restores the archive in every way that there is and compares with what the program would
 // make of it, and beyond its first member with each other. Returns what differs; nothing most
-// of the time.
-std::string difference_to_program(const Bytes &archive);
+// of the time. with_threads: by several, too.
+std::string difference_to_program(const Bytes &archive, bool with_threads = true);

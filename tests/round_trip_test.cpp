@@ -38,7 +38,7 @@ TEST(Chain, RecordsThatNoCompressorWritesAreRefused) {
         EXPECT_FALSE(Chain(0x20, false, 6).decompress(Bytes(n)).has_value()) << n << " bytes";
     EXPECT_TRUE(Chain(0x20, false, 1).compress(Bytes(kMinBlockSize + 1)).empty());
     for (const std::size_t readable : {17u, 22u, 25u}) { // in the header, a head, a block
-        const auto [status, bytes] = restore_archive(make_archive(0x20, {data}), readable);
+        const auto [status, bytes, lengths] = restore_archive(make_archive(0x20, {data}), readable);
         EXPECT_TRUE(status == ArchiveStatus::kReadFailed && bytes.empty()) << readable;
     }
     CoderContext context{}; // with both sorting transforms
