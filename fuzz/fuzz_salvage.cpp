@@ -37,7 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     reader.archive.file.reset(fmemopen(archive.data(), size, "rb"));
     if (!prepared || reader.archive.file == nullptr) return 0;
 
-    // Blocks that the reader restores are intact to the survey.
+    // Blocks that the reader restores are intact to the survey, and restored by the salvage as
+    // well. What it makes of others shows in one of 8 inputs: with the ST each takes long.
+    const bool restore_all = crc32_append(0, data, size) % 8 == 0;
     std::string why;
     bool reading = start_blocks(reader, why);
     Survey survey(reader.archive, reading);
@@ -52,6 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const auto covered = static_cast<std::uint32_t>(extent.end - extent.data - kCrcBytes);
         expect(crc32_block(&archive[extent.data], covered) ==
                get_u32(&archive[extent.end - kCrcBytes]));
+        if (!reading && !restore_all) continue;
         std::uint32_t length;
         const auto *const block = restorer.restore(reader.archive, extent.data, extent.end, length);
         if (reading) expect(block != nullptr && length == reader.context.out_len);
