@@ -4,7 +4,7 @@
 #include "archive/format.h"
 #include "base/byte_order.h"
 #include "pipeline/crc32.h"
-#include "velkinfo/survey.h"
+#include "velkinfo/block_walk.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     // well. What it makes of others shows in one of 8 inputs: with the ST each takes long.
     const bool restore_all = crc32_append(0, data, size) % 8 == 0;
     std::string why;
-    bool reading = start_blocks(reader, why);
+    bool reading = start_blocks(reader) == ArchiveStatus::kGood;
     Survey survey(reader.archive, reading);
     std::uint64_t position = 0;
     for (Extent extent; survey.next(extent); position = extent.end) {
@@ -56,8 +56,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                get_u32(&archive[extent.end - kCrcBytes]));
         if (!reading && !restore_all) continue;
         std::uint32_t length;
-        const auto *const block = restorer.restore(reader.archive, extent.data, extent.end, length);
+        BlockTrace trace;
+        const auto *const block =
+            restorer.restore(reader.archive, extent.data, extent.end, length, trace);
         if (reading) expect(block != nullptr && length == reader.context.out_len);
+    }
+    // Its walk goes to the end, whatever it begins with, and forgets no block.
+    for (const BlockWalk::Step step :
+         {BlockWalk::Step{next_block}, BlockWalk::Step{skip_block}, BlockWalk::Step{nullptr}}) {
+        BlockWalk walk(restorer);
+        walk.reader.archive.size = size;
+        walk.reader.archive.file.reset(fmemopen(archive.data(), size, "rb"));
+        if (!walk.start(step, why)) continue;
+        std::uint64_t number = 0;
+        for (Finding found; walk.next(found);) {
+            expect(found.number == 0 || found.number == ++number);
+            expect(found.number != 0 || !found.damage.empty());
+        }
     }
     expect(survey.checksummed() <= 64 * size + 102400);
     return 0;

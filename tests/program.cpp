@@ -54,8 +54,9 @@ Finished run_velk(const std::vector<std::string> &arguments, const std::string &
     return run(given_or("VELK_PROGRAM", VELK_PROGRAM), arguments, prefix, suffix);
 }
 
-Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix) {
-    return run(given_or("VELKINFO_PROGRAM", VELKINFO_PROGRAM), arguments, "", suffix);
+Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix,
+                      const std::string &prefix) {
+    return run(given_or("VELKINFO_PROGRAM", VELKINFO_PROGRAM), arguments, prefix, suffix);
 }
 
 ScratchFolder::ScratchFolder() : folder(make_folder()) {}

@@ -21,7 +21,8 @@ Finished run_shell(const std::string &script);
 // (redirections) after them. Both streams are kept.
 Finished run_velk(const std::vector<std::string> &arguments, const std::string &prefix = "",
                   const std::string &suffix = "");
-Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix = "");
+Finished run_velkinfo(const std::vector<std::string> &arguments, const std::string &suffix = "",
+                      const std::string &prefix = "");
 
 // A folder for one test's files, removed with all that is in it at the end.
 struct ScratchFolder {

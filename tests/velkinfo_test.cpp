@@ -251,12 +251,17 @@ TEST_F(Velkinfo, DamageIsReported) {
         std::size_t blocks; // before the damaged one
         std::string why, by_velk;
     } cases[] = {
-        {damaged(good, {{1, 50, 1, {1}}}), 1, "the block CRC does not match", crc_fails},
-        {damaged(good, {{5, 0, 1, {1}}}), 5, "the check byte of the record head does not match",
+        {damaged(good, {{1, 50, 1, {1}}}), 1,
+         "the block CRC does not match, 131072 bytes from 131072 on are lost", crc_fails},
+        {damaged(good, {{5, 0, 1, {1}}}), 5,
+         "the check byte of the record head does not match, but it can be restored", crc_fails},
+        {damaged(good, {{6, -1, 1, {}}}), 5,
+         "the block is cut short, up to 131072 bytes from 655360 on are lost", crc_fails},
+        {first_bytes(good, starts[2] + 1), 2,
+         "the record head is cut short, 1 byte of the archive is lost", read},
+        {bad_stage, 0,
+         "the CRC matches, but the DCE stage can't be undone, 131072 bytes from 0 on are lost",
          crc_fails},
-        {damaged(good, {{6, -1, 1, {}}}), 5, "the block is cut short", crc_fails},
-        {first_bytes(good, starts[2] + 1), 2, "the record head is cut short", read},
-        {bad_stage, 0, "the CRC matches, but the DCE stage can't be undone", crc_fails},
         {{}, none, "does not begin as an archive", other},
         {damaged(good, {{0, -15, 1, {'x'}}}), none, "does not begin as an archive", other},
         {damaged(good, {{0, -3, 1, {1}}}), none, "header: the check byte does not match",
@@ -265,9 +270,10 @@ TEST_F(Velkinfo, DamageIsReported) {
         {with_start(0, kBlock), none, invalid, memory},
         {with_start(0x20, kMinBlockSize - 1), none, invalid, memory},
         {with_start(0x20, kMaxBlockSize + 1), none, invalid, memory},
-        {damaged(good, {{1, 0, 5, head_of(4)}}), 1, "no block has a record of 4 bytes", crc_fails},
+        {damaged(good, {{1, 0, 5, head_of(4)}}), 1,
+         "no block has a record of 4 bytes, but it can be restored", crc_fails},
         {damaged(good, {{1, 0, 5, head_of(kBlock + kBlockSlack + 1)}}), 1,
-         "no block has a record of 131173 bytes", crc_fails},
+         "no block has a record of 131173 bytes, but it can be restored", crc_fails},
     };
     const std::string line = copy + ": good, 6 blocks, 685360 bytes\n";
     for (const auto &[bytes, blocks, why, by_velk] : cases) {
@@ -355,9 +361,11 @@ TEST_F(Velkinfo, SalvageByTheIndex) {
     }
     write_file(archive, changed(good, at[1] + 9, 1, {'x'}));
     EXPECT_EQ(run_velkinfo({"salvage", "--force", archive, output}).out,
-              "bytes 50000 to 58999 of the original lost: zeros written\n"
-              "4 blocks restored, 87100 bytes; " +
-                  std::to_string(at[2] - at[1]) + " bytes of the archive lost\n");
+              "block 2 at offset " + std::to_string(at[1]) +
+                  ": the block CRC does not match, 9000 bytes from 50000 on are lost\n"
+                  "4 blocks restored, 87100 bytes; " +
+                  std::to_string(at[2] - at[1]) +
+                  " bytes of the archive lost, 9000 zeros written\n");
     // A cut takes the index; what is left is found without.
     for (const std::size_t size : {at[5], at[5] + 7, good.size() - 1, good.size() + at[3]}) {
         write_file(archive, first_bytes(join({good, good}), size));
@@ -374,7 +382,7 @@ TEST_F(Velkinfo, SalvageByTheIndex) {
                                 Bytes(two.begin() + 18, two.begin() + static_cast<std::ptrdiff_t>(
                                                                           places_in(two, 1)[1]))));
     EXPECT_NE(run_velkinfo({"salvage", "--force", archive, output})
-                  .out.find("restored, but the index has another CRC for them"),
+                  .out.find("the index has another CRC for it, but it can be restored"),
               std::string::npos);
     EXPECT_EQ(read_file(output), others[1]);
 }
@@ -414,8 +422,8 @@ TEST_F(Velkinfo, MembersAreTestedAndListed) {
         {join({good, plain, garbage}), "3 blocks, 15000 bytes", follows, "10001 to 15000"},
         {join({good, garbage}), "2 blocks, 10000 bytes", follows, "10000"},
         {join({plain, head_of(0), garbage}), "1 block, 5000 bytes", follows, "1 to 5000"},
-        {first_bytes(good, at[2]), "", "block 3 " + place(at[2]) + cut, ""},
-        {join({first_bytes(good, at[1]), good}), "", "block 2 " + place(at[1]) + cut, ""},
+        {first_bytes(good, at[2]), "", place(at[2]) + cut, ""},
+        {join({first_bytes(good, at[1]), good}), "", place(at[1]) + cut, ""},
         {first_bytes(good, good.size() - 1), "", place(at[2]) + cut, ""},
         {changed(good, at[2] + 13, 1, {'x'}), "", place(at[2]) + index, ""},
         {join({good, changed(good, 17, 1, {'x'})}), "",
@@ -442,6 +450,39 @@ TEST_F(Velkinfo, MembersAreTestedAndListed) {
     for (const char *const part : {"\"indexed\": true", "\"block_size\": 131072", "\"members\": 3",
                                    "\"number\": 3", "\"original\": 15000"})
         EXPECT_NE(json.find(part), std::string::npos) << part;
+}
+
+// With the sizes that the heads or an index tell of; of one block the head alone is damaged.
+TEST_F(Velkinfo, AllDamageIsToldOf) {
+    const Bytes plain = compress(without({}, false), "-b128");
+    const std::vector<Damage> damages = {
+        {1, 99, 1, {1}}, {2, 50, 1, {2}}, {3, 0, 1, {'x'}}, {5, 100, 1, {1}}};
+    const std::string crc = "the block CRC does not match, ", lost = " are lost\n";
+    for (const Bytes &good : {plain, make_indexed(0x20, six_blocks())}) {
+        const std::vector<std::size_t> at = record_starts(good);
+        const auto block = [&](std::size_t i) {
+            return "velkinfo: standard input: block " + std::to_string(i + 1) + " at offset " +
+                   std::to_string(at[i]) + ": ";
+        };
+        const std::string all =
+            block(1) + crc + "131072 bytes from 131072 on" + lost + block(2) + crc +
+            "131072 bytes from 262144 on" + lost + block(3) +
+            "the check byte of the record head does not match, but it can be restored\n" +
+            block(5) + crc + (good == plain ? "up to 131072" : "30000") + " bytes from 655360 on" +
+            lost;
+        write_file(archive, damaged(good, damages));
+        Finished run = run_velkinfo({"test", "-"}, "", "cat '" + archive + "' |");
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.err, all);
+        run = run_velkinfo({"list", "-", "--json"}, "<'" + archive + "'");
+        EXPECT_EQ(run.err, all);
+        for (const std::string &part :
+             {std::string("\"total\": {\"blocks\": 6, \"damaged\": 4, "),
+              "{\"number\": 3, \"offset\": " + std::to_string(at[2]) +
+                  ", \"coded\": " + std::to_string(at[3] - at[2]) +
+                  ", \"original\": 131072, \"damaged\": true, \"form\": null, \"stages\": []}"})
+            EXPECT_NE(run.out.find(part), std::string::npos) << run.out;
+    }
 }
 
 // tests/golden/list.txt shows them all.

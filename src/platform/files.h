@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace velk {
@@ -64,6 +65,9 @@ void close_folder(Folder &folder);
 // user, may read it. Without a name it is gone when it is closed; not every system has that.
 [[nodiscard]] int create_file(const Folder &folder, const std::string &name);
 [[nodiscard]] int create_nameless(const Folder &folder);
+// Another one, to be written and read, in the folder for what is temporary: TMPDIR tells it, on
+// Windows TMP. nullptr when it can't be.
+[[nodiscard]] std::FILE *open_temporary();
 // Gives a nameless file its name; fails with EEXIST where there is one.
 [[nodiscard]] bool name_file(int fd, const Folder &folder, const std::string &name);
 // replaces: another file; or else fails with EEXIST where there is one.

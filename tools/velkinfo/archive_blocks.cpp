@@ -4,10 +4,12 @@
 #include "base/block_size.h"
 #include "pipeline/crc32.h"
 #include "platform/files.h"
+#include "platform/streams.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 namespace velk {
 namespace {
@@ -27,7 +29,7 @@ bool read_next(void *user, void *bytes, std::uint32_t count, std::uint32_t &got)
     return read;
 }
 
-// By ArchiveStatus. Where a text is not all there is to say, `reason` says the rest.
+// By ArchiveStatus. Where a text is not all there is to say, text_of says the rest.
 constexpr const char *kTexts[] = {
     "",
     "",
@@ -52,19 +54,22 @@ constexpr const char *kTexts[] = {
 };
 static_assert(std::size(kTexts) == static_cast<std::size_t>(ArchiveStatus::kStageFailed) + 1);
 
-std::string reason(ArchiveStatus status, std::uint32_t length, const BlockTrace &trace) {
-    std::string text = text_of(status);
-    if (status == ArchiveStatus::kLengthInvalid) return text + std::to_string(length) + " bytes";
-    if (status != ArchiveStatus::kStageFailed) return text;
-    return text + kStageTable[trace.reached].name + " stage can't be undone";
-}
-
-std::string at_offset(const BlockReader &reader) {
-    return "at offset " + std::to_string(reader.offset) + ": ";
-}
-
-std::string at_block(const BlockReader &reader) {
-    return "block " + std::to_string(reader.number + 1) + ' ' + at_offset(reader);
+// Puts all bytes that are to come into a file in the archive's place.
+bool copy(ArchiveFile &archive, std::string &why) {
+    decltype(archive.file) file{open_temporary(), std::fclose};
+    std::vector<char> bytes(65536);
+    std::size_t got;
+    bool written = file != nullptr;
+    for (archive.size = 0;
+         written && (got = std::fread(bytes.data(), 1, bytes.size(), archive.file.get())) != 0;
+         archive.size += got)
+        written = std::fwrite(bytes.data(), 1, got, file.get()) == got;
+    written = written && std::fflush(file.get()) == 0;
+    const bool read = std::ferror(archive.file.get()) == 0;
+    if (!read) why = text_of(ArchiveStatus::kReadFailed);
+    if (!written) why = "can't be copied to a temporary file";
+    archive.file = std::move(file);
+    return read && written;
 }
 
 // Sets the reader up for the member with this header, behind which the archive's position is.
@@ -96,8 +101,7 @@ void count_block(BlockReader &reader, std::uint32_t length) {
 
 // Ends the member, as no record follows. Returns kNextHeader when the reader is at the next one,
 // kEnd, or what is wrong.
-ArchiveStatus close_member(BlockReader &reader, ArchiveStatus met, std::uint32_t length,
-                           std::string &why) {
+ArchiveStatus close_member(BlockReader &reader, ArchiveStatus met) {
     const Member &member = reader.member;
     const bool indexed = needs_index(member);
     if (reader.members == 0) reader.indexed = indexed;
@@ -108,12 +112,7 @@ ArchiveStatus close_member(BlockReader &reader, ArchiveStatus met, std::uint32_t
     ArchiveStatus status = ArchiveStatus::kReadFailed;
     if (source.read(source.user, intake.head, kRecordHeadBytes, intake.taken))
         status = end_member(source, member, met, intake, end);
-    if (!end.closed) {
-        const bool in_index = met == ArchiveStatus::kEndMark;
-        why = in_index ? at_offset(reader) + text_of(status)
-                       : at_block(reader) + reason(status, length, reader.trace);
-        return status;
-    }
+    if (!end.closed) return status;
     ++reader.members;
     reader.whole = reader.whole && end.whole;
     reader.offset += end.bytes;
@@ -126,9 +125,7 @@ ArchiveStatus close_member(BlockReader &reader, ArchiveStatus met, std::uint32_t
         if (status == ArchiveStatus::kGood) return ArchiveStatus::kNextHeader;
     }
     reader.bytes_follow = status == ArchiveStatus::kGarbage;
-    if (reader.bytes_follow) return ArchiveStatus::kEnd;
-    if (status != ArchiveStatus::kEnd) why = at_offset(reader) + text_of(status);
-    return status;
+    return reader.bytes_follow ? ArchiveStatus::kEnd : status;
 }
 
 bool ends_member(ArchiveStatus status) {
@@ -197,16 +194,19 @@ ArchiveStatus skip_entry(BlockReader &reader, std::uint32_t &length) {
 } // namespace
 
 bool open_archive(ArchiveFile &archive, const char *name, std::string &why) {
-    FileFacts facts;
-    const bool exists = look_at(name, true, facts);
-    if (exists && facts.kind == Kind::kFile) archive.file.reset(std::fopen(name, "rb"));
-    if (archive.file == nullptr) {
-        why = exists ? "can't be read, or is not a regular file" : "not found";
+    const bool standard = std::strcmp(name, "-") == 0;
+    archive.name = standard ? "standard input" : name;
+    if (!(standard ? look_at(kStandardInput, archive.facts) : look_at(name, true, archive.facts))) {
+        why = "not found";
         return false;
     }
-    archive.name = name;
-    archive.size = facts.size;
-    return true;
+    const Kind kind = archive.facts.kind;
+    const bool in_place = kind == Kind::kFile && (!standard || position_of(kStandardInput) == 0);
+    if (in_place || kind == Kind::kPipe || standard)
+        archive.file.reset(standard ? stdin : std::fopen(name, "rb"));
+    archive.size = archive.facts.size;
+    if (archive.file == nullptr) why = "can't be read, or is neither a file nor a pipe";
+    return archive.file != nullptr && (in_place || copy(archive, why));
 }
 
 ByteSource source_of(ArchiveFile &archive) {
@@ -217,24 +217,20 @@ PlacedSource places_of(ArchiveFile &archive) {
     return {&archive, read_placed};
 }
 
-const char *text_of(ArchiveStatus status) {
-    return kTexts[static_cast<std::size_t>(status)];
+std::string text_of(ArchiveStatus status, std::uint32_t length, const BlockTrace &trace) {
+    const std::string text = kTexts[static_cast<std::size_t>(status)];
+    if (status == ArchiveStatus::kLengthInvalid) return text + std::to_string(length) + " bytes";
+    if (status != ArchiveStatus::kStageFailed) return text;
+    return text + kStageTable[trace.reached].name + " stage can't be undone";
 }
 
-bool open_blocks(BlockReader &reader, const char *name, std::string &why) {
+ArchiveStatus start_blocks(BlockReader &reader) {
     crc32_init();
-    return open_archive(reader.archive, name, why) && start_blocks(reader, why);
-}
-
-bool start_blocks(BlockReader &reader, std::string &why) {
     const ByteSource source = source_of(reader.archive);
     std::uint8_t start[kFirstRecord];
     std::uint32_t got;
-    const ArchiveStatus status = source.read(source.user, start, kFirstRecord, got)
-                                     ? open_member(reader, start, got)
-                                     : ArchiveStatus::kReadFailed;
-    why = text_of(status);
-    return status == ArchiveStatus::kGood;
+    return source.read(source.user, start, kFirstRecord, got) ? open_member(reader, start, got)
+                                                              : ArchiveStatus::kReadFailed;
 }
 
 void use_indexes(BlockReader &reader) {
@@ -258,11 +254,10 @@ ArchiveStatus skip_block(BlockReader &reader, std::string &why) {
     while (status == ArchiveStatus::kNextHeader) {
         status = by_index ? skip_entry(reader, length) : skip_record(reader);
         if (!by_index) length = reader.walk.length;
-        if (!by_index && ends_member(status)) status = close_member(reader, status, length, why);
+        if (!by_index && ends_member(status)) status = close_member(reader, status);
     }
     if (status == ArchiveStatus::kGood) count_block(reader, length);
-    if (status != ArchiveStatus::kGood && status != ArchiveStatus::kEnd && why.empty())
-        why = at_block(reader) + reason(status, length, reader.trace);
+    why = text_of(status, length, reader.trace);
     return status;
 }
 
@@ -273,35 +268,32 @@ ArchiveStatus next_block(BlockReader &reader, std::string &why) {
     while (status == ArchiveStatus::kNextHeader) {
         reader.offset = reader.archive.position;
         status = read_block(source_of(reader.archive), reader.context, length, reader.trace);
-        if (ends_member(status)) status = close_member(reader, status, length, why);
+        if (ends_member(status)) status = close_member(reader, status);
     }
-    if (status == ArchiveStatus::kGood) {
-        const std::uint32_t crc = crc32_append(0, context.buf_out, context.out_len);
-        if (add_block(reader.member, {length, context.out_len, crc})) {
-            count_block(reader, length);
-            return status;
-        }
-        status = ArchiveStatus::kLengthInvalid;
-        why = at_block(reader) + "no archive has a block of " + std::to_string(context.out_len) +
-              " bytes before an index";
+    why = text_of(status, length, reader.trace);
+    if (status != ArchiveStatus::kGood) return status;
+    const std::uint32_t crc = crc32_append(0, context.buf_out, context.out_len);
+    if (add_block(reader.member, {length, context.out_len, crc})) {
+        count_block(reader, length);
+        return status;
     }
-    if (status != ArchiveStatus::kEnd && why.empty())
-        why = at_block(reader) + reason(status, length, reader.trace);
-    return status;
+    why = "no archive has a block of " + std::to_string(context.out_len) + " bytes before an index";
+    return ArchiveStatus::kLengthInvalid;
 }
 
 bool Restorer::prepare() {
+    if (st_.capacity != 0) return true;
     bwt_.settings.st_off = 1;
     st_.settings.bwt_off = 1;
     return alloc_decompress(bwt_, kMaxBlockSize) != 0 && alloc_decompress(st_, kMaxBlockSize) != 0;
 }
 
 const std::uint8_t *Restorer::restore(ArchiveFile &archive, std::uint64_t begin, std::uint64_t end,
-                                      std::uint32_t &length) {
+                                      std::uint32_t &length, BlockTrace &trace) {
     for (RestoringContext *context : {&bwt_, &st_}) {
         context->in_len = static_cast<std::uint32_t>(end - begin);
         if (read_at(archive, begin, context->buf_in, context->in_len) &&
-            decompress_block(*context)) {
+            decompress_block(*context, &trace)) {
             length = context->out_len;
             return context->buf_out;
         }

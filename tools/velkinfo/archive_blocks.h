@@ -4,6 +4,7 @@
 #include "archive/archive_io.h"
 #include "archive/member.h"
 #include "archive/memory.h"
+#include "platform/files.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -17,20 +18,23 @@ struct ArchiveFile {
     std::unique_ptr<std::FILE, int (*)(std::FILE *)> file{nullptr, std::fclose};
     std::uint64_t size = 0;     // bytes
     std::uint64_t position = 0; // of the next byte to be read in order
-    std::string name;
+    std::string name;           // for messages
+    FileFacts facts{};
     // Called before bytes at `offset` are read; may be null.
     void (*watch)(const ArchiveFile &archive, std::uint64_t offset) = nullptr;
 };
 
-// Opens a regular file. Returns false, with the reason in `why`, when it can't.
+// Opens a file, or for "-" the standard input. What can't be read at any place, as a pipe, is
+// copied to a temporary file first. Returns false, with the reason in `why`, when it can't.
 [[nodiscard]] bool open_archive(ArchiveFile &archive, const char *name, std::string &why);
 
 // Its bytes, in order and from any place.
 [[nodiscard]] ByteSource source_of(ArchiveFile &archive);
 [[nodiscard]] PlacedSource places_of(ArchiveFile &archive);
 
-// What is wrong, in words.
-[[nodiscard]] const char *text_of(ArchiveStatus status);
+// What is wrong, in words. length, trace: of a record's data and of its block.
+[[nodiscard]] std::string text_of(ArchiveStatus status, std::uint32_t length = 0,
+                                  const BlockTrace &trace = {});
 
 // A context that gives its memory back.
 struct RestoringContext : CoderContext {
@@ -41,7 +45,7 @@ struct RestoringContext : CoderContext {
     RestoringContext &operator=(const RestoringContext &) = delete;
 };
 
-// The walk through an archive from its first block to its last, and where it is.
+// The walk through a whole archive from its first block to its last, and where it is.
 struct BlockReader {
     ArchiveFile archive;
     RestoringContext context;    // buf_out holds the block
@@ -64,13 +68,11 @@ struct BlockReader {
     bool bytes_follow = false;
 };
 
-// Opens the archive, reads its header and takes the memory that its blocks need.
-[[nodiscard]] bool open_blocks(BlockReader &reader, const char *name, std::string &why);
-// The same of an archive that is open.
-[[nodiscard]] bool start_blocks(BlockReader &reader, std::string &why);
+// Reads the header of an archive that is open and takes the memory that its blocks need.
+[[nodiscard]] ArchiveStatus start_blocks(BlockReader &reader);
 
-// Restores the next block in memory. Returns kGood, kEnd, or what is wrong, with the place and
-// the reason in `why`; the walk is then over.
+// Restores the next block in memory. Returns kGood, kEnd, or what is wrong at the reader's
+// `offset`, with the words for it in `why`; the walk is then over.
 [[nodiscard]] ArchiveStatus next_block(BlockReader &reader, std::string &why);
 
 // The same without restoring, by the indexes after use_indexes, else from head to head; the
@@ -81,12 +83,13 @@ void use_indexes(BlockReader &reader);
 // Restores blocks of any size and any stages: a header that is lost can't tell them.
 class Restorer {
 public:
-    // False when there is not the memory.
+    // Once more does nothing. False when there is not the memory.
     [[nodiscard]] bool prepare();
     // Restores the block whose data go from `begin` to `end`. Returns it, and its length,
     // or nullptr when it can't be undone.
     [[nodiscard]] const std::uint8_t *restore(ArchiveFile &archive, std::uint64_t begin,
-                                              std::uint64_t end, std::uint32_t &length);
+                                              std::uint64_t end, std::uint32_t &length,
+                                              BlockTrace &trace);
 
 private:
     RestoringContext bwt_, st_; // memory for blocks sorted in one way or the other

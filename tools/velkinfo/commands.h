@@ -2,10 +2,14 @@
 // damaged or fails. Messages about that go to the standard error stream.
 #pragma once
 
+#include <string>
+
 enum class ListForm { kTable, kQuick, kStages, kJson };
 
+// Each takes names as open_archive does.
+
 // Prints an archive's header, its blocks and what each stage did to their lengths. kQuick
-// reads the record heads alone and restores nothing.
+// reads the record heads alone and restores nothing, as far as the archive is whole.
 [[nodiscard]] int list_archive(const char *name, ListForm form);
 
 // Restores every block of an archive in memory.
@@ -25,4 +29,4 @@ struct SalvageOptions {
 constexpr const char *kBytesFollow = "what follows the archive's end is left out";
 
 // "velkinfo: subject: message"
-void complain(const char *subject, const char *message);
+void complain(const std::string &subject, const std::string &message);

@@ -2,7 +2,7 @@
 #include "archive/format.h"
 #include "platform/printable.h"
 #include "platform/streams.h"
-#include "velkinfo/archive_blocks.h"
+#include "velkinfo/block_walk.h"
 #include "velkinfo/commands.h"
 #include "velkinfo/progress.h"
 
@@ -26,6 +26,12 @@ struct Lengths {
     std::uint8_t trailer[STAGE_COUNT]; // 0: did not apply
 };
 
+struct Tally {
+    Number blocks, damaged; // of which some can be restored
+    Lengths total;          // of those restored
+    std::string damage;     // that is met first
+};
+
 // How the table is laid out: columns of characters.
 struct Layout {
     int offset, coded, original; // as wide as the archive's size asks for
@@ -41,9 +47,9 @@ Layout layout_of(const BlockReader &reader) {
             static_cast<int>(terminal_width(kStandardOutput))};
 }
 
-Lengths lengths_of(const BlockReader &reader) {
-    Lengths lengths{reader.coded_len, reader.context.out_len, {}, {}};
-    const BlockTrace &trace = reader.trace;
+Lengths lengths_of(const Finding &block) {
+    const BlockTrace trace = block.bytes != nullptr ? block.trace : BlockTrace{};
+    Lengths lengths{block.end - block.begin, block.size, {}, {}};
     for (unsigned stage = 0; stage < STAGE_COUNT; ++stage) {
         const bool undone = trace.fallback && stage > STAGE_LZP;
         lengths.after[stage] = trace.coded_len[undone ? STAGE_LZP : stage];
@@ -69,8 +75,12 @@ double percent(Number part, Number whole) {
     return whole == 0 ? 0 : 100 * static_cast<double>(part) / static_cast<double>(whole);
 }
 
-const char *form_of(const BlockReader &reader) {
-    return reader.trace.fallback ? "fallback" : "normal";
+const char *form_of(const Finding &block) {
+    return block.trace.fallback ? "fallback" : "normal";
+}
+
+const char *mark_of(const Finding &block) {
+    return block.damage.empty() ? "" : "damaged";
 }
 
 void print_numbers(const Lengths &lengths, const Layout &layout) {
@@ -94,9 +104,12 @@ std::vector<std::string> stages_of(const Lengths &lengths, bool fallback) {
 }
 
 // Ends a line of the table; what is too wide for the terminal goes on the next.
-void print_stages(const Lengths &lengths, bool fallback, const Layout &layout) {
+void print_stages(const Lengths &lengths, bool fallback, const std::string &damaged,
+                  const Layout &layout) {
     int column = layout.stages;
-    for (const std::string &word : stages_of(lengths, fallback)) {
+    std::vector<std::string> words = stages_of(lengths, fallback);
+    if (!damaged.empty()) words.push_back(damaged);
+    for (const std::string &word : words) {
         const int length = 1 + static_cast<int>(word.size());
         if (layout.width != 0 && column + length > layout.width) {
             std::printf("\n%*s", layout.stages, "");
@@ -124,35 +137,49 @@ void print_chart(const Lengths &lengths) {
     print_bar("coded", lengths.coded, lengths.original);
 }
 
-void print_block(const BlockReader &reader, ListForm form, const Layout &layout) {
-    const Lengths lengths = lengths_of(reader);
-    const Number number = reader.number, offset = reader.offset;
+void print_block(const Finding &block, ListForm form, const Layout &layout) {
+    const Lengths lengths = lengths_of(block);
+    const BlockTrace &trace = block.trace;
+    const Number number = block.number, offset = block.begin;
+    const bool restored = block.bytes != nullptr, damaged = !block.damage.empty();
+    const std::string size = block.size == 0 ? "" : std::to_string(block.size);
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %*llu", number, layout.offset, offset);
-        print_numbers(lengths, layout);
-        print_stages(lengths, reader.trace.fallback, layout);
+        if (restored) {
+            print_numbers(lengths, layout);
+        } else {
+            std::printf(" %*llu %*s %8s", layout.coded, lengths.coded, layout.original,
+                        size.empty() ? "-" : size.c_str(), "-");
+        }
+        print_stages(lengths, restored && block.trace.fallback, mark_of(block), layout);
         break;
     case ListForm::kQuick:
-        std::printf("%6llu %*llu %*llu\n", number, layout.offset, offset, layout.coded,
-                    lengths.coded);
+        std::printf("%6llu %*llu %*llu%s%s\n", number, layout.offset, offset, layout.coded,
+                    lengths.coded, damaged ? " " : "", mark_of(block));
         break;
     case ListForm::kStages:
-        std::printf("\nblock %llu at offset %llu, %s, %.2f%%\n", number, offset, form_of(reader),
-                    percent(lengths.coded, lengths.original));
-        print_chart(lengths);
+        std::printf("\nblock %llu at offset %llu%s%s", number, offset, damaged ? ", " : "",
+                    mark_of(block));
+        if (restored)
+            std::printf(", %s, %.2f%%", form_of(block), percent(lengths.coded, lengths.original));
+        std::printf("\n");
+        if (restored) print_chart(lengths);
         break;
     case ListForm::kJson:
         std::printf("%s\n    {\"number\": %llu, \"offset\": %llu, \"coded\": %llu, "
-                    "\"original\": %llu, \"form\": \"%s\", \"stages\": [",
-                    number == 1 ? "" : ",", number, offset, lengths.coded, lengths.original,
-                    form_of(reader));
-        for (unsigned stage = 0; stage < (reader.trace.fallback ? STAGE_BWT : STAGE_COUNT);
+                    "\"original\": %s, ",
+                    number == 1 ? "" : ",", number, offset, lengths.coded,
+                    size.empty() ? "null" : size.c_str());
+        if (damaged) std::printf("\"damaged\": true, ");
+        std::printf(restored ? "\"form\": \"%s\", \"stages\": [" : "\"form\": null, \"stages\": [",
+                    form_of(block));
+        for (unsigned stage = 0; restored && stage < (trace.fallback ? STAGE_BWT : STAGE_COUNT);
              ++stage) {
             std::printf("%s\n      {\"name\": \"%s\", \"applied\": %s, \"trailer\": %d, "
                         "\"before\": %llu, \"after\": %llu}",
                         stage == 0 ? "" : ",", kStageTable[stage].name,
-                        lengths.trailer[stage] != 0 ? "true" : "false", reader.trace.trailer[stage],
+                        lengths.trailer[stage] != 0 ? "true" : "false", trace.trailer[stage],
                         before(lengths, stage), lengths.after[stage]);
         }
         std::printf("]}");
@@ -164,7 +191,9 @@ void print_block(const BlockReader &reader, ListForm form, const Layout &layout)
 void print_start(const BlockReader &reader, ListForm form, const Layout &layout) {
     const bool json = form == ListForm::kJson;
     const Number size = reader.archive.size;
-    const unsigned block_size = block_size_of(reader.context) - (reader.indexed ? kIndexMark : 0);
+    const bool known = reader.context.capacity != 0; // or else the header is damaged
+    const unsigned block_size =
+        known ? block_size_of(reader.context) - (reader.indexed ? kIndexMark : 0) : 0;
     if (json) {
         std::printf("{\n  \"archive_bytes\": %llu,\n  \"indexed\": %s,\n  \"block_size\": %u,\n"
                     "  \"stages_on\": [",
@@ -188,33 +217,38 @@ void print_start(const BlockReader &reader, ListForm form, const Layout &layout)
     std::printf("\n");
 }
 
-void print_end(const BlockReader &reader, const Lengths &total, ListForm form, const Layout &layout,
-               const std::string &damage) {
-    const Number blocks = reader.number, least = reader.least_size, most = reader.most_size;
+void print_end(const BlockReader &reader, const Tally &tally, ListForm form, const Layout &layout) {
+    const Number blocks = tally.blocks, least = reader.least_size, most = reader.most_size;
+    const Lengths &total = tally.total;
+    const bool good = tally.damage.empty();
+    const std::string damaged =
+        tally.damaged == 0 ? "" : std::to_string(tally.damaged) + " damaged";
     switch (form) {
     case ListForm::kTable:
         std::printf("%6llu %-*s", blocks, layout.offset, blocks == 1 ? "block" : "blocks");
         print_numbers(total, layout);
-        print_stages(total, false, layout);
+        print_stages(total, false, damaged, layout);
         break;
     case ListForm::kQuick:
         std::printf("%6llu %-*s %*llu", blocks, layout.offset, blocks == 1 ? "block" : "blocks",
                     layout.coded, total.coded);
-        if (damage.empty() && least == most) std::printf(" of %llu bytes", most);
-        if (damage.empty() && least != most) std::printf(" of %llu to %llu bytes", least, most);
-        std::printf("\n");
+        if (good && least == most) std::printf(" of %llu bytes", most);
+        if (good && least != most) std::printf(" of %llu to %llu bytes", least, most);
+        std::printf("%s%s\n", damaged.empty() ? "" : ", ", damaged.c_str());
         break;
     case ListForm::kStages:
         if (blocks == 1) break;
-        std::printf("\nall %llu blocks, %.2f%%\n", blocks, percent(total.coded, total.original));
+        std::printf("\nall %llu blocks%s%s, %.2f%%\n", blocks, damaged.empty() ? "" : ", ",
+                    damaged.c_str(), percent(total.coded, total.original));
         print_chart(total);
         break;
     case ListForm::kJson:
-        std::printf(
-            "\n  ],\n  \"total\": {\"blocks\": %llu, \"coded\": %llu, \"original\": %llu},\n"
-            "  \"members\": %llu,\n  \"damage\": %s%s%s\n}\n",
-            blocks, total.coded, total.original, static_cast<Number>(reader.members),
-            damage.empty() ? "null" : "\"", damage.c_str(), damage.empty() ? "" : "\"");
+        std::printf("\n  ],\n  \"total\": {\"blocks\": %llu, ", blocks);
+        if (tally.damaged != 0) std::printf("\"damaged\": %llu, ", tally.damaged);
+        std::printf("\"coded\": %llu, \"original\": %llu},\n  \"members\": %llu,\n"
+                    "  \"damage\": %s%s%s\n}\n",
+                    total.coded, total.original, static_cast<Number>(reader.members),
+                    good ? "null" : "\"", good ? "" : tally.damage.c_str(), good ? "" : "\"");
         break;
     }
 }
@@ -222,28 +256,37 @@ void print_end(const BlockReader &reader, const Lengths &total, ListForm form, c
 } // namespace
 
 int list_archive(const char *name, ListForm form) {
-    BlockReader reader;
-    std::string why, damage;
-    if (!open_blocks(reader, name, why)) {
-        complain(name, why.c_str());
+    Restorer restorer;
+    BlockWalk walk(restorer);
+    BlockReader &reader = walk.reader;
+    std::string why;
+    const bool quick = form == ListForm::kQuick;
+    if (!walk.open(name, quick ? skip_block : next_block, why)) {
+        complain(reader.archive.name, why);
         return 1;
     }
     const Layout layout = layout_of(reader);
     // On a terminal the lines themselves show how far it is.
     if (layout.width == 0) reader.archive.watch = show_progress;
-    const auto step_on = form == ListForm::kQuick ? skip_block : next_block;
-    if (form == ListForm::kQuick) use_indexes(reader);
+    if (quick) use_indexes(reader);
+    Tally tally{};
+    Finding found;
     // The first block may tell whether there is an index.
-    ArchiveStatus status = step_on(reader, damage);
+    bool more = walk.next(found);
     print_start(reader, form, layout);
-    Lengths total{};
-    for (; status == ArchiveStatus::kGood; status = step_on(reader, damage)) {
-        print_block(reader, form, layout);
-        add(total, lengths_of(reader));
+    for (; more; more = walk.next(found)) {
+        if (found.number != 0) {
+            ++tally.blocks;
+            tally.damaged += !found.damage.empty();
+            print_block(found, form, layout);
+            if (quick || found.bytes != nullptr) add(tally.total, lengths_of(found));
+        }
+        if (found.damage.empty()) continue;
+        if (tally.damage.empty()) tally.damage = found.damage;
+        complain(reader.archive.name, found.damage);
     }
     clear_progress();
-    print_end(reader, total, form, layout, damage);
-    if (!damage.empty()) complain(name, damage.c_str());
-    if (reader.bytes_follow) complain(name, kBytesFollow);
-    return damage.empty() ? 0 : 1;
+    print_end(reader, tally, form, layout);
+    if (reader.bytes_follow) complain(reader.archive.name, kBytesFollow);
+    return tally.damage.empty() ? 0 : 1;
 }

@@ -1,7 +1,7 @@
 // velkinfo: looks into archives. The command line, and the command `test`.
 #include "platform/printable.h"
 #include "platform/streams.h"
-#include "velkinfo/archive_blocks.h"
+#include "velkinfo/block_walk.h"
 #include "velkinfo/commands.h"
 #include "velkinfo/progress.h"
 
@@ -29,6 +29,8 @@ constexpr const char *kHelp =
     "  --force   overwrite OUTPUT if it exists\n"
     "  --fill    write zeros in the place of lost blocks even without an index\n"
     "  --no-fill leave them out even with an index, which tells their places\n"
+    "\n"
+    "ARCHIVE may be a pipe; - is the standard input.\n"
     "\n"
     "  --help     show this text\n"
     "  --version  show the version\n"
@@ -110,35 +112,38 @@ int run(int argument_count, char **arguments) {
 
 } // namespace
 
-void complain(const char *subject, const char *message) {
+void complain(const std::string &subject, const std::string &message) {
     clear_progress();
     std::fflush(stdout);
     put_message("velkinfo: " + printable(subject) + ": " + message + "\n");
 }
 
 int test_archive(const char *name) {
-    BlockReader reader;
+    Restorer restorer;
+    BlockWalk walk(restorer);
+    const BlockReader &reader = walk.reader;
     std::string why;
-    if (!open_blocks(reader, name, why)) {
-        complain(name, why.c_str());
+    walk.reader.archive.watch = show_progress;
+    if (!walk.open(name, next_block, why)) {
+        complain(reader.archive.name, why);
         return 1;
     }
-    reader.archive.watch = show_progress;
-    ArchiveStatus status;
-    std::uint64_t original = 0;
-    while ((status = next_block(reader, why)) == ArchiveStatus::kGood)
-        original += reader.context.out_len;
-    if (status != ArchiveStatus::kEnd) {
-        complain(name, why.c_str());
-        return 1;
+    bool good = true;
+    unsigned long long blocks = 0, original = 0;
+    for (Finding found; walk.next(found);) {
+        ++blocks;
+        original += found.size;
+        if (found.damage.empty()) continue;
+        good = false;
+        complain(reader.archive.name, found.damage);
     }
     clear_progress();
-    const unsigned long long blocks = reader.number;
-    std::printf("%s: good, %llu %s, %llu bytes%s\n", name, blocks, blocks == 1 ? "block" : "blocks",
-                static_cast<unsigned long long>(original),
+    if (!good) return 1;
+    std::printf("%s: good, %llu %s, %llu bytes%s\n", printable(reader.archive.name).c_str(), blocks,
+                blocks == 1 ? "block" : "blocks", original,
                 reader.whole ? ""
                              : ", a plain archive, which can't tell whether its end was cut off");
-    if (reader.bytes_follow) complain(name, kBytesFollow);
+    if (reader.bytes_follow) complain(reader.archive.name, kBytesFollow);
     return 0;
 }
 

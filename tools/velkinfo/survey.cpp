@@ -74,8 +74,7 @@ std::uint64_t Survey::frame_end(std::uint64_t offset) {
     return left == kRecordHeadBytes ? archive_.size : offset;
 }
 
-// The archive's end, or that of a member's records.
-bool Survey::end_at(std::uint64_t offset) {
+bool Survey::ends_at(std::uint64_t offset) {
     return offset == archive_.size || frame_end(offset) != offset;
 }
 
@@ -84,7 +83,7 @@ bool Survey::leads_on(std::uint64_t &offset) {
     std::uint32_t length, length_there;
     if (!head_at(offset, length)) return false;
     const std::uint64_t next = offset + kRecordHeadBytes + length;
-    if (!end_at(next) && !head_at(next, length_there, true)) return false;
+    if (!ends_at(next) && !head_at(next, length_there, true)) return false;
     offset = next;
     return true;
 }
@@ -154,7 +153,7 @@ std::uint64_t Survey::find_behind(std::uint64_t begin, Extent &headless) {
 void Survey::find_end_of_damage(Extent &extent) {
     while (leads_on(extent.end)) {
         ++extent.heads;
-        if (end_at(extent.end) || intact_at(extent.end)) return;
+        if (ends_at(extent.end) || intact_at(extent.end)) return;
     }
     const std::uint64_t damage = extent.end;
     Extent headless{};

@@ -39,6 +39,10 @@ public:
     // The next stretch. False at the archive's end.
     [[nodiscard]] bool next(Extent &extent);
 
+    // Whether the archive ends there, or the records of a member do. Not before the last stretch's
+    // end.
+    [[nodiscard]] bool ends_at(std::uint64_t offset);
+
     // Bytes checksummed so far.
     std::uint64_t checksummed() const { return window_.checksummed(); }
 
@@ -46,7 +50,6 @@ private:
     bool head_at(std::uint64_t offset, std::uint32_t &length, bool cut = false);
     bool intact_at(std::uint64_t offset);
     std::uint64_t frame_end(std::uint64_t offset);
-    bool end_at(std::uint64_t offset);
     bool leads_on(std::uint64_t &offset);
     bool search(std::uint64_t limit);
     std::uint64_t find_data(std::uint64_t begin, std::uint64_t end, std::uint32_t head);

@@ -190,6 +190,17 @@ int create_nameless([[maybe_unused]] const Folder &folder) {
     return -1;
 }
 
+std::FILE *open_temporary() {
+    const char *const folder = std::getenv("TMPDIR");
+    std::string name = folder == nullptr || *folder == 0 ? "/tmp" : folder;
+    name += "/velk-XXXXXX";
+    const int fd = mkstemp(name.data());
+    if (fd < 0) return nullptr;
+    unlink(name.c_str());
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+    return fdopen(fd, "w+b");
+}
+
 bool name_file(int fd, const Folder &folder, const std::string &name) {
     return linkat(AT_FDCWD, path_of(fd).c_str(), folder.fd, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <windows.h>
 
@@ -164,6 +166,16 @@ int create_file(const Folder &folder, const std::string &name) {
 
 int create_nameless(const Folder &) {
     return -1;
+}
+
+// tmpfile may want to write to the root of a disk, where users must not.
+std::FILE *open_temporary() {
+    char *const name = _tempnam(nullptr, "velk");
+    if (name == nullptr) return nullptr;
+    const int fd =
+        _open(name, _O_RDWR | _O_CREAT | _O_EXCL | _O_BINARY | _O_TEMPORARY, _S_IREAD | _S_IWRITE);
+    std::free(name);
+    return fd < 0 ? nullptr : _fdopen(fd, "w+b");
 }
 
 bool name_file(int, const Folder &, const std::string &) {
