@@ -282,10 +282,11 @@ ArchiveStatus next_block(BlockReader &reader, std::string &why) {
 }
 
 bool Restorer::prepare() {
-    if (st_.capacity != 0) return true;
     bwt_.settings.st_off = 1;
     st_.settings.bwt_off = 1;
-    return alloc_decompress(bwt_, kMaxBlockSize) != 0 && alloc_decompress(st_, kMaxBlockSize) != 0;
+    bwt_taken_ = bwt_taken_ || alloc_decompress(bwt_, kMaxBlockSize) != 0;
+    st_taken_ = st_taken_ || alloc_decompress(st_, kMaxBlockSize) != 0;
+    return bwt_taken_ && st_taken_;
 }
 
 const std::uint8_t *Restorer::restore(ArchiveFile &archive, std::uint64_t begin, std::uint64_t end,

@@ -93,6 +93,7 @@ public:
 
 private:
     RestoringContext bwt_, st_; // memory for blocks sorted in one way or the other
+    bool bwt_taken_ = false, st_taken_ = false;
 };
 
 // Reads `count` bytes at `offset`; false when they are not all there.
