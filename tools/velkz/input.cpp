@@ -70,7 +70,8 @@ bool has_changed(const Input &input) {
 
 Status remove_input(const Input &input) {
     FileFacts now;
-    if (!look_at(input.path, true, now)) return error(input.name, errno_text());
+    if (!look_at(input.path, true, now))
+        return error(input.name, "can't be removed: " + errno_text());
     if (!same_file(now, input.opened)) return warning(input.name, "is another file now, kept");
     if (has_changed(input) || now.changed != input.opened.changed)
         return warning(input.name, "has changed since it was read, kept");
