@@ -14,6 +14,7 @@
 
 #include "base/bits.h"
 #include "base/byte_order.h"
+#include "base/prefetch.h"
 #include "sorting/rotation_sort.h"
 
 #include <bit>
@@ -59,6 +60,16 @@ struct LmsSort {
 inline std::uint32_t next_lms(const LmsSort &s, std::uint32_t p) {
     const std::uint32_t q = find_set(s.marks, p + 1, s.n);
     return q < s.n ? q : find_set(s.marks, 0, s.n);
+}
+
+// How many steps before its use memory is fetched, further where steps are short. (By itself the
+// processor has a dozen reads under way. At 16 and 32, 16 MB took up to 1.28 times as long.)
+constexpr std::uint32_t kAhead = 32;
+constexpr std::uint32_t kFarAhead = 96;
+
+// Gets the text `offset` bytes behind an entry's position ready.
+inline void fetch_text(const LmsSort &s, std::uint64_t entry, std::int64_t offset) {
+    prefetch(s.text, position_of(entry) + static_cast<std::uintptr_t>(offset));
 }
 
 // The number of bytes from p to q, 1 to n.

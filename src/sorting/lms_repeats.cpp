@@ -14,7 +14,6 @@
 // back as in induced sorting: each position in sorted order leads to the one L bytes before it.
 #include "base/bits.h"
 #include "base/byte_order.h"
-#include "base/prefetch.h"
 #include "sorting/lms.h"
 
 #include <algorithm>
@@ -22,9 +21,6 @@
 
 namespace velk {
 namespace {
-
-// How many LMS positions ahead memory is fetched.
-constexpr std::uint32_t kAhead = 16;
 
 // Whether the LMS position whose piece ends before p is repeated.
 bool is_repeat(const LmsSort &s, std::uint32_t p) {
@@ -48,7 +44,6 @@ std::uint32_t put_back(const LmsSort &s, const std::uint32_t *places, std::uint3
     std::uint32_t length = 0; // of their piece
     std::uint32_t next = 0;
     for (std::uint32_t i = 0; i < count; ++i) {
-        prefetch(s.repeats, place(i + kAhead < count ? i + kAhead : i) / 64 * sizeof *s.repeats);
         const std::uint32_t p = place(i);
         // From the first end of these runs up to the runs' first LMS positions, all places begin
         // with the piece twice. So `length` bytes behind each is an LMS position.

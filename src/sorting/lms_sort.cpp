@@ -4,6 +4,7 @@
 // keys. LMS positions that agree beyond some depth, and in their whole pieces, are left tied.
 #include "base/bits.h"
 #include "base/byte_order.h"
+#include "base/prefetch.h"
 #include "sorting/distinct_sort.h"
 #include "sorting/lms.h"
 
@@ -42,6 +43,7 @@ void tie(LmsSort &s, const LmsEntry *entries, std::uint32_t m) {
 
 void load_keys(const LmsSort &s, LmsEntry *entries, std::uint32_t m, std::uint32_t depth) {
     for (std::uint32_t i = 0; i < m; ++i) {
+        if (m - i > kAhead) fetch_text(s, entries[i + kAhead], depth);
         const std::uint32_t p = position_of(entries[i]);
         entries[i] = get_u64_be(s.text + after(s, p, depth)) >> kKeyShift << kKeyShift | p;
     }
@@ -51,6 +53,8 @@ void load_keys(const LmsSort &s, LmsEntry *entries, std::uint32_t m, std::uint32
 void sort_pair(LmsSort &s, LmsEntry *entries, std::uint32_t depth, std::uint32_t tie_depth) {
     const std::uint32_t a = position_of(entries[0]);
     const std::uint32_t b = position_of(entries[1]);
+    fetch_text(s, entries[0], depth);
+    fetch_text(s, entries[1], depth);
     for (;;) {
         if (depth >= tie_depth) {
             tie_depth = piece_depth(s, a);
@@ -88,6 +92,7 @@ void sort_bucket(LmsSort &s, LmsEntry *entries, std::uint32_t m, std::uint32_t d
         for (std::uint32_t begin = 0, end; begin < m; begin = end) {
             for (end = begin + 1; end < m && key(end) == key(begin);)
                 ++end;
+            if (m - end > kAhead) prefetch(s.marks, position_of(entries[end + kAhead]) / 8);
             LmsEntry *run = entries + begin;
             std::uint32_t size = end - begin;
             if (size > largest_size) {

@@ -36,8 +36,6 @@ static_assert(kMaxLms <= kNumberMask);
 // up to 45: with a limit of 16 that takes up to 1.4 times as long at 16 MB.
 constexpr std::uint32_t kMaxWork = 64;
 static_assert(kMaxLms <= UINT32_MAX / kMaxWork);
-// How many LMS positions ahead memory is fetched: a quarter less time at 16 MB.
-constexpr std::uint32_t kAhead = 16;
 
 // 32 positions of the block: which of them are kept, and how many of those before them.
 struct KeptWord {
@@ -71,16 +69,19 @@ struct Part {
 // Sorts the group of number k. Returns the steps. once: its parts count as sorted, too.
 std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
     const std::uint32_t begin = t.name[k];
-    std::uint32_t m = 0; // at most scratch_size
+    std::uint32_t m = 1; // at most scratch_size
+    while (t.is_tied(begin + m))
+        ++m;
     std::uint32_t least = t.count;
     std::uint32_t largest = 0;
-    do {
-        const std::uint32_t l = t.number(begin + m);
+    for (std::uint32_t i = 0; i < m; ++i) {
+        if (i + kAhead < m) prefetch(t.name, 4u * t.number(begin + i + kAhead));
+        const std::uint32_t l = t.number(begin + i);
         const std::uint32_t after = t.name_after(l);
-        t.scratch[m++] = std::uint64_t{after} << 32 | l;
+        t.scratch[i] = std::uint64_t{after} << 32 | l;
         least = std::min(least, after);
         largest = std::max(largest, after);
-    } while (t.is_tied(begin + m));
+    }
 
     const auto after = [&](std::uint32_t i) {
         return static_cast<std::uint32_t>(t.scratch[i] >> 32);
@@ -122,12 +123,8 @@ std::uint32_t refine_group(const Ties &t, std::uint32_t k, bool once) {
 // steps lasts, its parts in the same way. What is tied then had the same names h behind.
 void refine_backwards(const Ties &t, std::uint32_t &budget) {
     for (std::uint32_t k = t.count; k-- > 0;) {
-        if (k >= 2 * kAhead) prefetch(t.rows, 4u * t.name[k - 2 * kAhead]);
-        if (k >= kAhead) {
-            const std::uint32_t group = t.name[k - kAhead];
-            prefetch(t.name, 4u * t.number(group));
-            if (t.is_tied(group + 1)) prefetch(t.name, 4u * t.number(group + 1));
-        }
+        if (k >= kFarAhead) prefetch(t.rows, 4u * t.name[k - kFarAhead]);
+        if (k >= kAhead) prefetch(t.name, 4u * t.number(t.name[k - kAhead]));
         const std::uint32_t group = t.name[k];
         if (!t.is_tied(group + 1) || (t.rows[group] & kVisited) != 0) continue;
         budget -= std::min(budget, refine_group(t, k, budget == 0));
@@ -214,7 +211,9 @@ bool break_ties(const LmsSort &s, std::uint32_t *places, std::uint32_t *spare,
     for_each_bit(kept, s.n, [&](std::uint32_t p) { *next++ = p; });
     const std::uint32_t *row = rows;
     for (std::uint32_t i = 0; i < s.count; ++i) {
-        if (!few || get_bit(kept, places[i])) places[i] = spare[*row++];
+        if (few && !get_bit(kept, places[i])) continue;
+        if (rows + count - row > kFarAhead) prefetch(spare, 4u * row[kFarAhead]);
+        places[i] = spare[*row++];
     }
     return true;
 }
