@@ -338,7 +338,7 @@ TEST_F(Velkz, SignalsLeaveNothingHalf) {
          "129\n130\n141\n143\n138\n142\n157\n" + untouched},
         {"where a file must have a name", R"sh(mkfifo in; echo old >a
             unshare -rm mount -t tmpfs none /proc 2>b || { printf '1\n130\n'; cat a; rm b; ls -A; exit; }; rm b
-            unshare -rm sh -c 'mount -t tmpfs none /proc; exec env --default-signal velkz -fo a' <in &
+            unshare -rm sh -c 'mount -t tmpfs none /proc; exec env --default-signal velkz -fo a' <in 2>../messages &
             exec 3>in; cat code >&3; ls .velkz-* | wc -l; kill -INT $!; wait $!; echo $?
             cat a; ls -A)sh",
          "1\n130\n" + untouched},
