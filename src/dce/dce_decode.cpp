@@ -98,12 +98,20 @@ bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8
         std::uint8_t byte;
         std::uint32_t length, v, known;
     } before{};
+    SymbolStats spare{};
     for (; runs > 0; --runs) {
+        SymbolStats *to_update = &stats[before.byte];
+        // Two runs of a byte in a row: only a list has these that names it twice, as no encoder
+        // does. Its statistics can't wait until the machine divides.
+        if (s == before.byte && p > 0) [[unlikely]] {
+            update_stats(*to_update, before.v, before.length);
+            to_update = &spare;
+        }
         const std::uint32_t context = distance_context(stats[s], length);
         const std::uint32_t v = decode_value(decoder, models, context, [&] {
             if (p > 0) [[likely]] {
                 replace_first(pending, before.known, before.byte);
-                update_stats(stats[before.byte], before.v, before.length);
+                update_stats(*to_update, before.v, before.length);
             }
             fill_run(out, p, length, s, capacity);
         });
