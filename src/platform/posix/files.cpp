@@ -193,7 +193,7 @@ int create_nameless([[maybe_unused]] const Folder &folder) {
 std::FILE *open_temporary() {
     const char *const folder = std::getenv("TMPDIR");
     std::string name = folder == nullptr || *folder == 0 ? "/tmp" : folder;
-    name += "/velk-XXXXXX";
+    name += "/velk-" + std::string(6, 'X');
     const int fd = mkstemp(name.data());
     if (fd < 0) return nullptr;
     unlink(name.c_str());
