@@ -156,10 +156,11 @@ TEST_F(Velkz, WritesWhatVelkWritesAndReadsIt) {
             velkgrep "t's" "b'c.velk" a d.velk; velkgrep -hv -m1 -e o d.velk -e x a; velkgrep -qie NO <d.velk
             echo $?; velkgrep -lF -- t\'s d.velk text; velkgrep -c no a d.velk 2>&1; velkgrep x d.velk
             echo $?; velkgrep no no d.velk 2>&1; echo $?; velkgrep s bad.velk >b 2>&1
-            echo $?; velkgrep 2>&1; velkless "b'c.velk" >b; cat a text | cmp - b; velkless a | cmp - a)sh",
+            echo $?; velkgrep 2>&1; velkgrep -ir no d.velk 2>&1; velkless "b'c.velk" >b; cat a text | cmp - b; velkless a | cmp - a)sh",
          "b'c.velk:it's\na:it's\nd.velk:it's\nit's\nit's\n0\nd.velk\na:1\nd.velk:1\n1\n"
          "velkz: no: No such file or directory\nd.velk:no\n2\n2\n"
-         "Usage: velkgrep [OPTION of grep]... PATTERN [FILE]...\n"},
+         "Usage: velkgrep [OPTION of grep]... PATTERN [FILE]...\n"
+         "velkgrep: -ir: folders are not searched\n"},
         {"holes",
          R"sh({ cat text; head -c 3000000 /dev/zero; printf x; head -c 200000 /dev/zero; } >a
             velkz -b128K a; velkz -d a.velk -o b; velkz -d --no-sparse a.velk -o c; cmp a b; cmp a c
