@@ -14,6 +14,8 @@
 
 #include "base/vectors.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 
 namespace velk {
@@ -72,13 +74,20 @@ inline std::uint32_t total(const FreqModel &model) {
     return model.cumulative[kSymbols - 1];
 }
 
+// From number kSymbols - x on, what symbol x adds to each cumulative count.
+inline constexpr auto kIncrements = [] {
+    std::array<std::uint16_t, 2 * kSymbols> increments{};
+    std::fill(increments.begin() + kSymbols, increments.end(), kDistanceIncrement);
+    return increments;
+}();
+
 // Counts symbol x in both models.
 inline void count(FreqModel &primary, FreqModel &secondary, std::uint32_t x) {
     constexpr std::uint32_t kVectors = kSymbols / kLanesOf<CountLanes>;
     CountLanes increments[kVectors];
 #pragma GCC unroll 4
     for (std::uint32_t i = 0; i < kVectors; ++i)
-        increments[i] = lanes_from(x, i) & std::uint16_t{kDistanceIncrement};
+        increments[i] = load<CountLanes>(&kIncrements[kSymbols - x + kLanesOf<CountLanes> * i]);
     const auto add = [&](FreqModel &model) {
         if (total(model) > kRescaleLimit - kDistanceIncrement) [[unlikely]] {
             count_and_halve(model, x);

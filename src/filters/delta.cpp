@@ -42,7 +42,7 @@ std::uint32_t sum(ByteLanes v) {
     return total;
 }
 
-// 16 positions at a step, 18 times as fast as one by one: no position waits for the
+// A vector of positions at a step, 18 times as fast as one by one: none waits for the
 // matches of the one before. A comparison gives 0 or 255, which is -1.
 Statistics gather(const std::uint8_t *block, std::uint32_t n) {
     constexpr std::uint32_t kStep = sizeof(ByteLanes);
