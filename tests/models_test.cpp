@@ -1,4 +1,5 @@
-// The frequency models and what reads the coded bytes, at limits that data rarely meets.
+// The frequency models and what reads the coded bytes, at limits that data rarely meets; and the
+// vectors that they are made of.
 #include "dce/range_coder.h"
 #include "dce/raw_bits.h"
 #include "stage_call.h"
@@ -25,6 +26,15 @@ TEST(Models, BuiltinCountsAreFrozen) {
         }
     }
     EXPECT_EQ(~crc, 0x8B980ADAu);
+}
+
+TEST(Vectors, LaneBitsAreThoseOfEachLane) {
+    for (std::uint32_t k = 0; k < 2 * kVectorBytes; ++k) {
+        std::uint8_t bytes[3 * kVectorBytes] = {};
+        bytes[k] = bytes[kVectorBytes] = 1;
+        const ByteLanes set = load<ByteLanes>(bytes + kVectorBytes / 2) != 0;
+        EXPECT_EQ(lane_bits(set), plain_lane_bits(set)) << k;
+    }
 }
 
 // Of every symbol one count, but of symbol 3.

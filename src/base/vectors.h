@@ -5,6 +5,9 @@
 
 #include <cstdint>
 #include <cstring>
+#ifdef __SSE2__
+#include <immintrin.h>
+#endif
 
 namespace velk {
 
@@ -31,6 +34,24 @@ inline Lanes load(const void *p) {
 template<typename Lanes>
 inline void store(void *p, Lanes lanes) {
     std::memcpy(p, &lanes, sizeof lanes);
+}
+
+// Bit i is that of lane i of a comparison's result.
+inline std::uint32_t plain_lane_bits(ByteLanes lanes) {
+    std::uint32_t bits = 0;
+    for (std::uint32_t i = 0; i < kLanesOf<ByteLanes>; ++i)
+        bits |= (lanes[i] & 1u) << i;
+    return bits;
+}
+
+inline std::uint32_t lane_bits(ByteLanes lanes) {
+#if defined __AVX2__
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(reinterpret_cast<__m256i>(lanes)));
+#elif defined __SSE2__
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(reinterpret_cast<__m128i>(lanes)));
+#else
+    return plain_lane_bits(lanes);
+#endif
 }
 
 } // namespace velk

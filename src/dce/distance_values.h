@@ -5,6 +5,7 @@
 #include "base/bits.h"
 #include "base/block_size.h"
 #include "base/byte_order.h"
+#include "base/runs.h"
 #include "dce/symbol_stats.h"
 
 #include <algorithm>
@@ -12,22 +13,6 @@
 #include <cstdint>
 
 namespace velk {
-
-// Length of the run that starts at p, below n. Eight bytes are compared at once: few runs are
-// longer, and a loop would end at a length that is hard to predict.
-inline std::uint32_t run_length(const std::uint8_t *block, std::uint32_t n, std::uint32_t p) {
-    std::uint32_t last = p; // a byte of the run
-    for (; last + 8 <= n; last += 7) {
-        const std::uint64_t bytes = get_u64(block + last);
-        const std::uint64_t changes = (bytes ^ bytes >> 8) << 8; // from each byte to the next
-        if (changes != 0) {
-            return last - p + static_cast<std::uint32_t>(std::countr_zero(changes)) / 8;
-        }
-    }
-    while (last + 1 < n && block[last + 1] == block[p])
-        ++last;
-    return last + 1 - p;
-}
 
 // The latest runs, which tell a byte's move-to-front rank: the number of other bytes seen since
 // its last run. Every run takes the next slot, and a slot is dead when its byte has a later
@@ -91,34 +76,34 @@ constexpr std::uint32_t kLengthShift = 24;
 static_assert(kMaxBlockSize + kBlockSlack < 1u << kLengthShift);
 constexpr std::uint32_t kLongRun = 255;
 
-// Notes each run at its start in `runs`. Its value, with t the start of the next run of the same
+// Notes the runs in their order. A run's value, with t the start of the next run of the same
 // byte: how many of the positions from the run's end to t are not pending; 0 if there is no
 // such run. Each other byte seen between has one pending position there. So the
 // move-to-front rank at t gives the value, and no list of positions is kept.
 // block: n bytes, n above 0.
 inline void find_values(const std::uint8_t *block, std::uint32_t n, std::uint32_t *runs,
                         FirstPositions &first) {
-    std::uint32_t start[256], end[256]; // of the last run of each byte
+    std::uint32_t last[256], end[256]; // of each byte: its last run's number, and where that ends
     bool seen[256] = {};
     RecentRuns recent{};
     first.count = 0;
-    for (std::uint32_t p = 0; p < n;) {
+    std::uint32_t k = 0;
+    visit_runs(block, n, [&](std::uint32_t p, std::uint32_t run_end) {
         const std::uint8_t s = block[p];
         if (recent.taken == kRecentSlots) [[unlikely]]
             drop_dead(recent);
         if (seen[s]) [[likely]] {
-            runs[start[s]] |= p - end[s] + 1 - retake_slot(recent, s);
+            runs[last[s]] |= p - end[s] + 1 - retake_slot(recent, s);
         } else {
             seen[s] = true;
             take_slot(recent, s);
             first.position[first.count++] = p;
         }
-        const std::uint32_t length = run_length(block, n, p);
-        runs[p] = std::min(length, kLongRun) << kLengthShift;
-        start[s] = p;
-        p += length;
-        end[s] = p;
-    }
+        runs[k] = std::min(run_end - p, kLongRun) << kLengthShift;
+        last[s] = k++;
+        end[s] = run_end;
+        return true;
+    });
 }
 
 // Value k of the header list: the number of byte values, n + 1, then each byte value
@@ -151,12 +136,15 @@ bool for_each_value(const std::uint8_t *block, std::uint32_t n, std::uint32_t *r
             s = k >= 5 && k % 2 != 0;
             length = kNoRun;
         } else {
-            v = runs[p] & ((1u << kLengthShift) - 1);
+            const std::uint32_t run = *runs++;
+            v = run & ((1u << kLengthShift) - 1);
             s = block[p];
-            length = runs[p] >> kLengthShift;
-            if (length == kLongRun) [[unlikely]]
-                length = run_length(block, n, p);
+            length = run >> kLengthShift;
             p += length;
+            if (length == kLongRun) [[unlikely]] {
+                for (; p < n && block[p] == s; ++p)
+                    ++length;
+            }
         }
         if (!emit(v, s, length)) return false;
     }

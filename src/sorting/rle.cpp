@@ -1,6 +1,7 @@
 #include "sorting/rle.h"
 
 #include "base/byte_order.h"
+#include "base/runs.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>
@@ -17,9 +18,8 @@ constexpr std::uint32_t kMinBytesPerInterruption = 13;
 constexpr std::uint32_t kMaxLengthBits = 23;
 // Most runs are no longer; they are written at once (1.1 times as fast).
 constexpr std::uint32_t kShortRun = 32;
-// Bytes whose runs are found at once: no run's start waits for the start of the one before. (With
-// the bits read at once, the inverse takes half the time.)
-constexpr std::uint32_t kGroup = 64;
+// 1 in each byte, and in byte i bit 7 - i.
+constexpr std::uint64_t kLows = 0x0101010101010101, kHighToLow = 0x0102040810204080;
 
 // 1 in every byte that is not 0.
 std::uint64_t not_zero(std::uint64_t bytes) {
@@ -27,40 +27,8 @@ std::uint64_t not_zero(std::uint64_t bytes) {
     return ((((bytes & kLow) + kLow) | bytes) & ~kLow) >> 7;
 }
 
-// Bit k tells whether a run ends with byte k; k < kGroup, and the last of the `count` bytes,
-// at least 1, ends one.
-std::uint64_t run_ends(const std::uint8_t *bytes, std::uint32_t count) {
-    std::uint64_t ends = 0;
-    if (count > kGroup) {
-        for (std::uint32_t k = 0; k < kGroup; k += 8) {
-            const std::uint64_t ones = not_zero(get_u64(bytes + k) ^ get_u64(bytes + k + 1));
-            ends |= (ones * 0x0102040810204080 >> 56) << k; // byte i to bit i
-        }
-        return ends;
-    }
-    for (std::uint32_t k = 0; k < count; ++k) {
-        if (k + 1 == count || bytes[k] != bytes[k + 1]) ends |= std::uint64_t{1} << k;
-    }
-    return ends;
-}
-
-// Calls visit(start, end) for each run of the n bytes, until it returns false.
-template<typename Visit>
-bool visit_runs(const std::uint8_t *bytes, std::uint32_t n, Visit visit) {
-    std::uint32_t start = 0;
-    for (std::uint32_t group = 0; group < n; group += kGroup) {
-        for (std::uint64_t ends = run_ends(bytes + group, n - group); ends != 0; ends &= ends - 1) {
-            const std::uint32_t end =
-                group + static_cast<std::uint32_t>(std::countr_zero(ends)) + 1;
-            if (!visit(start, end)) return false;
-            start = end;
-        }
-    }
-    return true;
-}
-
 // Writes heads forwards from out[0] and bits backwards from out[n - 1]. Returns false
-// when the stage declines; up to 3 bytes behind out[n - 1] are then written, too.
+// when the stage declines.
 bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std::uint32_t &heads,
                 std::uint32_t &bits) {
     // By byte value, the last position of its last run. None yet is -1: a run that starts at
@@ -72,18 +40,27 @@ bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std:
     bits = 0;
     const auto write_run = [&](std::uint32_t start, std::uint32_t end) {
         const std::uint8_t v = in[start];
-        if (static_cast<std::int32_t>(start) - last_end[v] == 2) ++interrupted;
+        interrupted += static_cast<std::int32_t>(start) - last_end[v] == 2;
         last_end[v] = static_cast<std::int32_t>(end) - 1;
 
-        out[heads++] = v;
-        if (end - start >= 2) out[heads++] = v;
-        for (std::uint32_t x = end - start - 1; x > 1; x /= 2) {
-            out[heads++] = v;
-            ++bits;
-            out[n - bits] = x % 2; // bits < n: at least three heads came before
-            if (heads + bits > n) return false;
+        const std::uint32_t more = end - start - 1;
+        const auto copies = static_cast<std::uint32_t>(std::bit_width(more)) + 1;
+        const std::uint32_t length_bits = std::max(copies, 2u) - 2;
+        if (copies <= 8 && heads + bits + 16 <= n) [[likely]] {
+            // Eight of each: the next ones overwrite what is too much, and no branch depends on
+            // how many they are (1.2 times as fast).
+            std::memset(out + heads, v, 8);
+            const std::uint64_t ones = not_zero(more * kLows & kHighToLow); // bit i in byte 7 - i
+            put_u64(out + (n - bits - 8), ones);
+        } else {
+            if (copies + length_bits > n - bits - heads) return false;
+            std::memset(out + heads, v, copies);
+            for (std::uint32_t i = 0; i < length_bits; ++i)
+                out[n - bits - 1 - i] = more >> i & 1;
         }
-        return heads + bits <= n;
+        heads += copies;
+        bits += length_bits;
+        return true;
     };
     return visit_runs(in, n, write_run) && interrupted * kMinBytesPerInterruption <= n;
 }
