@@ -15,6 +15,7 @@
 #include "base/bits.h"
 #include "base/byte_order.h"
 #include "base/bytes.h"
+#include "base/vectors.h"
 #include "sorting/bwt.h"
 #include "sorting/lms.h"
 #include "sorting/rotation_sort.h"
@@ -35,6 +36,31 @@ constexpr std::uint32_t kRepetitivePart = 64;
 
 // LMS positions ------------------------------------------------------------------
 
+// The types of `count` positions, at most 32, a bit each, set for type S. is_s: the type of the
+// position behind them before, that of the first one after.
+std::uint32_t types_of(const std::uint8_t *text, std::uint32_t count, std::uint32_t &is_s) {
+    std::uint64_t types = std::uint64_t{is_s} << count;
+    if (count < 32) {
+        for (std::uint32_t p = count; p-- > 0;)
+            types |= std::uint64_t{text[p] < text[p + 1] + (types >> (p + 1) & 1)} << p;
+    } else {
+        std::uint32_t same = 0;
+        for (std::uint32_t k = 0; k < 32; k += kLanesOf<ByteLanes>) {
+            const ByteLanes here = load<ByteLanes>(text + k), next = load<ByteLanes>(text + k + 1);
+            types |= std::uint64_t{lane_bits(here < next)} << k;
+            same |= lane_bits(here == next) << k;
+        }
+        // A byte that is the same as the next one has its type. By doubling, as those of 1, 2, 4,
+        // ... bytes in a row are found.
+        for (std::uint32_t shift = 1; shift <= 32; shift *= 2) {
+            types |= types >> shift & same;
+            same &= same >> shift % 32;
+        }
+    }
+    is_s = types & 1;
+    return static_cast<std::uint32_t>(types & ((std::uint64_t{1} << count) - 1));
+}
+
 // Marks the LMS positions. Returns their number, 0 when all bytes are equal.
 std::uint32_t mark_lms(const LmsSort &s) {
     std::uint32_t rise = 0; // the first byte that differs from the next one
@@ -45,14 +71,7 @@ std::uint32_t mark_lms(const LmsSort &s) {
     std::uint32_t before_is_s = s.text[s.n - 1] < s.text[0] + is_s;
 
     for (std::uint32_t i = bitmap_words(s.n); i-- > 0;) {
-        std::uint32_t types = 0;
-        for (std::uint32_t p = std::min(s.n, 32 * i + 32); p-- > 32 * i;) {
-            // The difference is negative for type S. (Each type waits for the one behind it:
-            // with a comparison the sort takes 4 % longer.)
-            is_s = (std::uint32_t{s.text[p]} - s.text[p + 1] - is_s) >> 31;
-            types = types << 1 | is_s;
-        }
-        s.marks[i] = types;
+        s.marks[i] = types_of(s.text + 32 * i, std::min(s.n - 32 * i, 32u), is_s);
     }
     std::uint32_t count = 0;
     for (std::uint32_t i = 0; i < bitmap_words(s.n); ++i) {
