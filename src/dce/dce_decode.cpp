@@ -23,10 +23,10 @@ struct Decoder {
 // not updated. Calls `meanwhile` as `decode_pair` does.
 template<typename Meanwhile>
 [[gnu::always_inline]] inline std::uint32_t
-decode_value(Decoder &decoder, Models &models, std::uint32_t context, Meanwhile meanwhile) {
-    ContextModels &m = models.context[context];
-    FreqModel &secondary = m.secondary[secondary_index(decoder.prev_value)];
-    std::uint32_t v = decode_pair(decoder.range, m.primary, secondary, meanwhile);
+decode_value(Decoder &decoder, Models &models, std::uint32_t primary, Meanwhile meanwhile) {
+    FreqModel &p = model_at(models, primary),
+              &s = model_at(models, primary + secondary_step(decoder.prev_value));
+    std::uint32_t v = decode_pair(decoder.range, p, s, meanwhile);
     if (v >= kFirstLongValue) {
         const std::uint32_t e = v - kFirstLongValue;
         static_assert(kSymbols - kFirstLongValue <= std::size(decltype(models.bit){}));
@@ -44,8 +44,8 @@ bool failed(const Decoder &decoder) {
 bool decode_header(Decoder &decoder, Models &models, SymbolStats *stats, std::uint32_t capacity,
                    PendingList &pending, std::uint8_t &first_byte) {
     const auto next = [&](std::uint32_t s) {
-        const std::uint32_t context = distance_context(stats[s], kNoRun);
-        const std::uint32_t v = decode_value(decoder, models, context, [] {});
+        const std::uint32_t primary = primary_model(stats[s], kNoRun);
+        const std::uint32_t v = decode_value(decoder, models, primary, [] {});
         update_stats(stats[s], v, kNoRun);
         return v;
     };
@@ -107,8 +107,8 @@ bool decode_runs(Decoder decoder, Models &models, SymbolStats *stats, std::uint8
             update_stats(*to_update, before.v, before.length);
             to_update = &spare;
         }
-        const std::uint32_t context = distance_context(stats[s], length);
-        const std::uint32_t v = decode_value(decoder, models, context, [&] {
+        const std::uint32_t primary = primary_model(stats[s], length);
+        const std::uint32_t v = decode_value(decoder, models, primary, [&] {
             if (p > 0) [[likely]] {
                 replace_first(pending, before.known, before.byte);
                 update_stats(*to_update, before.v, before.length);

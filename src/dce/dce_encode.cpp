@@ -31,10 +31,10 @@ struct Encoder {
 // range coder and one word is stored.
 inline void encode_value(Encoder &encoder, Models &models, SymbolStats &stats, std::uint32_t v,
                          std::uint32_t run_length) {
-    const std::uint32_t context = distance_context(stats, run_length);
-    assert(context < kFirstBitContext);
-    ContextModels &m = models.context[context];
-    FreqModel &p = m.primary, &s = m.secondary[secondary_index(encoder.prev_value)];
+    const std::uint32_t primary = primary_model(stats, run_length);
+    assert(primary < kFirstBitContext * kContextBytes);
+    FreqModel &p = model_at(models, primary),
+              &s = model_at(models, primary + secondary_step(encoder.prev_value));
     update_stats(stats, v, run_length);
     encoder.prev_value = v;
     ++encoder.value_count;

@@ -62,12 +62,9 @@ Models &init_models(std::uint32_t *model_area) {
     Models &models = *new (aligned) Models;
 
     const FreqModel flat = make_model([](std::uint32_t) { return 1u; });
-    for (std::uint32_t c = 0; c < std::size(models.context); ++c) {
-        ContextModels &m = models.context[c];
-        // Those behind the distance contexts only have to hold valid counts.
-        m.primary = c < kFirstBitContext ? make_model(builtin_counts(c)) : flat;
-        std::fill(std::begin(m.secondary), std::end(m.secondary), flat);
-    }
+    std::fill(std::begin(models.distance), std::end(models.distance), flat);
+    for (std::uint32_t c = 0; c < kFirstBitContext; ++c)
+        model_at(models, c * kContextBytes) = make_model(builtin_counts(c));
     for (std::uint32_t c = kFirstBitContext; c < kContexts; ++c)
         models.bit[c - kFirstBitContext] = make_bit_model(builtin_counts(c));
     return models;

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace velk {
@@ -47,14 +48,15 @@ constexpr std::uint64_t from_symbol(std::uint32_t x, std::uint32_t count) {
     return count * 0x0001000100010001u << 16 * x;
 }
 
-// Together, so that a value's two models are soon found from one place.
-struct ContextModels {
-    FreqModel primary, secondary[kSecondarySets];
-};
+// A distance context's models, the primary one first. They are told by where they are, in bytes
+// from the first context's: a value waits for the place of its models. (With numbers in place of
+// bytes the DCE takes 4 % longer.)
+constexpr std::uint32_t kModelBytes = sizeof(FreqModel);
+constexpr std::uint32_t kContextBytes = (1 + kSecondarySets) * kModelBytes;
 
 struct Models {
     // Intact blocks lead to contexts below kFirstBitContext, damaged ones to at most 122.
-    ContextModels context[kFirstBitContext + 3];
+    FreqModel distance[(kFirstBitContext + 3) * (1 + kSecondarySets)];
     BitModel bit[kContexts - kFirstBitContext];
 };
 
@@ -65,6 +67,10 @@ static_assert(sizeof(Models) + alignof(Models) <= kModelAreaBytes);
 // The models in a model area of kModelAreaBytes, set up for a block: the primary set
 // and the bit models from the built-in counts, all others with every count 1.
 Models &init_models(std::uint32_t *model_area);
+
+inline FreqModel &model_at(Models &models, std::uint32_t place) {
+    return *reinterpret_cast<FreqModel *>(reinterpret_cast<std::byte *>(models.distance) + place);
+}
 
 // Halves the counts, rounded up, after symbol x has been counted.
 void count_and_halve(FreqModel &model, std::uint32_t x);

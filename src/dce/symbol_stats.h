@@ -28,7 +28,7 @@ struct SymbolStats {
     std::uint32_t slow_avg = 0;
     std::int32_t fast_avg = 0;
     std::uint32_t small_count = 0; // grows with values below 3, halved by values of 8 or more
-    std::uint32_t context = kContextStep; // follows from all these and the last value
+    std::uint32_t primary = kContextStep * kContextBytes; // follows from these and the last value
 };
 
 // The length of the run that a value follows; a value of the header list has this one.
@@ -63,13 +63,15 @@ inline std::uint32_t log_bucket(std::uint32_t x) {
     return std::min(x, 4 + bit_length(x - 4));
 }
 
-// By the low bits of the value coded before: 0 to 12. A table, since the next symbol waits for
-// the index (3 % less time).
-inline constexpr auto kSecondaryIndex = [] {
-    std::array<std::uint8_t, kPrevValueMask + 1> index{0, 1, 2};
-    for (std::uint32_t d = 1; d + 2 < index.size(); ++d)
-        index[d + 2] = static_cast<std::uint8_t>(bit_length(d % 256) + bit_length(d >> 8));
-    return index;
+// By the low bits of the value coded before, how far the secondary model is behind the primary
+// one, in bytes. A table, since the next symbol waits for it (3 % less time).
+inline constexpr auto kSecondaryStep = [] {
+    std::array<std::uint16_t, kPrevValueMask + 1> step{kModelBytes, 2 * kModelBytes,
+                                                       3 * kModelBytes};
+    for (std::uint32_t d = 1; d + 2 < step.size(); ++d)
+        step[d + 2] = static_cast<std::uint16_t>((1 + bit_length(d % 256) + bit_length(d >> 8)) *
+                                                 kModelBytes);
+    return step;
 }();
 
 // What `small_count` adds to the distance context.
@@ -87,14 +89,15 @@ inline std::uint32_t low_value_step(std::uint32_t v) {
     return (v - kLowLastValue) >> 27 & kContextStep;
 }
 
-inline std::uint32_t secondary_index(std::uint32_t prev_value) {
-    return kSecondaryIndex[prev_value & kPrevValueMask];
+inline std::uint32_t secondary_step(std::uint32_t prev_value) {
+    return kSecondaryStep[prev_value & kPrevValueMask];
 }
 
-// A distance context for every intact block. Damaged blocks, whose values may reach 2^26, can
-// bring it to 122: both averages then stay below 2^28, and log_bucket below 33.
-inline std::uint32_t distance_context(const SymbolStats &stats, std::uint32_t run_length) {
-    return stats.context + (run_length >= kLongRunLength ? kContextStep : 0);
+// The place of the primary model: that of a distance context for every intact block. Damaged
+// blocks, whose values may reach 2^26, can bring it to 122: both averages then stay below 2^28, and
+// log_bucket below 33.
+inline std::uint32_t primary_model(const SymbolStats &stats, std::uint32_t run_length) {
+    return stats.primary + (run_length >= kLongRunLength ? kContextStep * kContextBytes : 0);
 }
 
 // Updates the statistics with the value v, below 2^27, so that nothing overflows. Without
@@ -116,8 +119,9 @@ inline void update_stats(SymbolStats &stats, std::uint32_t v, std::uint32_t run_
     stats.fast_avg = static_cast<std::int32_t>(fast_avg);
     stats.slow_avg = slow_avg;
     stats.small_count = small_count;
-    stats.context = ((log_bucket(slow_avg) + 15 * log_bucket(fast_avg)) >> 4) +
-                    kSmallCountStep[small_count] + low_value_step(v);
+    const std::uint32_t context = ((log_bucket(slow_avg) + 15 * log_bucket(fast_avg)) >> 4) +
+                                  kSmallCountStep[small_count] + low_value_step(v);
+    stats.primary = context * kContextBytes;
 }
 
 } // namespace velk
