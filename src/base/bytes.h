@@ -1,6 +1,7 @@
 // Bytes searched and counted.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -13,6 +14,21 @@ inline std::uint32_t find_byte(const std::uint8_t *block, std::uint32_t p, std::
     const void *const found = std::memchr(block + p, byte, n - p);
     if (found == nullptr) return n;
     return static_cast<std::uint32_t>(static_cast<const std::uint8_t *>(found) - block);
+}
+
+// The smallest byte value that the block does not hold, 256 if there is none. The smallest that
+// the block's beginning lacks is looked for in the rest, which most texts lack, too. Each time
+// that it is there, the beginning is doubled.
+inline std::uint32_t find_free_byte(const std::uint8_t *block, std::uint32_t n) {
+    std::array<bool, 256> used = {};
+    for (std::uint32_t p = 0;;) {
+        for (const std::uint32_t end = std::min(n, 2 * p + 4096); p < end; ++p)
+            used[block[p]] = true;
+        const auto byte =
+            static_cast<std::uint32_t>(std::find(used.begin(), used.end(), false) - used.begin());
+        if (byte == 256 || find_byte(block, p, n, static_cast<std::uint8_t>(byte)) == n)
+            return byte;
+    }
 }
 
 // How often each byte value occurs. Neighbours are counted in sets of their own: equal ones

@@ -4,10 +4,12 @@
 #include "filters/eol.h"
 
 #include "base/bytes.h"
+#include "base/vectors.h"
 #include "pipeline/stage.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace velk {
 namespace {
@@ -66,29 +68,26 @@ std::uint32_t lowest_column(std::uint32_t width) {
     return width > kMaxBack + 2 ? width - kMaxBack : 2;
 }
 
-// Exchanges LF and space after a CR; its own inverse, as no CR changes.
-void swap_after_cr(std::uint8_t *text, std::uint32_t n) {
-    for (std::uint32_t p = 0; (p = find_byte(text, p, n, kCr) + 1) < n;) {
+// Exchanges LF and space after a CR; its own inverse, as no CR changes. No CR is before p.
+void swap_after_cr(std::uint8_t *text, std::uint32_t p, std::uint32_t n) {
+    while ((p = find_byte(text, p, n, kCr) + 1) < n) {
         if (text[p] == kLf || text[p] == kSpace) text[p] = kLf + kSpace - text[p];
     }
 }
 
 // Whether the text is worth reflowing. `text` is the block as it came.
 bool mostly_unindented(const std::uint8_t *text, std::uint32_t n) {
-    std::uint32_t spaces = 0;
-    std::uint32_t others = 0;
-    for (std::uint32_t p = 1; p < n; ++p) {
-        if (text[p - 1] == kLf) ++(text[p] == kSpace ? spaces : others);
+    std::uint32_t lines[2] = {}; // behind an LF: all, and those that are indented
+    std::uint32_t p = count_in_lanes(1, n, lines, [=](std::uint32_t at, ByteLanes *lanes) {
+        const ByteLanes after_lf = load<ByteLanes>(text + at - 1) == kLf;
+        lanes[0] -= after_lf;
+        lanes[1] -= after_lf & (load<ByteLanes>(text + at) == kSpace);
+    });
+    for (; p < n; ++p) {
+        lines[0] += text[p - 1] == kLf;
+        lines[1] += text[p - 1] == kLf && text[p] == kSpace;
     }
-    return spaces < others;
-}
-
-// The smallest byte value that the text does not hold, 256 if there is none.
-std::uint32_t free_byte(const std::uint8_t *text, std::uint32_t n) {
-    bool used[256] = {};
-    for (std::uint32_t p = 0; p < n; ++p)
-        used[text[p]] = true;
-    return static_cast<std::uint32_t>(std::find(used, used + 256, false) - used);
+    return 2 * lines[1] < lines[0];
 }
 
 // Whether the decoder finds the break of a CR at p, in column `length`, by itself: the word
@@ -161,9 +160,10 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
                 std::uint8_t eol_off) {
     if (eol_off != 0) return pass_on(in, n, out, out_len);
     const bool worth_it = mostly_unindented(in, n);
-    swap_after_cr(in, n);
-    const std::uint32_t escape = free_byte(in, n);
-    if (!worth_it || escape == 256) return pass_on(in, n, out, out_len, kDeclined);
+    const std::uint32_t first_cr = find_byte(in, 0, n, kCr);
+    swap_after_cr(in, first_cr, n);
+    const std::uint32_t escape = worth_it ? find_free_byte(in, n) : 256;
+    if (escape == 256) return pass_on(in, n, out, out_len, kDeclined);
 
     // The bytes of a line move at once (prose with CR LF 1.5 times, without 2.6 times as
     // fast as byte by byte), then the one in column W is looked at. W is 0 in the first line
@@ -171,7 +171,11 @@ void eol_encode(std::uint8_t *&in, std::uint32_t n, std::uint8_t *&out, std::uin
     LineModel model;
     std::uint32_t last_cr = kCrBeforeBlock;
     std::uint32_t end = 0; // of the output
-    for (std::uint32_t p = 0; p < n;) {
+    if (first_cr == n) {   // a single line, which stays as it is
+        std::swap(in, out);
+        end = n;
+    }
+    for (std::uint32_t p = end; p < n;) {
         const std::uint32_t cr = find_byte(in, p, n, kCr);
         std::memcpy(out + end, in + p, cr - p);
         const std::uint32_t at_width = last_cr + model.width;
@@ -197,7 +201,7 @@ bool eol_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::u
                 std::uint32_t capacity) {
     if (undo_pass_on(in, len, out, out_len)) return true;
     if (len > 0 && in[len - 1] != kApplied) {
-        swap_after_cr(in, len - 1);
+        swap_after_cr(in, 0, len - 1);
         return undo_pass_on(in, len, out, out_len, in[len - 1]);
     }
     if (len < kEolTrailerBytes) return false;
@@ -228,7 +232,7 @@ bool eol_decode(std::uint8_t *&in, std::uint32_t len, std::uint8_t *&out, std::u
             put_in_last_column(text, byte, escape);
         }
     }
-    swap_after_cr(out, text.end);
+    swap_after_cr(out, 0, text.end);
     out_len = text.end;
     return true;
 }
