@@ -22,12 +22,10 @@ std::uint32_t hash(std::uint32_t context) {
     return ((context >> 15) ^ context ^ (context >> 3)) % kLzpTableEntries;
 }
 
-// Takes the prediction for the context (its last byte lowest) and leaves `position`,
-// which is above 0, in its place.
-std::uint32_t predict(std::uint32_t *table, std::uint32_t context, std::uint32_t position) {
-    std::uint32_t &entry = table[hash(context)];
-    const std::uint32_t predicted = entry;
-    entry = position;
+// Takes the prediction out of an entry and leaves `position`, which is above 0, in its place.
+std::uint32_t predict(std::uint32_t *table, std::uint64_t entry, std::uint32_t position) {
+    const std::uint32_t predicted = table[entry];
+    table[entry] = position;
     return predicted;
 }
 
@@ -40,26 +38,33 @@ std::uint32_t context_at(const std::uint8_t *block, std::uint32_t p) {
     return context;
 }
 
-// Enters the positions from p, above 0, to `end` - 1 as the predictions of their contexts. Four
-// at a step: their hashes come from the same eight bytes. (2.4 times as fast.)
-void enter(std::uint32_t *table, const std::uint8_t *block, std::uint32_t p, std::uint32_t end) {
+// Enters the positions from p, above 0, to `end` - 1 as the predictions of their contexts, up to
+// the first for which stop(position, the prediction until then) holds; returns that one, or `end`.
+// Four at a step: their hashes come from the same eight bytes. (2.4 times as fast.)
+template<typename Stop>
+std::uint32_t enter(std::uint32_t *table, const std::uint8_t *block, std::uint32_t p,
+                    std::uint32_t end, Stop stop) {
+    static_assert(std::uint64_t{kLzpTableEntries} << 15 <= 1ull << 32); // bits of the hashes
     while (p < end) {
-        if (p < 4 || end - p < 4) {
-            table[hash(context_at(block, p))] = p;
-            ++p;
-            continue;
-        }
-        const std::uint64_t bytes = get_u64_be(block + p - 4);
-        static_assert(std::uint64_t{kLzpTableEntries} << 15 <= 1ull << 32); // of 32 bits
-        const std::uint64_t hashes = bytes ^ bytes >> 3 ^ bytes >> 15;
+        for (; p >= 4 && p + 4 <= end; p += 4) {
+            const std::uint64_t bytes = get_u64_be(block + p - 4);
+            const std::uint64_t hashes = bytes ^ bytes >> 3 ^ bytes >> 15;
 #pragma GCC unroll 4
-        for (std::uint32_t k = 0; k < 4; ++k)
-            table[(hashes >> (32 - 8 * k)) % kLzpTableEntries] = p + k;
-        p += 4;
+            for (std::uint32_t k = 0; k < 4; ++k) {
+                const std::uint64_t entry = (hashes >> (32 - 8 * k)) % kLzpTableEntries;
+                if (stop(p + k, predict(table, entry, p + k))) [[unlikely]]
+                    return p + k;
+            }
+        }
+        if (p == end || stop(p, predict(table, hash(context_at(block, p)), p))) break;
+        ++p;
     }
+    return p;
 }
 
 std::uint8_t rarest_byte(const std::uint8_t *block, std::uint32_t n) {
+    const std::uint32_t free = find_free_byte(block, n);
+    if (free != 256) return static_cast<std::uint8_t>(free);
     const auto counts = count_bytes(block, n);
     return static_cast<std::uint8_t>(std::min_element(counts.begin(), counts.end()) -
                                      counts.begin());
@@ -82,44 +87,63 @@ std::uint32_t match_length(const std::uint8_t *block, std::uint32_t n, std::uint
 // Writes the code; returns its length, or n when it would have n bytes or more. At most
 // n + 1 bytes are written.
 //
-// Of a prediction, the last eight bytes that a match must have are compared first: about
-// one in 50 passes. With two bytes, one in 10, it took 1.3 times as long.
+// What needs no code is written at once when a match or a doubled escape byte follows. (1.5 times
+// as fast as byte by byte.) Of a prediction, the last eight bytes that a match must have are
+// compared first: about one in 50 passes. With two bytes, one in 10, it took 1.3 times as long.
 std::uint32_t write_code(std::uint32_t *table, const std::uint8_t *in, std::uint32_t n,
                          std::uint8_t escape, std::uint8_t *out) {
     constexpr std::uint32_t kTestedFirst = kMinMatch - 8;
     std::fill(table, table + kLzpTableEntries, 0);
-    std::uint32_t end = 0;
-    out[end++] = in[0];
-    std::uint32_t context = in[0];
     const std::uint32_t matches_end = n < kMinMatch ? 0 : n - kMinMatch + 1; // none begins there
-    for (std::uint32_t p = 1; p < n; ++p) {
-        const std::uint32_t predicted = predict(table, context, p);
-        if (p < matches_end &&
-            get_u64(in + p + kTestedFirst) == get_u64(in + predicted + kTestedFirst)) [[unlikely]] {
-            const std::uint32_t length = predicted == 0 ? 0 : match_length(in, n, p, predicted);
-            if (length >= kMinMatch) {
-                const std::uint8_t previous = in[p - 1];
-                out[end++] = escape;
-                std::uint32_t rest = length - kLengthBase;
-                for (; rest > kMaxLengthByte; rest -= kMaxLengthByte) {
-                    out[end++] = static_cast<std::uint8_t>(previous + 1);
-                    if (end >= n) return n;
-                }
-                out[end++] = static_cast<std::uint8_t>(previous + 1 + rest);
-                if (end >= n) return n;
-                p += length - 1;
-                context = context_at(in, p + 1);
-                continue;
-            }
+
+    std::uint32_t end = 0;     // of the code
+    std::uint32_t written = 0; // bytes of the block that it stands for
+    const auto write_up_to = [&](std::uint32_t p) {
+        if (end + (p - written) >= n) return false;
+        std::memcpy(out + end, in + written, p - written);
+        end += p - written;
+        written = p;
+        return true;
+    };
+
+    std::uint32_t next_escape = find_byte(in, 1, n, escape);
+    for (std::uint32_t p = 1;;) {
+        std::uint32_t predicted = 0;
+        const std::uint32_t stop = std::min(next_escape, matches_end);
+        p = enter(table, in, p, stop, [&](std::uint32_t at, std::uint32_t prediction) {
+            predicted = prediction;
+            return get_u64(in + at + kTestedFirst) == get_u64(in + prediction + kTestedFirst) &&
+                   std::memcmp(in + at, in + prediction, kTestedFirst) == 0;
+        });
+        if (p >= stop) {
+            p = enter(table, in, p, next_escape, [](auto...) { return false; });
+            if (p == n) break;
+            predicted = predict(table, hash(context_at(in, p)), p);
         }
-        const std::uint8_t byte = in[p];
-        out[end++] = byte;
-        if (byte == escape && predicted != 0) [[unlikely]]
-            out[end++] = in[p - 1];
-        if (end >= n) return n;
-        context = context << 8 | byte;
+        const bool may_match = predicted != 0 && p < matches_end;
+        const std::uint32_t length = may_match ? match_length(in, n, p, predicted) : 0;
+        if (length >= kMinMatch) {
+            if (!write_up_to(p)) return n;
+            const std::uint8_t previous = in[p - 1];
+            out[end++] = escape;
+            std::uint32_t rest = length - kLengthBase;
+            for (; rest > kMaxLengthByte; rest -= kMaxLengthByte) {
+                out[end++] = static_cast<std::uint8_t>(previous + 1);
+                if (end >= n) return n;
+            }
+            out[end++] = static_cast<std::uint8_t>(previous + 1 + rest);
+            p += length;
+            written = p;
+        } else {
+            if (p == next_escape && predicted != 0) {
+                if (!write_up_to(p + 1)) return n;
+                out[end++] = in[p - 1];
+            }
+            ++p;
+        }
+        if (p > next_escape) next_escape = find_byte(in, p, n, escape);
     }
-    return end;
+    return write_up_to(n) ? end : n;
 }
 
 // Reads the code that begins with the escape in[i], of a match or (length 0) of the escape byte
@@ -180,8 +204,8 @@ bool lzp_decode(std::uint32_t *table, std::uint8_t *&in, std::uint32_t len, std:
         if (i == code_len) break;
         if (end == capacity) return false;
 
-        enter(table, out, end - plain, end);
-        const std::uint32_t predicted = predict(table, context_at(out, end), end); // below `end`
+        enter(table, out, end - plain, end, [](auto...) { return false; });
+        const std::uint32_t predicted = predict(table, hash(context_at(out, end)), end); // < `end`
         std::uint32_t length = 0;
         if (predicted != 0 && !read_length(in, code_len, out[end - 1], i, length)) return false;
         if (length > capacity - end) return false;
