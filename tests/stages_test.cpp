@@ -319,6 +319,16 @@ TEST(Delta, CountsEveryPosition) {
     }
 }
 
+TEST(Lzp, EscapesInARow) {
+    Bytes block;
+    for (const std::uint8_t b : random_bytes(30000, 256, 3))
+        block.insert(block.end(), 2, b);
+    append(block, first_bytes(block, 2000)); // a match, so that it is applied
+    const Bytes coded = kLzp.forward(block);
+    ASSERT_EQ(coded.back(), 1);
+    EXPECT_EQ(kLzp.inverse(coded, length_of(block) + kForwardSlack), block);
+}
+
 // One walk through the LF mapping, from the block's end to its start.
 Bytes walked(const Bytes &column, std::uint32_t row) {
     std::vector<std::uint32_t> order(column.size()), lf(column.size());
