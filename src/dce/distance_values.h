@@ -4,7 +4,6 @@
 
 #include "base/bits.h"
 #include "base/block_size.h"
-#include "base/byte_order.h"
 #include "base/runs.h"
 #include "dce/symbol_stats.h"
 

@@ -68,6 +68,8 @@ static_assert(sizeof(Models) + alignof(Models) <= kModelAreaBytes);
 // and the bit models from the built-in counts, all others with every count 1.
 Models &init_models(std::uint32_t *model_area);
 
+// The model of a distance context that is at `place`, in bytes. Of the last context, 122, all are
+// there.
 inline FreqModel &model_at(Models &models, std::uint32_t place) {
     return *reinterpret_cast<FreqModel *>(reinterpret_cast<std::byte *>(models.distance) + place);
 }

@@ -47,8 +47,8 @@ bool write_runs(const std::uint8_t *in, std::uint32_t n, std::uint8_t *out, std:
         const auto copies = static_cast<std::uint32_t>(std::bit_width(more)) + 1;
         const std::uint32_t length_bits = std::max(copies, 2u) - 2;
         if (copies <= 8 && heads + bits + 16 <= n) [[likely]] {
-            // Eight of each: the next ones overwrite what is too much, and no branch depends on
-            // how many they are (1.2 times as fast).
+            // Eight of each, 16 bytes in all: the next ones overwrite what is too much, and no
+            // branch depends on how many they are (1.2 times as fast).
             std::memset(out + heads, v, 8);
             const std::uint64_t ones = not_zero(more * kLows & kHighToLow); // bit i in byte 7 - i
             put_u64(out + (n - bits - 8), ones);
