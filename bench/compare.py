@@ -92,8 +92,9 @@ def peers_of(programs):
             for level in p.levels.split(", ")]
 
 
-def run(program, arguments, source, target, level=""):
-    """Runs it; returns processor seconds, seconds by the clock, its largest memory."""
+def run(program, arguments, source, target, level="", through=()):
+    """Runs it, through another program if one is given; returns processor seconds and seconds
+    by the clock."""
     words = []
     stdin = stdout = subprocess.DEVNULL
     for word in arguments.replace("{l}", level).replace("{n}", str(os.cpu_count())).split():
@@ -103,18 +104,25 @@ def run(program, arguments, source, target, level=""):
             stdout = open(target, "wb")
         else:
             words.append(word.format(i=source, o=target))
+    start = time.perf_counter()
+    process = subprocess.Popen([*through, program, *words], stdin=stdin, stdout=stdout,
+                               stderr=subprocess.DEVNULL)
+    _, status, usage = os.wait4(process.pid, 0)
+    elapsed = time.perf_counter() - start
+    process.returncode = os.waitstatus_to_exitcode(status)
+    if process.returncode != 0:
+        sys.exit(f"{program} {' '.join(words)}: status {process.returncode}")
+    return usage.ru_utime + usage.ru_stime, elapsed
+
+
+def largest_memory(*arguments):
+    """Of what `run` runs with these."""
     # GNU time stands between, as a program seems to take at least the memory of the one
-    # that starts it, and this one takes more than some compressors.
+    # that starts it, and this one takes more than some compressors. Times are taken without it:
+    # its own start is a tenth of what the fastest take.
     with tempfile.NamedTemporaryFile() as memory:
-        start = time.perf_counter()
-        process = subprocess.Popen([GNU_TIME, "-f", "%M", "-o", memory.name, program, *words],
-                                   stdin=stdin, stdout=stdout, stderr=subprocess.DEVNULL)
-        _, status, usage = os.wait4(process.pid, 0)
-        elapsed = time.perf_counter() - start
-        process.returncode = os.waitstatus_to_exitcode(status)
-        if process.returncode != 0:
-            sys.exit(f"{program} {' '.join(words)}: status {process.returncode}")
-        return usage.ru_utime + usage.ru_stime, elapsed, int(memory.read()) * 1024
+        run(*arguments, through=(GNU_TIME, "-f", "%M", "-o", memory.name))
+        return int(memory.read()) * 1024
 
 
 class Result:
@@ -138,10 +146,11 @@ def measure(peers, files, rounds, scratch, by_clock):
                 result = results[peer, file]
                 for step, command, source, target in ((0, peer.program.compress, file, packed),
                                                       (1, peer.program.restore, packed, restored)):
-                    cpu, clock, memory = run(peer.program.command, command, source, target,
-                                             peer.level)
+                    call = peer.program.command, command, source, target, peer.level
+                    if turn == 0:
+                        result.memory[step] = largest_memory(*call)
+                    cpu, clock = run(*call)
                     result.times[step].append(clock if by_clock else cpu)
-                    result.memory[step] = max(result.memory[step], memory)
                 result.size = packed.stat().st_size
                 if turn == 0 and subprocess.run(["cmp", "-s", file, restored]).returncode != 0:
                     sys.exit(f"{peer}: {file} came back changed")
