@@ -93,8 +93,9 @@ def peers_of(programs):
 
 
 def run(program, arguments, source, target, level="", through=()):
-    """Runs it, through another program if one is given; returns processor seconds and seconds
-    by the clock."""
+    """Runs it without a target there before, through another program if one is given; returns
+    processor seconds and seconds by the clock."""
+    target.unlink(missing_ok=True)  # 7z would add to it
     words = []
     stdin = stdout = subprocess.DEVNULL
     for word in arguments.replace("{l}", level).replace("{n}", str(os.cpu_count())).split():
@@ -116,7 +117,7 @@ def run(program, arguments, source, target, level="", through=()):
 
 
 def largest_memory(*arguments):
-    """Of what `run` runs with these."""
+    """In bytes, of what `run` runs with these."""
     # GNU time stands between, as a program seems to take at least the memory of the one
     # that starts it, and this one takes more than some compressors. Times are taken without it:
     # its own start is a tenth of what the fastest take.
@@ -142,7 +143,6 @@ def measure(peers, files, rounds, scratch, by_clock):
         for file in files:
             for peer in peers:
                 packed, restored = scratch / "packed.7z", scratch / "restored"
-                packed.unlink(missing_ok=True)
                 result = results[peer, file]
                 for step, command, source, target in ((0, peer.program.compress, file, packed),
                                                       (1, peer.program.restore, packed, restored)):
